@@ -11,6 +11,13 @@
 
 namespace Ebml {
 
+// Origin of a seek on the file types under the storages (memory buffers, disk files).
+enum TPositionReference {
+  kAbsolutePosition = 0,  // offset from the start
+  kRelativePosition = 1,  // offset from the current position
+  kPositionFromEnd = 2    // offset counted back from the end
+};
+
 // Heap block shared by the copies of one TSharedPtr. ptr_ may be null.
 template <typename T>
 struct TRefCount {
