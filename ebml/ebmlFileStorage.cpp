@@ -1,0 +1,112 @@
+#include "ebml/ebmlFileStorage.h"
+
+#include <algorithm>
+#include <cassert>
+#include <exception>
+#include <limits>
+#include <stdexcept>
+
+namespace Ebml {
+
+// ---- FileStorage::Receipt
+
+IReceipt & FileStorage::Receipt::setNumBytes(uint64 numBytes)
+{
+  numBytes_ = numBytes;
+  return *this;
+}
+
+IReceipt & FileStorage::Receipt::add(uint64 numBytes)
+{
+  numBytes_ += numBytes;
+  return *this;
+}
+
+bool FileStorage::Receipt::save(const uint8 * data, std::size_t numBytes)
+{
+  try {
+    Seek<File> guard(file_, addr_);
+    if (!file_.save(data, numBytes))
+      return false;
+    numBytes_ = std::max<uint64>(numBytes_, numBytes);
+    return true;
+  } catch (const std::exception &) {
+    return false;
+  }
+}
+
+bool FileStorage::Receipt::load(uint8 * data)
+{
+  if (numBytes_ > std::numeric_limits<std::size_t>::max())
+    return false;
+  try {
+    Seek<File> guard(file_, addr_);
+    return file_.load(data, static_cast<std::size_t>(numBytes_));
+  } catch (const std::exception &) {
+    return false;
+  }
+}
+
+bool FileStorage::Receipt::calcCrc32(Crc32 & crc, const TReceiptPtr & receiptSkip)
+{
+  return Ebml::calcCrc32(file_, addr_, numBytes_, crc, receiptSkip);
+}
+
+TReceiptPtr FileStorage::Receipt::receipt(uint64 offset, uint64 size) const
+{
+  const bool inside = offset <= numBytes_ && size <= numBytes_ - offset;
+  assert(inside && "offset + size <= numBytes_");
+  if (!inside)
+    return TReceiptPtr();
+  return TReceiptPtr(new Receipt(file_, addr_ + offset, size));
+}
+
+// ---- FileStorage
+
+FileStorage::FileStorage(const std::string & path, File::AccessMode mode) : file_(path, mode) {}
+
+TReceiptPtr FileStorage::receipt() const
+{
+  return TReceiptPtr(new Receipt(file_, file_.absolutePosition(), 0));
+}
+
+TReceiptPtr FileStorage::save(const uint8 * data, std::size_t numBytes)
+{
+  TReceiptPtr result = receipt();
+  if (!file_.save(data, numBytes))
+    return TReceiptPtr();
+  result->add(numBytes);
+  return result;
+}
+
+TReceiptPtr FileStorage::load(uint8 * data, std::size_t numBytes)
+{
+  TReceiptPtr result = receipt();
+  if (!file_.load(data, numBytes))
+    return TReceiptPtr();
+  result->add(numBytes);
+  return result;
+}
+
+std::size_t FileStorage::peek(uint8 * data, std::size_t numBytes)
+{
+  return file_.peek(data, numBytes);
+}
+
+void FileStorage::seekTo(uint64 absolutePosition)
+{
+  if (absolutePosition > static_cast<uint64>(std::numeric_limits<int64>::max()) ||
+      !file_.seek(static_cast<int64>(absolutePosition), kAbsolutePosition))
+    throw std::runtime_error("FileStorage::seekTo(" + std::to_string(absolutePosition) + ") failed");
+  assert(absolutePosition == receipt()->position());
+}
+
+uint64 FileStorage::skip(uint64 numBytes)
+{
+  if (numBytes > static_cast<uint64>(std::numeric_limits<int64>::max()) ||
+      !file_.seek(static_cast<int64>(numBytes), kRelativePosition))
+    return 0;
+  return numBytes;
+}
+
+} // namespace Ebml

@@ -1,0 +1,55 @@
+#pragma once
+// The storage over a disk file: elements read and write a File through it, and its
+// receipts reach back into the same file.
+
+#include "ebml/ebmlFile.h"
+#include "ebml/ebmlIStorage.h"
+
+#include <string>
+
+namespace Ebml {
+
+class FileStorage : public IStorage {
+public:
+  // Shares the storage's file, so it stays usable while any handle of the file lives.
+  class Receipt : public IReceipt {
+  public:
+    Receipt(const File & file, uint64 addr, uint64 numBytes)
+      : file_(file), addr_(addr), numBytes_(numBytes) {}
+
+    uint64 position() const override { return addr_; }
+    uint64 numBytes() const override { return numBytes_; }
+    IReceipt & setNumBytes(uint64 numBytes) override;
+    IReceipt & add(uint64 numBytes) override;
+    // Both leave the file position where it was.
+    bool save(const uint8 * data, std::size_t numBytes) override;
+    bool load(uint8 * data) override;
+    bool calcCrc32(Crc32 & crc, const TReceiptPtr & receiptSkip) override;
+    TReceiptPtr receipt(uint64 offset, uint64 size) const override;
+
+  private:
+    File file_;
+    uint64 addr_;
+    uint64 numBytes_;
+  };
+
+  FileStorage(const std::string & path, File::AccessMode mode);
+
+  File & file() { return file_; }
+  const File & file() const { return file_; }
+  bool isOpen() const { return file_.isOpen(); }
+
+  TReceiptPtr receipt() const override;
+  TReceiptPtr save(const uint8 * data, std::size_t numBytes) override;
+  TReceiptPtr load(uint8 * data, std::size_t numBytes) override;
+  std::size_t peek(uint8 * data, std::size_t numBytes) override;
+  // Throws std::runtime_error("FileStorage::seekTo(<pos>) failed").
+  void seekTo(uint64 absolutePosition) override;
+  // Skipping past the end grows the logical size, as File::seek does.
+  uint64 skip(uint64 numBytes) override;
+
+private:
+  File file_;
+};
+
+} // namespace Ebml
