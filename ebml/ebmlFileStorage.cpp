@@ -35,7 +35,7 @@ bool FileStorage::Receipt::save(const uint8 * data, std::size_t numBytes)
   }
 }
 
-bool FileStorage::Receipt::load(uint8 * data)
+bool FileStorage::Receipt::load(uint8 * data) const
 {
   if (numBytes_ > std::numeric_limits<std::size_t>::max())
     return false;
@@ -47,7 +47,7 @@ bool FileStorage::Receipt::load(uint8 * data)
   }
 }
 
-bool FileStorage::Receipt::calcCrc32(Crc32 & crc, const TReceiptPtr & receiptSkip)
+bool FileStorage::Receipt::calcCrc32(Crc32 & crc, const TReceiptPtr & receiptSkip) const
 {
   return Ebml::calcCrc32(file_, addr_, numBytes_, crc, receiptSkip);
 }

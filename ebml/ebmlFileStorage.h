@@ -23,12 +23,13 @@ public:
     IReceipt & add(uint64 numBytes) override;
     // Both leave the file position where it was.
     bool save(const uint8 * data, std::size_t numBytes) override;
-    bool load(uint8 * data) override;
-    bool calcCrc32(Crc32 & crc, const TReceiptPtr & receiptSkip) override;
+    bool load(uint8 * data) const override;
+    bool calcCrc32(Crc32 & crc, const TReceiptPtr & receiptSkip) const override;
     TReceiptPtr receipt(uint64 offset, uint64 size) const override;
 
   private:
-    File file_;
+    // A handle: reading through it moves the shared position, which the seek guard restores.
+    mutable File file_;
     uint64 addr_;
     uint64 numBytes_;
   };
