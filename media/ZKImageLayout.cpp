@@ -1,0 +1,229 @@
+#include "media/ZKImageLayout.h"
+
+#include <cstddef>
+
+#include "media/ZKColorFormats.h"
+#include "media/ZKResult.h"
+
+namespace {
+
+bool IsOnePlaneFormat(uint32_t f)
+{
+    switch (f) {
+    case 0: case 1: case 2: case 3: case 9: case 11: case 17:
+    case 18: case 19: case 20: case 21: case 22: case 23: case 30:
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool HasPlaneLayout(uint32_t f)
+{
+    return IsOnePlaneFormat(f) || f == 6 || f == 13 || f == 24 || f == 31 || f == 32;
+}
+
+// Only called with a non-null base: offsets from a null pointer are undefined.
+uint8_t* At(uint8_t* base, size_t offset)
+{
+    return base + offset;
+}
+
+}  // namespace
+
+uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat,
+                     bool bottomUp, int rowBytes, int width, int height, bool alpha)
+{
+    if (image == nullptr || rowBytes < 0 || width < 0 || height < 0 ||
+        !HasPlaneLayout(colorFormat))
+        return kZKErrBadArgument;
+
+    const uint32_t w = static_cast<uint32_t>(width);
+    const size_t h = static_cast<size_t>(height);
+    const uint32_t r = rowBytes != 0 ? static_cast<uint32_t>(rowBytes)
+                                     : ZKGetDefaultRowBytes(colorFormat, w);
+
+    image->dataSize = dataSize;
+    image->colorFormat = colorFormat;
+    image->colorRange = eColorRangeDefault;
+    image->width = w;
+    image->height = static_cast<uint32_t>(height);
+    image->bottomUp = bottomUp ? 1 : 0;
+    for (int i = 0; i < 4; ++i) {
+        image->rowBytes[i] = 0;
+        image->planes[i] = nullptr;
+    }
+    image->dataPackets = nullptr;
+    image->time = 0;
+    image->timeScale = 1;
+
+    uint8_t* const base = static_cast<uint8_t*>(data);
+    const size_t lumaSize = size_t{r} * h;
+
+    image->rowBytes[0] = r;
+    if (IsOnePlaneFormat(colorFormat)) {
+        image->planes[0] = base;
+        return kZKNoErr;
+    }
+    switch (colorFormat) {
+    case 6:
+    case 31:
+        image->rowBytes[1] = r / 2;
+        if (base != nullptr) {
+            image->planes[0] = base;
+            image->planes[1] = At(base, lumaSize);
+            image->planes[2] = At(image->planes[1], (h / 2) * (r / 2));
+        }
+        if (colorFormat == 6 && alpha) {
+            image->rowBytes[3] = r;
+            if (base != nullptr)
+                image->planes[3] = At(base, lumaSize + lumaSize / 2);
+        }
+        break;
+    case 32:
+        image->rowBytes[1] = r / 2;
+        image->rowBytes[2] = r / 2;
+        if (base != nullptr) {
+            image->planes[0] = base;
+            image->planes[1] = At(base, lumaSize);
+            image->planes[2] = At(image->planes[1], size_t{r / 2} * h);
+        }
+        break;
+    default:  // 13 and 24: three full planes, never an alpha plane
+        image->rowBytes[1] = r;
+        image->rowBytes[2] = r;
+        if (base != nullptr) {
+            image->planes[0] = base;
+            image->planes[1] = At(base, lumaSize);
+            image->planes[2] = At(base, 2 * lumaSize);
+        }
+        break;
+    }
+    return kZKNoErr;
+}
+
+uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat,
+                     bool bottomUp, int rowBytes, int width, int height, bool alpha,
+                     uint64_t time, uint64_t timeScale)
+{
+    return InitZKImage(image, dataSize, data, colorFormat, bottomUp, rowBytes, width, height,
+                       alpha, time, timeScale, 0, 1, 0);
+}
+
+uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat,
+                     bool bottomUp, int rowBytes, int width, int height, bool alpha,
+                     uint64_t time, uint64_t timeScale, uint64_t originalTime,
+                     uint64_t originalTimeScale, uint32_t originalFrameWithinSecond)
+{
+    const uint32_t result = InitZKImage(image, dataSize, data, colorFormat, bottomUp, rowBytes,
+                                        width, height, alpha);
+    if (result != kZKNoErr)
+        return result;
+    image->time = time;
+    image->timeScale = timeScale;
+    image->originalTime = originalTime;
+    image->originalTimeScale = originalTimeScale;
+    image->originalFrameWithinSecond = originalFrameWithinSecond;
+    return kZKNoErr;
+}
+
+uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat,
+                     uint32_t colorRange, bool bottomUp, int rowBytes, int width, int height,
+                     bool alpha, uint64_t time, uint64_t timeScale)
+{
+    return InitZKImage(image, dataSize, data, colorFormat, colorRange, bottomUp, rowBytes, width,
+                       height, alpha, time, timeScale, 0, 1, 0);
+}
+
+uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat,
+                     uint32_t colorRange, bool bottomUp, int rowBytes, int width, int height,
+                     bool alpha, uint64_t time, uint64_t timeScale, uint64_t originalTime,
+                     uint64_t originalTimeScale, uint32_t originalFrameWithinSecond)
+{
+    const uint32_t result =
+        InitZKImage(image, dataSize, data, colorFormat, bottomUp, rowBytes, width, height, alpha,
+                    time, timeScale, originalTime, originalTimeScale, originalFrameWithinSecond);
+    if (result == kZKNoErr)
+        image->colorRange = colorRange;
+    return result;
+}
+
+uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat,
+                     bool bottomUp, int width, int height, bool alpha)
+{
+    return InitZKImage(image, dataSize, data, colorFormat, bottomUp, 0, width, height, alpha);
+}
+
+uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat,
+                     bool bottomUp, int width, int height, bool alpha, uint64_t time,
+                     uint64_t timeScale)
+{
+    return InitZKImage(image, dataSize, data, colorFormat, bottomUp, 0, width, height, alpha,
+                       time, timeScale);
+}
+
+uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat,
+                     bool bottomUp, int width, int height, bool alpha, uint64_t time,
+                     uint64_t timeScale, uint64_t originalTime, uint64_t originalTimeScale,
+                     uint32_t originalFrameWithinSecond)
+{
+    return InitZKImage(image, dataSize, data, colorFormat, bottomUp, 0, width, height, alpha,
+                       time, timeScale, originalTime, originalTimeScale,
+                       originalFrameWithinSecond);
+}
+
+uint32_t CalcFrameSize(uint32_t colorFormat, uint32_t width, uint32_t height, uint32_t rowBytes,
+                       bool alpha)
+{
+    if (colorFormat == 17)
+        return 0;
+    if (rowBytes == 0)
+        rowBytes = GetBytesPerPixel(colorFormat) * width;
+    const uint32_t s = rowBytes * height;
+    switch (colorFormat) {
+    case 6:
+        return s + s / 2 + (alpha ? s : 0);
+    case 13:
+        return (alpha ? 4 : 3) * s;
+    case 24:
+        return 3 * s;
+    case 30:
+        return 128 * ((width + 47) / 48) * height;
+    case 31:
+        return s + s / 2;
+    case 32:
+        return 2 * s;
+    default:
+        return s;
+    }
+}
+
+uint32_t CalcFrameSize(const ZKImage_t& image, bool alpha)
+{
+    return CalcFrameSize(image.colorFormat, image.width, image.height, image.rowBytes[0], alpha);
+}
+
+void ReplaceYUVImage(ZKImage_t* image, void* base)
+{
+    if (image == nullptr)
+        return;
+    const uint32_t f = image->colorFormat;
+    if (f != 6 && f != 13 && f != 15 && f != 24 && f != 31 && f != 32)
+        return;
+
+    uint8_t* const b = static_cast<uint8_t*>(base);
+    const bool hasAlpha = f == 6 && image->planes[3] != nullptr;
+    for (uint8_t*& plane : image->planes)
+        plane = nullptr;
+    if (b == nullptr)
+        return;
+
+    const size_t h = image->height;
+    const size_t lumaSize = size_t{image->rowBytes[0]} * h;
+    const size_t chromaRows = (f == 6 || f == 31) ? h / 2 : h;
+    image->planes[0] = b;
+    image->planes[1] = At(b, lumaSize);
+    image->planes[2] = At(image->planes[1], chromaRows * image->rowBytes[1]);
+    if (hasAlpha)
+        image->planes[3] = At(b, lumaSize + lumaSize / 2);
+}
