@@ -1,7 +1,6 @@
 #include "ebml/ebmlCache.h"
 
 #include <algorithm>
-#include <cassert>
 #include <cstring>
 #include <limits>
 
@@ -147,7 +146,7 @@ size_t TCache::save(uint64 addr, size_t numBytes, const uint8 * src)
     TLine * line = getLine(head);
     if (!line || !line->ready_)
       break;
-    assert(head == line->head_);
+    EBML_ASSERT(head == line->head_);
     const uint64 from = std::max(addr, head);
     const uint64 to = std::min(end, head + lineSize_);
     // Writing past the valid bytes leaves a hole that reads as zeros, as on disk.
@@ -172,7 +171,7 @@ size_t TCache::load(uint64 addr, size_t numBytes, uint8 * dst)
     TLine * line = getLine(head);
     if (!line || !line->ready_)
       break;
-    assert(head == line->head_);
+    EBML_ASSERT(head == line->head_);
     const uint64 lineEnd = head + lineSize_;
     if (line->tail_ < std::min(end, lineEnd))
       extendShortLine(line);

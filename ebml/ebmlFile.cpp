@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cassert>
 #include <cstdio>
 #include <limits>
 #include <stdexcept>
@@ -77,7 +76,7 @@ bool SharedFile::open(const std::string & path, File::AccessMode mode)
   pos_ = static_cast<uint64>(start);
   end_ = static_cast<uint64>(end);
 
-  assert(!cache_);
+  EBML_ASSERT(!cache_);
   cache_.reset(new TCache(this, kCacheLines, kCacheLineSize));
   return true;
 }
@@ -216,7 +215,7 @@ bool File::load(void * dst, std::size_t numBytes)
   SharedFile & f = *private_->shared_;
   const std::size_t got = peek(dst, numBytes);
   f.pos_ += got;
-  assert(f.pos_ <= f.end_);
+  EBML_ASSERT(f.pos_ <= f.end_);
   return got == numBytes;
 }
 

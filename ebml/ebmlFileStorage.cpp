@@ -1,7 +1,6 @@
 #include "ebml/ebmlFileStorage.h"
 
 #include <algorithm>
-#include <cassert>
 #include <exception>
 #include <limits>
 #include <stdexcept>
@@ -54,10 +53,7 @@ bool FileStorage::Receipt::calcCrc32(Crc32 & crc, const TReceiptPtr & receiptSki
 
 TReceiptPtr FileStorage::Receipt::receipt(uint64 offset, uint64 size) const
 {
-  const bool inside = offset <= numBytes_ && size <= numBytes_ - offset;
-  assert(inside && "offset + size <= numBytes_");
-  if (!inside)
-    return TReceiptPtr();
+  EBML_ASSERT(offset <= numBytes_ && size <= numBytes_ - offset);
   return TReceiptPtr(new Receipt(file_, addr_ + offset, size));
 }
 
@@ -98,7 +94,7 @@ void FileStorage::seekTo(uint64 absolutePosition)
   if (absolutePosition > static_cast<uint64>(std::numeric_limits<int64>::max()) ||
       !file_.seek(static_cast<int64>(absolutePosition), kAbsolutePosition))
     throw std::runtime_error("FileStorage::seekTo(" + std::to_string(absolutePosition) + ") failed");
-  assert(absolutePosition == receipt()->position());
+  EBML_ASSERT(absolutePosition == receipt()->position());
 }
 
 uint64 FileStorage::skip(uint64 numBytes)
