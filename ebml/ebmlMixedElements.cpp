@@ -1,0 +1,123 @@
+#include "ebml/ebmlMixedElements.h"
+
+namespace Ebml {
+
+MixedElements::MixedElements(const MixedElements & other)
+  : create_(other.create_), copy_(other.copy_), maxCount_(other.maxCount_)
+{
+  for (const IElement * e : other.elts_)
+    push_back(*e);
+}
+
+MixedElements & MixedElements::operator=(const MixedElements & other)
+{
+  if (this != &other) {
+    clear();
+    create_ = other.create_;
+    copy_ = other.copy_;
+    maxCount_ = other.maxCount_;
+    for (const IElement * e : other.elts_)
+      push_back(*e);
+  }
+  return *this;
+}
+
+bool MixedElements::push_back(const IElement & e)
+{
+  auto it = copy_.find(e.getId());
+  EBML_ASSERT(it != copy_.end());
+  elts_.push_back(it->second(&e));
+  ++count_;
+  return true;
+}
+
+void MixedElements::clear()
+{
+  for (IElement * e : elts_)
+    delete e;
+  elts_.clear();
+  count_ = 0;
+}
+
+bool MixedElements::mustSave() const
+{
+  for (const IElement * e : elts_)
+    if (e->mustSave())
+      return true;
+  return false;
+}
+
+uint64 MixedElements::calcSize() const
+{
+  uint64 total = 0;
+  for (const IElement * e : elts_)
+    total += e->calcSize();
+  return total;
+}
+
+bool MixedElements::eval(IElementCrawler & crawler)
+{
+  for (IElement * e : elts_)
+    if (crawler.eval(*e))
+      return true;
+  return false;
+}
+
+TReceiptPtr MixedElements::save(IStorage & storage) const
+{
+  TReceiptPtr result = storage.receipt();
+  for (const IElement * e : elts_)
+    *result += e->save(storage, 0);
+  return result;
+}
+
+uint64 MixedElements::loadOneElement(IElement *& elt, IStorage & storage, uint64 bytesToRead,
+                                     IDelegateLoad * delegate)
+{
+  elt = nullptr;
+  if (bytesToRead == 0)
+    return 0;
+  uint64 id = 0;
+  {
+    Seek<IStorage> peekId(storage);
+    id = loadEbmlId(storage);
+  }
+  auto it = create_.find(id);
+  if (it == create_.end())
+    return 0;
+  IElement * candidate = it->second();
+  const uint64 consumed = candidate->load(storage, bytesToRead, delegate);
+  if (consumed == 0) {
+    delete candidate;
+    return 0;
+  }
+  elt = candidate;
+  return consumed;
+}
+
+uint64 MixedElements::load(IStorage & storage, uint64 bytesToRead, IDelegateLoad * delegate)
+{
+  uint64 total = 0;
+  while (total < bytesToRead && count_ < maxCount_) {
+    IElement * elt = nullptr;
+    const uint64 consumed = loadOneElement(elt, storage, bytesToRead - total, delegate);
+    if (!elt)
+      break;
+    elts_.push_back(elt);
+    ++count_;
+    total += consumed;
+  }
+  return total;
+}
+
+IElement * eltsFind(const std::list<IElement *> & elts, uint64 position)
+{
+  for (IElement * e : elts) {
+    TReceiptPtr r = e->storageReceipt();
+    if (r && r->position() == position)
+      return e;
+  }
+  return nullptr;
+}
+
+} // namespace Ebml
