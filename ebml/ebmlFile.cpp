@@ -166,6 +166,11 @@ bool File::isOpen() const
   return private_->shared_->isOpen();
 }
 
+bool File::isWritable() const
+{
+  return isOpen() && private_->shared_->mode_ == kReadWrite;
+}
+
 const std::string & File::filename() const
 {
   return private_->shared_->filename_;
@@ -233,7 +238,7 @@ std::size_t File::peek(void * dst, std::size_t numBytes) const
 bool File::save(const void * src, std::size_t numBytes)
 {
   SharedFile & f = *private_->shared_;
-  if (!f.isOpen() || f.mode_ != kReadWrite)
+  if (!isWritable())
     return false;
   const std::size_t done = f.cache_->save(f.pos_, numBytes, static_cast<const uint8 *>(src));
   f.pos_ += done;
@@ -249,7 +254,7 @@ uint64 File::size() const
 bool File::setSize(int64 numBytes)
 {
   SharedFile & f = *private_->shared_;
-  if (!f.isOpen() || f.mode_ != kReadWrite || numBytes < 0)
+  if (!isWritable() || numBytes < 0)
     return false;
   const uint64 n = static_cast<uint64>(numBytes);
   if (!f.truncateDisk(n))

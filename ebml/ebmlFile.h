@@ -32,6 +32,7 @@ public:
   // False when cached data could not be written back.
   bool close();
   bool isOpen() const;
+  bool isWritable() const;  // open in read-write mode
   const std::string & filename() const;
   TCache * cache() const;
 

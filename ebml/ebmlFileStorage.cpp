@@ -89,17 +89,25 @@ std::size_t FileStorage::peek(uint8 * data, std::size_t numBytes)
   return file_.peek(data, numBytes);
 }
 
+bool FileStorage::reaches(uint64 absolutePosition) const
+{
+  // A read-only file cannot grow: a position past its end only comes from a size
+  // field that lies.
+  return absolutePosition <= static_cast<uint64>(std::numeric_limits<int64>::max()) &&
+         (file_.isWritable() || absolutePosition <= file_.size());
+}
+
 void FileStorage::seekTo(uint64 absolutePosition)
 {
-  if (absolutePosition > static_cast<uint64>(std::numeric_limits<int64>::max()) ||
-      !file_.seek(static_cast<int64>(absolutePosition), kAbsolutePosition))
+  if (!reaches(absolutePosition) || !file_.seek(static_cast<int64>(absolutePosition), kAbsolutePosition))
     throw std::runtime_error("FileStorage::seekTo(" + std::to_string(absolutePosition) + ") failed");
   EBML_ASSERT(absolutePosition == receipt()->position());
 }
 
 uint64 FileStorage::skip(uint64 numBytes)
 {
-  if (numBytes > static_cast<uint64>(std::numeric_limits<int64>::max()) ||
+  const uint64 position = file_.absolutePosition();
+  if (numBytes > std::numeric_limits<uint64>::max() - position || !reaches(position + numBytes) ||
       !file_.seek(static_cast<int64>(numBytes), kRelativePosition))
     return 0;
   return numBytes;

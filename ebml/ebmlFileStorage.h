@@ -44,12 +44,15 @@ public:
   TReceiptPtr save(const uint8 * data, std::size_t numBytes) override;
   TReceiptPtr load(uint8 * data, std::size_t numBytes) override;
   std::size_t peek(uint8 * data, std::size_t numBytes) override;
-  // Throws std::runtime_error("FileStorage::seekTo(<pos>) failed").
+  // Throws std::runtime_error("FileStorage::seekTo(<pos>) failed"). Past the end of
+  // a writable file the logical size grows; a read-only file refuses.
   void seekTo(uint64 absolutePosition) override;
-  // Skipping past the end grows the logical size, as File::seek does.
+  // The same rule as seekTo; 0 when refused.
   uint64 skip(uint64 numBytes) override;
 
 private:
+  bool reaches(uint64 absolutePosition) const;
+
   File file_;
 };
 

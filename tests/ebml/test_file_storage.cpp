@@ -178,18 +178,43 @@ TEST_F(FileStorageTest, SaveToCopiesIntoAnotherStorage)
 
 TEST_F(FileStorageTest, SeekToAndFailures)
 {
-  FileStorage storage(make("ten", 10), File::kReadOnly);
-  storage.seekTo(20);  // past the end: the logical size grows, nothing is read there
-  EXPECT_EQ(20u, storage.absolutePosition());
-  uint8 b = 0;
-  EXPECT_EQ(0u, storage.peek(&b, 1));
-  try {
-    storage.seekTo(0x8000000000000000ull);
-    FAIL() << "no exception";
-  } catch (const std::runtime_error & e) {
-    EXPECT_EQ(std::string("FileStorage::seekTo(9223372036854775808) failed"), e.what());
+  // A read-only file cannot grow: positions past its end are refused.
+  FileStorage readOnly(make("ten", 10), File::kReadOnly);
+  readOnly.seekTo(10);
+  EXPECT_EQ(0u, readOnly.skip(1));
+  EXPECT_EQ(10u, readOnly.absolutePosition());
+  readOnly.seekTo(4);
+  EXPECT_EQ(6u, readOnly.skip(6));
+  EXPECT_FALSE(readOnly.skipWithReceipt(1));
+  struct Case {
+    uint64 position;
+    const char * message;
+  };
+  const Case cases[] = {
+      {11, "FileStorage::seekTo(11) failed"},
+      {0x8000000000000000ull, "FileStorage::seekTo(9223372036854775808) failed"},
+  };
+  for (const Case & c : cases) {
+    try {
+      readOnly.seekTo(c.position);
+      ADD_FAILURE() << "no exception for " << c.position;
+    } catch (const std::runtime_error & e) {
+      EXPECT_EQ(std::string(c.message), e.what());
+    }
+    EXPECT_EQ(10u, readOnly.absolutePosition());
+    EXPECT_EQ(10u, readOnly.file().size());
   }
-  EXPECT_EQ(20u, storage.absolutePosition());
+
+  // A writable one grows its logical size; nothing is read there until written.
+  FileStorage writable(make("w", 10), File::kReadWrite);
+  writable.seekTo(20);
+  EXPECT_EQ(20u, writable.file().size());
+  uint8 b = 0;
+  EXPECT_EQ(0u, writable.peek(&b, 1));
+  EXPECT_EQ(5u, writable.skip(5));
+  EXPECT_EQ(25u, writable.file().size());
+  EXPECT_EQ(0u, writable.skip(0xFFFFFFFFFFFFFFF0ull));
+  EXPECT_EQ(25u, writable.absolutePosition());
 
   FileStorage missing(dir_.file("missing"), File::kReadOnly);
   EXPECT_FALSE(missing.isOpen());
