@@ -330,12 +330,16 @@ bool CAMemoryMappedFile::TPrivate::acquireHandle(const char* path, size_t size)
     ZK_REPORT_ERROR();
     return false;
   }
-  if (size != 0 && ftruncate(m_fd, static_cast<off_t>(size)) != 0) {
+  // The length only ever grows: an existing longer file keeps its bytes and is
+  // mapped in full.
+  struct stat status;
+  const bool known = fstat(m_fd, &status) == 0;
+  if (size != 0 && (!known || static_cast<size_t>(status.st_size) < size) &&
+      ftruncate(m_fd, static_cast<off_t>(size)) != 0) {
     ZK_REPORT_ERROR();
     releaseHandle();
     return false;
   }
-  struct stat status;
   if (fstat(m_fd, &status) != 0 || static_cast<size_t>(status.st_size) < size) {
     ZK_REPORT_ERROR();
     releaseHandle();
