@@ -1,0 +1,48 @@
+// A bundle whose first slot is empty (all three values 0) and whose second
+// reports codes 0 and 0 with info 7: only the second may be registered.
+#include "evc/VideoCompressorPlugin.h"
+#include "PluginKit.h"
+#include "TestPluginCodes.h"
+
+namespace {
+
+class CIdleCompressor : public IVideoCompressor {
+public:
+    void SetFileFormatHint(uint32_t) override {}
+    void SetStreamModeHint(uint32_t) override {}
+    void SetInputColorFormat(uint32_t) override {}
+    uint32_t Begin(const ZKEncImage_t*, bool) override { return 0; }
+    uint32_t CompressFrame(const ZKEncImage_t*, bool, bool, ZKEncImage_t*) override { return 0; }
+    void End() override {}
+    bool IsLastPassEncodingReady() override { return false; }
+    IVideoCompressor* CreateInstance() override { return new CIdleCompressor; }
+    ISettingArray* GetStandardSettings() override { return nullptr; }
+    ISettingArray* GetNonStandardSettings() override { return nullptr; }
+};
+
+}  // namespace
+
+EVC_PLUGIN_EXPORT uint64_t QVGetNumberVideoCompressors()
+{
+    return 2;
+}
+
+EVC_PLUGIN_EXPORT void QVGetVideoCompressorInfo(uint64_t index, uint32_t* manufacturer, uint32_t* codec,
+                                                uint64_t* info)
+{
+    if (index == 1 && manufacturer != nullptr && codec != nullptr && info != nullptr) {
+        *manufacturer = 0;
+        *codec = 0;
+        *info = 7;
+    }
+}
+
+// Offers an object for any pair, the empty slot's included: the host alone
+// must keep the empty slot out.
+EVC_PLUGIN_EXPORT IVideoCompressor* CreateVideoCompressor(uint32_t, uint32_t)
+{
+    static CIdleCompressor prototype;
+    return &prototype;
+}
+
+EVC_PLUGIN_EXPORT void QVShutDownPlugin() {}

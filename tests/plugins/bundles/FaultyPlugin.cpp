@@ -1,0 +1,163 @@
+// The faulty compressor: crashes, hangs, throws or fails in a chosen entry
+// point or operation, so tests can see the host survive it. The choice,
+// "Operation:action[:after]", comes from the environment variable
+// EVC_FAULTY_PLUGIN or from the non-standard eEnum setting "Fault" (which
+// wins once set). Without a fault it behaves as a compressor that produces
+// nothing.
+#include <csignal>
+#include <cstdlib>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <unistd.h>
+
+#include "evc/VideoCompressorPlugin.h"
+#include "PluginKit.h"
+#include "TestPluginCodes.h"
+
+using namespace evctest;
+
+namespace {
+
+// The "Fault" setting's text; empty until a preset sets it.
+std::string g_faultSetting;
+
+// Calls per operation so far, for the "after" count.
+std::map<std::string, unsigned long>& Calls()
+{
+    static std::map<std::string, unsigned long> calls;
+    return calls;
+}
+
+// Does what the chosen fault asks when operation is the chosen one; answers
+// true when the caller should report failure ("fail").
+bool MaybeFault(const char* operation)
+{
+    std::string fault = g_faultSetting;
+    if (fault.empty()) {
+        const char* environment = std::getenv(kFaultEnvironment);
+        fault = environment != nullptr ? environment : "";
+    }
+    const size_t colon = fault.find(':');
+    if (colon == std::string::npos || fault.compare(0, colon, operation) != 0)
+        return false;
+    std::string action = fault.substr(colon + 1);
+    unsigned long after = 0;
+    const size_t second = action.find(':');
+    if (second != std::string::npos) {
+        after = std::strtoul(action.c_str() + second + 1, nullptr, 10);
+        action.resize(second);
+    }
+    if (Calls()[operation]++ < after)
+        return false;
+
+    if (action == "segv") {
+        // The default action even when a sanitizer watches the signal.
+        std::signal(SIGSEGV, SIG_DFL);
+        std::raise(SIGSEGV);
+    } else if (action == "abort") {
+        std::signal(SIGABRT, SIG_DFL);
+        std::abort();
+    } else if (action == "hang") {
+        for (;;)
+            pause();
+    } else if (action == "throw") {
+        throw std::runtime_error(std::string("faulty plug-in: ") + operation);
+    }
+    return action == "fail";
+}
+
+class TFaultSetting : public kit::TEnumSetting {
+public:
+    TFaultSetting() : TEnumSetting("Fault", "") {}
+    void SetValue(const char* value) override
+    {
+        TEnumSetting::SetValue(value);
+        g_faultSetting = Text();
+    }
+};
+
+class CFaultyCompressor : public IVideoCompressor {
+public:
+    CFaultyCompressor() { m_nonStandard.Add(new TFaultSetting); }
+
+    void SetFileFormatHint(uint32_t) override { MaybeFault("SetFileFormatHint"); }
+    void SetStreamModeHint(uint32_t) override { MaybeFault("SetStreamModeHint"); }
+    void SetInputColorFormat(uint32_t) override { MaybeFault("SetInputColorFormat"); }
+    uint32_t Begin(const ZKEncImage_t*, bool) override { return MaybeFault("Begin") ? kFaultyStatus : 0; }
+    uint32_t CompressFrame(const ZKEncImage_t*, bool, bool, ZKEncImage_t*) override
+    {
+        return MaybeFault("CompressFrame") ? kFaultyStatus : 0;
+    }
+    void End() override { MaybeFault("End"); }
+    bool IsLastPassEncodingReady() override { return !MaybeFault("IsLastPassEncodingReady"); }
+    IVideoCompressor* CreateInstance() override
+    {
+        MaybeFault("CreateInstance");
+        return new CFaultyCompressor;
+    }
+    // No standard settings at all.
+    ISettingArray* GetStandardSettings() override
+    {
+        MaybeFault("GetStandardSettings");
+        return nullptr;
+    }
+    ISettingArray* GetNonStandardSettings() override
+    {
+        MaybeFault("GetNonStandardSettings");
+        return &m_nonStandard;
+    }
+
+private:
+    kit::TSettingArray m_nonStandard;
+};
+
+struct TOffer {
+    uint32_t manufacturer;
+    uint32_t codec;
+    uint64_t info;
+};
+
+constexpr TOffer kOffers[] = {
+    {kTestManufacturer, kFaultyCodec, 3},
+    {kTestManufacturer, kTwinCodec, 4},
+    {kTestManufacturer, kDualCodec, 6},
+};
+
+}  // namespace
+
+EVC_PLUGIN_EXPORT uint64_t QVGetNumberVideoCompressors()
+{
+    MaybeFault("QVGetNumberVideoCompressors");
+    return sizeof kOffers / sizeof kOffers[0];
+}
+
+EVC_PLUGIN_EXPORT void QVGetVideoCompressorInfo(uint64_t index, uint32_t* manufacturer, uint32_t* codec,
+                                                uint64_t* info)
+{
+    if (index >= sizeof kOffers / sizeof kOffers[0] || manufacturer == nullptr || codec == nullptr ||
+        info == nullptr)
+        return;
+    // Written before the fault, so a throwing entry leaves its outputs.
+    *manufacturer = kOffers[index].manufacturer;
+    *codec = kOffers[index].codec;
+    *info = kOffers[index].info;
+    MaybeFault("QVGetVideoCompressorInfo");
+}
+
+EVC_PLUGIN_EXPORT IVideoCompressor* CreateVideoCompressor(uint32_t manufacturer, uint32_t codec)
+{
+    MaybeFault("CreateVideoCompressor");
+    static CFaultyCompressor prototype;
+    for (const TOffer& offer : kOffers) {
+        if (offer.manufacturer == manufacturer && offer.codec == codec)
+            return &prototype;
+    }
+    return nullptr;
+}
+
+EVC_PLUGIN_EXPORT void QVShutDownPlugin()
+{
+    g_faultSetting.clear();
+    Calls().clear();
+}

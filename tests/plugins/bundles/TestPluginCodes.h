@@ -1,0 +1,48 @@
+// Codes, names and switches of the test plug-in bundles, shared by the
+// plug-ins and the tests that drive them.
+#pragma once
+
+#include <cstdint>
+
+namespace evctest {
+
+// A four-character code as the 32-bit number a plug-in reports.
+constexpr uint32_t FourCC(const char (&code)[5])
+{
+    return (uint32_t(uint8_t(code[0])) << 24) | (uint32_t(uint8_t(code[1])) << 16) |
+           (uint32_t(uint8_t(code[2])) << 8) | uint32_t(uint8_t(code[3]));
+}
+
+constexpr uint32_t kTestManufacturer = FourCC("EvcT");
+constexpr uint32_t kOtherManufacturer = FourCC("EvcU");
+
+// test_echo.qv64 offers, by index: (EvcT, echo, 1), an empty slot,
+// (EvcU, twin, 2), (EvcT, dual, 5).
+// test_faulty.qv64 offers: (EvcT, faul, 3), (EvcT, twin, 4), (EvcT, dual, 6).
+// test_empty.qv64 offers: an empty slot, then (0, 0, 7).
+// The GPU-named bundles offer (EvcT, gpu ) and must never be loaded.
+constexpr uint32_t kEchoCodec = FourCC("echo");
+constexpr uint32_t kFaultyCodec = FourCC("faul");
+constexpr uint32_t kTwinCodec = FourCC("twin");
+constexpr uint32_t kDualCodec = FourCC("dual");
+constexpr uint32_t kGpuCodec = FourCC("gpu ");
+
+// The faulty plug-in misbehaves when this variable (or its non-standard
+// eEnum setting "Fault") holds "Operation:action[:after]": Operation is an
+// entry point or compressor operation name (QVGetNumberVideoCompressors,
+// QVGetVideoCompressorInfo, CreateVideoCompressor, CreateInstance, Begin,
+// CompressFrame, End, IsLastPassEncodingReady, SetFileFormatHint,
+// SetStreamModeHint, SetInputColorFormat, GetStandardSettings,
+// GetNonStandardSettings), action one of segv, abort, hang, throw, fail
+// (Begin and CompressFrame answer kFaultyStatus), and after the number of
+// calls of that operation that still behave (default 0).
+constexpr char kFaultEnvironment[] = "EVC_FAULTY_PLUGIN";
+constexpr uint32_t kFaultyStatus = 0x80010001;
+
+// Packet types in the echo compressor's output.
+constexpr uint32_t kEchoReportPacket = 1;  // text lines "name=value"
+constexpr uint32_t kEchoPixelsPacket = 2;  // the input frame's plane bytes
+constexpr uint32_t kEchoBeginPacket = 3;   // descriptors: the Begin record
+constexpr char kEchoDescriptor[] = "EVCECHO";
+
+}  // namespace evctest
