@@ -1,0 +1,114 @@
+#include "transport/ExternalVideoProxy.h"
+
+#include "media/ZKResult.h"
+#include "transport/PacketHolder.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+namespace {
+
+const CATime kNoOffset(0, 0);
+
+} // namespace
+
+ExternalVideoProxy::ExternalVideoProxy()
+    : Ebml::MemoryStorage(static_cast<uint8_t*>(nullptr), 0)
+{
+}
+
+uint32_t ExternalVideoProxy::Begin(uint8_t* area, uint32_t size)
+{
+    file() = Ebml::FileInMemory(area, area != nullptr ? size : 0);
+    return kZKNoErr;
+}
+
+uint8_t* ExternalVideoProxy::GetMemory(uint32_t& size) const
+{
+    size = static_cast<uint32_t>(file().position());
+    return file().writableData();
+}
+
+void ExternalVideoProxy::CopyTo(const uint8_t* bytes, size_t count)
+{
+    save(bytes, count);
+}
+
+uint32_t ExternalVideoProxy::saveFrame(const ZKEncImage_t& record, uint32_t& size)
+{
+    TZKEncImageElt element;
+    element->importFrame(&record, kNoOffset);
+    const Ebml::uint64 total = element.calcSize();
+    size = static_cast<uint32_t>(std::min<Ebml::uint64>(total, std::numeric_limits<uint32_t>::max()));
+    // Measured before writing: a piece that does not fit must not be attempted,
+    // and the caller learns the size it would need.
+    const Ebml::uint64 room = file().size() - file().position();
+    if (total > room)
+        return kZKErrFrameTooLarge;
+    const Ebml::TReceiptPtr written = element.save(*this);
+    if (!written || written->numBytes() != total)
+        return kZKErrFrameTooLarge;
+    return kZKNoErr;
+}
+
+uint32_t ExternalVideoProxy::SerializeFrame(const ZKEncImage_t* record, uint32_t& size, bool releaseBundles)
+{
+    seekTo(0);
+    if (record == nullptr)
+        return kZKNoErr;
+    ZKEncImage_t local;
+    std::memcpy(&local, record, sizeof local);
+    uint32_t result = kZKErrGeneral;
+    try {
+        result = saveFrame(local, size);
+    } catch (...) {
+        result = kZKErrGeneral;
+    }
+    if (releaseBundles) {
+        ZKDestroyPacket(local.descriptors);
+        ZKDestroyPacket(local.image.dataPackets);
+    }
+    return result;
+}
+
+uint32_t ExternalVideoProxy::SerializeFrame(ZKImage_t* record, uint32_t& size, bool append)
+{
+    if (!append)
+        seekTo(0);
+    if (record == nullptr)
+        return kZKNoErr;
+    ZKEncImage_t local;
+    std::memset(&local, 0, sizeof local);
+    std::memcpy(&local.image, record, sizeof local.image);
+    uint32_t result = kZKErrGeneral;
+    try {
+        result = saveFrame(local, size);
+    } catch (...) {
+        result = kZKErrGeneral;
+    }
+    ZKDestroyPacket(record->dataPackets);
+    record->dataPackets = nullptr;
+    return result;
+}
+
+TZKImageFramePtr ExternalVideoProxy::DeSerializeFrame(uint32_t size)
+{
+    const Ebml::uint64 position = file().position();
+    const Ebml::uint64 available = std::min<Ebml::uint64>(size, file().size() - position);
+    if (available == 0)
+        return TZKImageFramePtr();
+    try {
+        // A view of exactly the bytes the caller vouches for: nothing inside
+        // the element can make the reader look past them.
+        Ebml::ConstMemoryStorage window(file().data() + position, available);
+        TZKEncImageElt element;
+        const Ebml::uint64 consumed = element.load(window, available);
+        if (consumed == 0)
+            return TZKImageFramePtr();
+        skip(std::min(consumed, available));
+        return element->exportFrame(kNoOffset);
+    } catch (...) {
+        return TZKImageFramePtr();
+    }
+}

@@ -1,0 +1,44 @@
+// Moves one picture at a time across a caller-owned byte area (the payload
+// area of the shared record) as an "EncImage" element. The proxy owns no
+// memory: every exchange begins with Begin over the area and its usable size.
+#pragma once
+
+#include "ebml/ebmlMemoryStorage.h"
+#include "evc/ZKImage.h"
+#include "transport/TZKEncImage.h"
+
+#include <cstdint>
+
+// The element did not fit the area.
+constexpr uint32_t kZKErrFrameTooLarge = 0x800300E6;
+
+class ExternalVideoProxy : public Ebml::MemoryStorage {
+public:
+    ExternalVideoProxy();
+
+    // Points the proxy at [area, area + size), position 0. Nothing is read or written.
+    uint32_t Begin(uint8_t* area, uint32_t size);
+    // The area's start; size receives the current position (bytes written since
+    // the last rewind).
+    uint8_t* GetMemory(uint32_t& size) const;
+    uint32_t End() { return 0; }
+    // Writes at the current position and advances, or writes nothing when the
+    // bytes do not fit.
+    void CopyTo(const uint8_t* bytes, size_t count);
+
+    // Writes record as one element at offset 0. size receives the element's
+    // full size, also when it did not fit (kZKErrFrameTooLarge; then nothing
+    // is written). With releaseBundles the record's two bundles are destroyed
+    // afterwards; the caller still holds the pointers and clears them.
+    uint32_t SerializeFrame(const ZKEncImage_t* record, uint32_t& size, bool releaseBundles);
+    // Writes record at offset 0, or with append at the current position. The
+    // record's data packets bundle is always destroyed and its pointer cleared.
+    uint32_t SerializeFrame(ZKImage_t* record, uint32_t& size, bool append);
+    // Reads the element at the current position, looking at no more than size
+    // bytes, and moves past it. An empty pointer when there is no well-formed
+    // "EncImage" there.
+    TZKImageFramePtr DeSerializeFrame(uint32_t size);
+
+private:
+    uint32_t saveFrame(const ZKEncImage_t& record, uint32_t& size);
+};

@@ -1,0 +1,55 @@
+// "EncImage" (0x91): one picture as an EBML element. Children in this fixed
+// order, each left out when it has nothing to save: "TZKVideoInfo" (0x85),
+// "ImageData" (0x87, the whole pixel buffer as it lies), "Descriptors"
+// (0x89) and "DataPackets" (0x90).
+#pragma once
+
+#include "ebml/ebmlElt.h"
+#include "ebml/ebmlPayload.h"
+#include "evc/ZKImage.h"
+#include "media/CAImageFrame.h"
+#include "media/CASharedPtr.h"
+#include "media/CATime.h"
+#include "transport/TZKEbmlPacketBundle.h"
+
+struct TNameVideoInfo {
+    static constexpr const char* kName = "TZKVideoInfo";
+};
+struct TNameImageData {
+    static constexpr const char* kName = "ImageData";
+};
+struct TNameEncImage {
+    static constexpr const char* kName = "EncImage";
+};
+
+typedef Ebml::TElt<Ebml::VBinary, 0x85, TNameVideoInfo> TZKVideoInfoElt;
+typedef Ebml::TElt<Ebml::VBinary, 0x87, TNameImageData> TZKImageDataElt;
+typedef CASharedPtr<CAImageFrame, CAFrame> TZKImageFramePtr;
+
+class TZKEncImage : public Ebml::EbmlMaster {
+public:
+    bool eval(Ebml::IElementCrawler& crawler) override;
+    bool isDefault() const override;
+    Ebml::uint64 calcSize() const override;
+    Ebml::TReceiptPtr save(Ebml::IStorage& storage) const override;
+    Ebml::uint64 load(Ebml::IStorage& storage, Ebml::uint64 bytesToRead, Ebml::IDelegateLoad* delegate) override;
+
+    // Refers to the pixels and the record's bundles where they lie: they must
+    // outlive the save. The offset is added to the time (0 units: unchanged).
+    void importFrame(const ZKEncImage_t* record, const CATime& offset);
+    // A new frame holding a copy of the pixels and the exported bundles; an
+    // empty pointer when the information child is missing or malformed, or
+    // the pixels do not fit the format they claim.
+    TZKImageFramePtr exportFrame(const CATime& offset) const;
+
+    const TZKVideoInfoElt& videoInfo() const { return m_videoInfo; }
+    const TZKImageDataElt& imageData() const { return m_imageData; }
+
+private:
+    TZKVideoInfoElt m_videoInfo;
+    TZKImageDataElt m_imageData;
+    TZKDescriptorsElt m_descriptors;
+    TZKDataPacketsElt m_dataPackets;
+};
+
+typedef Ebml::TElt<TZKEncImage, 0x91, TNameEncImage> TZKEncImageElt;
