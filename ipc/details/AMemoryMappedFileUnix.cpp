@@ -33,6 +33,23 @@ void zkReportError(const char* file, int line, const char* function)
 
 #define ZK_REPORT_ERROR() zkReportError(__FILE__, __LINE__, __PRETTY_FUNCTION__)
 
+#ifndef __APPLE__
+void fillRandomCharacters(char* out, size_t count)
+{
+  static const char letters[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+  unsigned char random[16] = {};
+  if (getentropy(random, count) != 0) {
+    // Uniqueness still comes from mkstemp; these only vary the name further.
+    timeval now;
+    gettimeofday(&now, nullptr);
+    for (size_t i = 0; i < count; ++i)
+      random[i] = static_cast<unsigned char>((now.tv_usec >> (6 * i)) ^ getpid());
+  }
+  for (size_t i = 0; i < count; ++i)
+    out[i] = letters[random[i] % 62];
+}
+#endif
+
 const char kSafeKeyAlphabet[] =
     "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_.";
 
@@ -489,6 +506,11 @@ bool CAMemoryMappedFile::makeTempFile(std::string& path, const char* prefix)
   path = folder + "/" + prefix + "XXXXXXXXXX";
   std::vector<char> name(path.begin(), path.end());
   name.push_back('\0');
+#ifndef __APPLE__
+  // glibc replaces only the last six X; the four before them get random
+  // characters here so that every name ends in ten unique characters.
+  fillRandomCharacters(name.data() + path.size() - 10, 4);
+#endif
   const int fd = mkstemp(name.data());
   if (fd == -1) {
     ZK_REPORT_ERROR();

@@ -156,6 +156,7 @@ TEST_F(MappedFileTest, TempFileFolderComesFromTheEnvironment)
     ASSERT_TRUE(CAMemoryMappedFile::makeTempFile(file, "evcProbe"));
     EXPECT_TRUE(std::regex_match(file, std::regex(c.expectedFolder + "/evcProbe[A-Za-z0-9]{10}")))
         << file;
+    EXPECT_EQ(file.find("XXXX"), std::string::npos) << "all ten characters are replaced";
     std::ifstream in(file, std::ios::binary | std::ios::ate);
     EXPECT_TRUE(in.is_open());
     EXPECT_EQ(in.tellg(), 0);
