@@ -1,0 +1,189 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "plugins/CPluginCollection.h"
+#include "plugins/PluginFixture.h"
+#include "plugins/bundles/EchoReport.h"
+#include "plugins/bundles/TestPluginCodes.h"
+#include "service/PresetReader.h"
+
+using namespace evctest;
+
+namespace {
+
+TEST(PresetCodes, ReadsTheCompressorCodes)
+{
+    struct {
+        const char* name;
+        std::string preset;
+        bool ok;
+        unsigned int manufacturer, codec;  // starting at 11 and 22
+    } cases[] = {
+        {"plain", R"(<Output><VideoCompressor Manufacture4cc="1161257812" Codec4cc="1701012335"/></Output>)", true,
+         1161257812, 1701012335},
+        {"declaration and comment first",
+         "<?xml version=\"1.0\"?><!-- preset --><Output><VideoCompressor Manufacture4cc=\"5\" Codec4cc=\"6\"/></Output>",
+         true, 5, 6},
+        {"not the first child", R"(<Output><Audio/><VideoCompressor Manufacture4cc="5" Codec4cc="6"/></Output>)", true,
+         5, 6},
+        {"scanned like sscanf", R"(<Output><VideoCompressor Manufacture4cc="  7xyz" Codec4cc="-1"/></Output>)", true, 7,
+         0xFFFFFFFFu},
+        {"four letters do not scan", R"(<Output><VideoCompressor Manufacture4cc="EvcT" Codec4cc="9"/></Output>)", true,
+         11, 9},
+        {"attributes missing", R"(<Output><VideoCompressor/></Output>)", true, 11, 22},
+        {"no VideoCompressor", R"(<Output><Other Manufacture4cc="1" Codec4cc="2"/></Output>)", true, 11, 22},
+        {"unfinished document: what was parsed counts", R"(<Output><VideoCompressor Manufacture4cc="3" Codec4cc="4"/>)",
+         true, 3, 4},
+        {"wrong root", R"(<Input><VideoCompressor Manufacture4cc="1" Codec4cc="2"/></Input>)", false, 11, 22},
+        {"root name case", R"(<output><VideoCompressor Manufacture4cc="1" Codec4cc="2"/></output>)", false, 11, 22},
+        {"empty", "", false, 11, 22},
+        {"not XML", "Bitrate=5000", false, 11, 22},
+        {"garbage", "<<<>>>", false, 11, 22},
+    };
+    for (auto& test : cases) {
+        unsigned int manufacturer = 11, codec = 22;
+        EXPECT_EQ(DeSerializeVideoCodec4cc(test.preset, manufacturer, codec), test.ok) << test.name;
+        EXPECT_EQ(manufacturer, test.manufacturer) << test.name;
+        EXPECT_EQ(codec, test.codec) << test.name;
+    }
+}
+
+// Settings applied to the echo compressor, loaded from its bundle.
+class PresetSettingsTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (BuildDir().empty())
+            GTEST_SKIP() << "EVC_BUILD_DIR is not set";
+        m_collection.Initialize(BuildDir(), kHostBundle);
+        m_collection.LoadVideoPlugin(kTestManufacturer, kEchoCodec);
+        m_compressor.reset(m_collection.CreateVideoCompressor(kTestManufacturer, kEchoCodec));
+        ASSERT_NE(m_compressor, nullptr);
+    }
+    void TearDown() override
+    {
+        m_compressor.reset();
+        m_collection.Uninitialize();
+    }
+
+    bool Apply(std::string preset) { return DeSerializeVideoCodecSettings(preset, m_compressor.get()); }
+
+    // The settings as the echo compressor reports them now.
+    TEchoReport Report()
+    {
+        ZKEncImage_t output{};
+        m_compressor->CompressFrame(nullptr, false, false, &output);
+        return EchoReportOf(output);
+    }
+
+    CPluginCollection m_collection;
+    std::unique_ptr<IVideoCompressor> m_compressor;
+};
+
+TEST_F(PresetSettingsTest, AppliesEveryKindByName)
+{
+    ASSERT_TRUE(Apply(R"(<Output>
+  <VideoCompressor Manufacture4cc="1161257812" Codec4cc="1701012335">
+    <StandardSettings>
+      <Bitrate Type="eInt" Value="5000"/>
+      <KeyFrameInterval Type="eInt" Value=" -12"/>
+      <Quality Type="eDouble" Value="0.25"/>
+      <TwoPass Type="eBool" Value="True"/>
+      <Nope Type="eInt" Value="1"/>
+    </StandardSettings>
+    <Audio><Bitrate Type="eInt" Value="1"/></Audio>
+    <NonStandardSettings>
+      <Preset Type="eEnum" Value="slow"/>
+      <Tune Type="eEnum" Value="film"/>
+      <Tune Type="eEnum" Value="grain"/>
+      <Offset Type="eUnsignedInt" Value="7"/>
+      <Twin Type="eInt" Value="9"/>
+      <Bitrate Type="eInt" Value="1"/>
+      <Gain Type="eDouble" Value="abc"/>
+      <Gain Value="2.5"/>
+      <Gain Type="eFloat" Value="3.5"/>
+    </NonStandardSettings>
+    <StandardSettings>
+      <KeyFrameInterval Type="eInt" Value="250"/>
+    </StandardSettings>
+    <StandardSettings><!-- a comment first: nothing below applies -->
+      <Bitrate Type="eInt" Value="1"/>
+    </StandardSettings>
+  </VideoCompressor>
+</Output>)"));
+
+    const TEchoReport report = Report();
+    const std::pair<const char*, const char*> expected[] = {
+        {"setting.Bitrate", "5000 sets=1"},
+        {"setting.KeyFrameInterval", "250 sets=2"},  // applied in document order
+        {"setting.Quality", "0.25 sets=1"},
+        {"setting.TwoPass", "true sets=1"},
+        {"setting.Preset", "slow sets=1"},
+        {"setting.Tune", "grain sets=2"},  // the later element wins
+        {"setting.Offset", "7 sets=1"},
+        {"setting.Gain", "1 sets=0"},  // no value, no type, unknown type
+        {"setting.ReturnStatus", "0 sets=0"},
+    };
+    for (const auto& [name, value] : expected)
+        EXPECT_EQ(EchoValue(report, name), value) << name;
+    // Every setting of that name receives the value.
+    const auto twins = report.equal_range("setting.Twin");
+    ASSERT_EQ(std::distance(twins.first, twins.second), 2);
+    for (auto it = twins.first; it != twins.second; ++it)
+        EXPECT_EQ(it->second, "9 sets=1");
+}
+
+TEST_F(PresetSettingsTest, BoolIsTrueOnlyForExactlyTrue)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        {"True", "true"}, {"true", "false"}, {"True", "true"}, {"TRUE", "false"},
+        {"True", "true"}, {"1", "false"},    {"True", "true"}, {"", "false"},
+    };
+    int sets = 0;
+    for (const auto& [value, expected] : cases) {
+        ASSERT_TRUE(Apply(std::string("<Output><VideoCompressor><StandardSettings><TwoPass Type=\"eBool\" Value=\"") +
+                          value + "\"/></StandardSettings></VideoCompressor></Output>"));
+        EXPECT_EQ(EchoValue(Report(), "setting.TwoPass"), std::string(expected) + " sets=" + std::to_string(++sets))
+            << value;
+    }
+}
+
+TEST_F(PresetSettingsTest, AppliesNothingWithoutAStructure)
+{
+    const struct {
+        const char* name;
+        const char* preset;
+        bool ok;
+    } cases[] = {
+        {"comment before the settings",
+         "<Output><VideoCompressor><!-- c --><StandardSettings><Bitrate Type=\"eInt\" Value=\"1\"/>"
+         "</StandardSettings></VideoCompressor></Output>",
+         true},
+        {"text before the settings",
+         "<Output><VideoCompressor>text<StandardSettings><Bitrate Type=\"eInt\" Value=\"1\"/>"
+         "</StandardSettings></VideoCompressor></Output>",
+         true},
+        {"no VideoCompressor", "<Output><StandardSettings><Bitrate Type=\"eInt\" Value=\"1\"/></StandardSettings></Output>",
+         true},
+        {"empty VideoCompressor", "<Output><VideoCompressor/></Output>", true},
+        {"wrong root",
+         "<Input><VideoCompressor><StandardSettings><Bitrate Type=\"eInt\" Value=\"1\"/></StandardSettings>"
+         "</VideoCompressor></Input>",
+         false},
+        {"empty", "", false},
+        {"garbage", "\x01\x02<", false},
+    };
+    for (const auto& test : cases) {
+        EXPECT_EQ(Apply(test.preset), test.ok) << test.name;
+        EXPECT_EQ(EchoValue(Report(), "setting.Bitrate"), "0 sets=0") << test.name;
+    }
+    // Null arguments are no-ops.
+    DeSerializeSettingArray(nullptr, nullptr);
+    DeSerializeSetting(nullptr, nullptr);
+    std::string preset = "<Output><VideoCompressor/></Output>";
+    EXPECT_TRUE(DeSerializeVideoCodecSettings(preset, nullptr));
+}
+
+}  // namespace
