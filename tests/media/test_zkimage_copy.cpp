@@ -7,35 +7,9 @@
 
 #include "media/ZKImageLayout.h"
 #include "media/ZKResult.h"
+#include "TestPacketBundle.h"
 
 namespace {
-
-// A bundle that only counts clones and destructions.
-class CountingBundle : public IPacketBundle {
-public:
-    explicit CountingBundle(int* destroyed) : m_destroyed(destroyed) {}
-    uint32_t getTrack() const override { return 0; }
-    uint64_t getTime() const override { return 0; }
-    uint64_t getTimeBase() const override { return 1; }
-    uint64_t getDuration() const override { return 0; }
-    const uint8_t* getDescriptor() const override { return nullptr; }
-    uint64_t getDescriptorSize() const override { return 0; }
-    IPacket* clone() const override { return new CountingBundle(m_destroyed); }
-    void destroy() override
-    {
-        ++*m_destroyed;
-        delete this;
-    }
-    void clear() override {}
-    uint32_t size() const override { return 0; }
-    IPacket* get(uint32_t) const override { return nullptr; }
-    IPacket* remove(uint32_t) override { return nullptr; }
-    void append(IPacket* packet) override { packet->destroy(); }
-    IPacket* replace(uint32_t, IPacket*) override { return nullptr; }
-
-private:
-    int* m_destroyed;
-};
 
 // A picture whose byte at row r, column c of plane p is p * 64 + r * 8 + c.
 struct Picture {
@@ -119,20 +93,20 @@ TEST(ZKImageCopy, NarrowerStrideLimitsEachRow)
 
 TEST(ZKImageCopy, MismatchCopiesOnlyOriginalTime)
 {
-    int destroyed = 0;
-    CountingBundle bundle(&destroyed);
+    auto* bundle = new TestPacketBundle(1);
     Picture src(1, 2, 2, 0, false, false);
     Picture dst(1, 3, 2, 0, false, false);  // width differs
     src.Fill();
     src.image.originalTime = 77;
     src.image.originalTimeScale = 25;
-    src.image.dataPackets = &bundle;
-    CopyZKImage(&src.image, &dst.image, false);
+    src.image.dataPackets = bundle;
+    CopyZKImage(&src.image, &dst.image, true);
     EXPECT_EQ(dst.image.originalTime, 77u);
     EXPECT_EQ(dst.image.originalTimeScale, 25u);
     EXPECT_EQ(dst.image.dataPackets, nullptr);
     for (uint8_t b : dst.bytes)
         EXPECT_EQ(b, 0);
+    bundle->destroy();
 }
 
 TEST(ZKImageCopy, MissingFirstPlaneCopiesNothing)
@@ -147,30 +121,31 @@ TEST(ZKImageCopy, MissingFirstPlaneCopiesNothing)
 
 TEST(ZKImageCopy, DataPacketsSharedOrCloned)
 {
-    int destroyed = 0;
-    auto* bundle = new CountingBundle(&destroyed);
+    const int liveBefore = TestPacketBundle::Live();
+    auto* bundle = new TestPacketBundle(1);
     Picture src(1, 2, 2, 0, false, false);
     Picture dst(1, 2, 2, 0, false, false);
     src.image.dataPackets = bundle;
 
     CopyZKImage(&src.image, &dst.image, false);
     EXPECT_EQ(dst.image.dataPackets, bundle);
+    EXPECT_EQ(TestPacketBundle::Live(), liveBefore + 1);
 
     dst.image.dataPackets = nullptr;
     CopyZKImage(&src.image, &dst.image, true);
     ASSERT_NE(dst.image.dataPackets, nullptr);
     EXPECT_NE(dst.image.dataPackets, bundle);
+    EXPECT_EQ(static_cast<TestPacketBundle*>(dst.image.dataPackets)->tag(), 1001u);
+    EXPECT_EQ(TestPacketBundle::Live(), liveBefore + 2);
     dst.image.dataPackets->destroy();
-    bundle->destroy();
-    EXPECT_EQ(destroyed, 2);
 
     // A deep copy without a source bundle keeps the destination's.
     src.image.dataPackets = nullptr;
-    CountingBundle kept(&destroyed);
-    dst.image.dataPackets = &kept;
+    dst.image.dataPackets = bundle;
     CopyZKImage(&src.image, &dst.image, true);
-    EXPECT_EQ(dst.image.dataPackets, &kept);
-    EXPECT_EQ(destroyed, 2);
+    EXPECT_EQ(dst.image.dataPackets, bundle);
+    bundle->destroy();
+    EXPECT_EQ(TestPacketBundle::Live(), liveBefore);
 }
 
 TEST(ZKImageCopy, FlipTurnsRowsAndFlag)

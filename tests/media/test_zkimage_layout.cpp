@@ -90,6 +90,26 @@ ZKImage_t Garbage()
     return image;
 }
 
+void ExpectPlanes(const ZKImage_t& image, const uint8_t* base, const long (&offsets)[4])
+{
+    for (int i = 0; i < 4; ++i) {
+        if (offsets[i] == kAbsent)
+            EXPECT_EQ(image.planes[i], nullptr) << "plane " << i;
+        else
+            EXPECT_EQ(image.planes[i], base + offsets[i]) << "plane " << i;
+    }
+}
+
+void ExpectTimes(const ZKImage_t& image, uint64_t time, uint64_t timeScale,
+                 uint64_t originalTime, uint64_t originalTimeScale, uint32_t frameWithinSecond)
+{
+    EXPECT_EQ(image.time, time);
+    EXPECT_EQ(image.timeScale, timeScale);
+    EXPECT_EQ(image.originalTime, originalTime);
+    EXPECT_EQ(image.originalTimeScale, originalTimeScale);
+    EXPECT_EQ(image.originalFrameWithinSecond, frameWithinSecond);
+}
+
 TEST(ZKImageLayout, InitPlaneLayouts)
 {
     std::vector<uint8_t> buffer(4096);
@@ -101,13 +121,9 @@ TEST(ZKImageLayout, InitPlaneLayouts)
         ASSERT_EQ(InitZKImage(&image, 4096, base, c.format, true, c.rowBytes, c.width, c.height,
                               c.alpha),
                   kZKNoErr);
-        for (int i = 0; i < 4; ++i) {
+        for (int i = 0; i < 4; ++i)
             EXPECT_EQ(image.rowBytes[i], c.rowBytesOut[i]) << "row bytes " << i;
-            if (c.planeOffset[i] == kAbsent)
-                EXPECT_EQ(image.planes[i], nullptr) << "plane " << i;
-            else
-                EXPECT_EQ(image.planes[i], base + c.planeOffset[i]) << "plane " << i;
-        }
+        ExpectPlanes(image, base, c.planeOffset);
         EXPECT_EQ(image.colorFormat, c.format);
         EXPECT_EQ(image.colorRange, 1u);
         EXPECT_EQ(image.width, static_cast<uint32_t>(c.width));
@@ -187,43 +203,33 @@ TEST(ZKImageLayout, InitOverloadsSetTimesAndRange)
 
     ASSERT_EQ(InitZKImage(&image, sizeof data, data, 1, false, 0, 4, 4, false, 42, 90000),
               kZKNoErr);
-    EXPECT_EQ(image.time, 42u);
-    EXPECT_EQ(image.timeScale, 90000u);
-    EXPECT_EQ(image.originalTime, 0u);
-    EXPECT_EQ(image.originalTimeScale, 1u);
-    EXPECT_EQ(image.originalFrameWithinSecond, 0u);
+    ExpectTimes(image, 42, 90000, 0, 1, 0);
     EXPECT_EQ(image.colorRange, 1u);
 
     ASSERT_EQ(InitZKImage(&image, sizeof data, data, 1, false, 0, 4, 4, false, 1, 2, 3, 4, 5),
               kZKNoErr);
-    EXPECT_EQ(image.time, 1u);
-    EXPECT_EQ(image.timeScale, 2u);
-    EXPECT_EQ(image.originalTime, 3u);
-    EXPECT_EQ(image.originalTimeScale, 4u);
-    EXPECT_EQ(image.originalFrameWithinSecond, 5u);
+    ExpectTimes(image, 1, 2, 3, 4, 5);
 
     ASSERT_EQ(InitZKImage(&image, sizeof data, data, 1, 7u, false, 0, 4, 4, false, 8, 9),
               kZKNoErr);
     EXPECT_EQ(image.colorRange, 7u);
-    EXPECT_EQ(image.time, 8u);
-    EXPECT_EQ(image.originalTimeScale, 1u);
+    ExpectTimes(image, 8, 9, 0, 1, 0);
 
     ASSERT_EQ(InitZKImage(&image, sizeof data, data, 1, 3u, true, 20, 4, 4, false, 10, 11, 12,
                           13, 14),
               kZKNoErr);
     EXPECT_EQ(image.colorRange, 3u);
     EXPECT_EQ(image.rowBytes[0], 20u);
-    EXPECT_EQ(image.originalTime, 12u);
-    EXPECT_EQ(image.originalFrameWithinSecond, 14u);
+    ExpectTimes(image, 10, 11, 12, 13, 14);
 
     // The forms without row bytes take the default.
     ASSERT_EQ(InitZKImage(&image, sizeof data, data, 1, false, 4, 4, false, 15, 16), kZKNoErr);
     EXPECT_EQ(image.rowBytes[0], 16u);
-    EXPECT_EQ(image.time, 15u);
+    ExpectTimes(image, 15, 16, 0, 1, 0);
     ASSERT_EQ(InitZKImage(&image, sizeof data, data, 1, false, 5, 4, false, 1, 2, 3, 4, 5),
               kZKNoErr);
     EXPECT_EQ(image.rowBytes[0], 20u);
-    EXPECT_EQ(image.originalTimeScale, 4u);
+    ExpectTimes(image, 1, 2, 3, 4, 5);
 
     // A refused format leaves the time fields alone too.
     ZKImage_t before = image;
@@ -246,12 +252,7 @@ TEST(ZKImageLayout, ReplaceYUVImageKeepsTheInitLayout)
                               c.height, c.alpha),
                   kZKNoErr);
         ReplaceYUVImage(&image, second.data());
-        for (int i = 0; i < 4; ++i) {
-            if (c.planeOffset[i] == kAbsent)
-                EXPECT_EQ(image.planes[i], nullptr) << "plane " << i;
-            else
-                EXPECT_EQ(image.planes[i], second.data() + c.planeOffset[i]) << "plane " << i;
-        }
+        ExpectPlanes(image, second.data(), c.planeOffset);
     }
 }
 
