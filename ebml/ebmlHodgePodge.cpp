@@ -147,7 +147,9 @@ TReceiptPtr HodgePodge::save(IStorage & storage) const
       EBML_ASSERT(ok);
       dst = Ebml::save(storage, bytes);
     }
-    EBML_ASSERT(dst);
+    // A full target (a frame larger than the area) is a reported failure, not a crash.
+    if (!dst)
+      return dst;
     *result += dst;
   }
   return result;

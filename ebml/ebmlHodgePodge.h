@@ -41,7 +41,8 @@ public:
   bool operator==(const HodgePodge & other) const;
   bool operator!=(const HodgePodge & other) const { return !(*this == other); }
 
-  // Writes the bytes contiguously into storage (a NullStorage only counts them).
+  // Writes the bytes contiguously into storage (a NullStorage only counts them); a null
+  // receipt when the storage cannot take them.
   TReceiptPtr save(IStorage & storage) const;
   // Keeps a receipt of the next numBytes bytes of storage; 0 when they are not there.
   uint64 load(IStorage & storage, uint64 numBytes);

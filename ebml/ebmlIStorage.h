@@ -49,9 +49,11 @@ public:
 
   TSharedPtr & operator=(const TSharedPtr & other)
   {
-    ++other.block_->count_; // first, so self-assignment is safe
-    release();
-    block_ = other.block_;
+    if (block_ != other.block_) {
+      ++other.block_->count_;
+      release();
+      block_ = other.block_;
+    }
     return *this;
   }
 

@@ -30,7 +30,7 @@ TReceiptPtr saveUInt(IStorage & storage, uint64 value, uint64 numBytes)
 // Reads n <= 8 bytes big-endian into value; false when not all are there.
 bool loadUInt(IStorage & storage, uint64 n, uint64 & value)
 {
-  uint8 buf[8];
+  uint8 buf[8] = {};
   if (n > 8 || (n > 0 && !storage.load(buf, std::size_t(n))))
     return false;
   value = uintDecode(buf, n);
@@ -259,8 +259,12 @@ uint64 EbmlMaster::calcChildrenSize(std::initializer_list<const IElement *> chil
 TReceiptPtr EbmlMaster::saveChildren(IStorage & storage, std::initializer_list<const IElement *> children)
 {
   TReceiptPtr result = storage.receipt();
-  for (const IElement * child : children)
-    *result += child->save(storage, 0);
+  for (const IElement * child : children) {
+    TReceiptPtr saved = child->save(storage, 0);
+    if (!saved)
+      return saved; // a child that does not fit fails the whole composite
+    *result += saved;
+  }
   return result;
 }
 

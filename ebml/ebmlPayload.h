@@ -211,7 +211,8 @@ private:
 };
 
 // Base of composite payloads. The helpers implement the usual fixed-order composite:
-// crawl, size, save and load the listed children in order.
+// crawl, size, save and load the listed children in order. A child whose save fails
+// (the storage is full) makes saveChildren return a null receipt.
 class EbmlMaster : public IPayload {
 public:
   bool isComposite() const override { return true; }

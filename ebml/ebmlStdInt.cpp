@@ -1,5 +1,6 @@
 #include "ebml/ebmlStdInt.h"
 
+#include "ebml/ebmlHodgePodge.h"
 #include "ebml/ebmlIStorage.h"
 
 #include <cstdlib>
@@ -121,6 +122,11 @@ uint64 vsizeDecode(const uint8 * in, uint64 & numBytes)
   return vsizeDecodeBytes(in, numBytes);
 }
 
+uint64 vsizeDecode(const HodgePodgeConstIter & in, uint64 & numBytes)
+{
+  return vsizeDecodeBytes(in, numBytes);
+}
+
 uint64 vsizeDecode(IStorage & storage, uint64 & numBytes)
 {
   uint8 buf[8];
@@ -146,6 +152,12 @@ uint64 vsizeSignedEncode(int64 vsize, uint8 * out)
 }
 
 int64 vsizeSignedDecode(const uint8 * in, uint64 & numBytes)
+{
+  const uint64 v = vsizeDecode(in, numBytes);
+  return int64(v - vsizeHalfRange[numBytes]);
+}
+
+int64 vsizeSignedDecode(const HodgePodgeConstIter & in, uint64 & numBytes)
 {
   const uint64 v = vsizeDecode(in, numBytes);
   return int64(v - vsizeHalfRange[numBytes]);
