@@ -1,0 +1,177 @@
+// One 1080p 4:2:0 frame through the frame channel: written as an "EncImage"
+// element into a payload-sized area, and read back into a pooled frame. Each
+// direction is set against a plain memcpy of the same pixel bytes measured in
+// the same run, the floor that any channel has to pay once.
+
+#include "transport/ExternalVideoProxy.h"
+#include "transport/TPacketBundle.h"
+#include "transport/TQVAPIPacket.h"
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr uint32_t kWidth = 1920;
+constexpr uint32_t kHeight = 1080;
+constexpr uint32_t kLuma = kWidth * kHeight;
+constexpr uint32_t kChroma = kLuma / 4;
+constexpr uint32_t kFrameBytes = kLuma + 2 * kChroma;
+constexpr uint32_t kAreaBytes = 0x4000000;  // the service's 64 MiB reply limit
+
+struct Fixture {
+    std::vector<uint8_t> pixels = std::vector<uint8_t>(kFrameBytes);
+    std::vector<uint8_t> area = std::vector<uint8_t>(kAreaBytes);
+    std::vector<uint8_t> copy = std::vector<uint8_t>(kFrameBytes);
+    TPacketBundle descriptors;
+    ZKEncImage_t record;
+    uint32_t elementSize = 0;
+
+    Fixture()
+    {
+        for (size_t i = 0; i < pixels.size(); ++i)
+            pixels[i] = static_cast<uint8_t>(i * 31);
+        auto* header = new TQVAPIPacket;
+        const uint8_t sps[] = {0, 0, 0, 1, 0x67, 0x42, 0x00, 0x28};
+        header->setData(sps, sizeof sps);
+        descriptors.append(header);
+        std::memset(&record, 0, sizeof record);
+        ZKImage_t& image = record.image;
+        image.colorFormat = eColorFormatYUV420Planar;
+        image.width = kWidth;
+        image.height = kHeight;
+        image.rowBytes[0] = kWidth;
+        image.rowBytes[1] = image.rowBytes[2] = kWidth / 2;
+        image.planes[0] = pixels.data();
+        image.planes[1] = pixels.data() + kLuma;
+        image.planes[2] = pixels.data() + kLuma + kChroma;
+        image.dataSize = kFrameBytes;
+        image.time = 1001;
+        image.timeScale = 30000;
+        record.descriptors = &descriptors;
+        // Pre-fault the area, as a mapped segment in use would be.
+        std::memset(area.data(), 0, area.size());
+        ExternalVideoProxy proxy;
+        proxy.Begin(area.data(), kAreaBytes);
+        proxy.SerializeFrame(&record, elementSize, false);
+    }
+};
+
+Fixture& fixture()
+{
+    static Fixture instance;
+    return instance;
+}
+
+void setRate(benchmark::State& state)
+{
+    state.counters["fps"] = benchmark::Counter(double(state.iterations()), benchmark::Counter::kIsRate);
+    state.SetBytesProcessed(int64_t(state.iterations()) * kFrameBytes);
+}
+
+void BM_Memcpy(benchmark::State& state)
+{
+    Fixture& f = fixture();
+    for (auto _ : state) {
+        std::memcpy(f.area.data(), f.pixels.data(), kFrameBytes);
+        benchmark::ClobberMemory();
+    }
+    setRate(state);
+}
+
+void BM_Serialize(benchmark::State& state)
+{
+    Fixture& f = fixture();
+    ExternalVideoProxy proxy;
+    for (auto _ : state) {
+        proxy.Begin(f.area.data(), kAreaBytes);
+        uint32_t size = 0;
+        if (proxy.SerializeFrame(&f.record, size, false) != 0)
+            state.SkipWithError("serialize failed");
+        benchmark::ClobberMemory();
+    }
+    setRate(state);
+}
+
+void BM_Deserialize(benchmark::State& state)
+{
+    Fixture& f = fixture();
+    // Restore the element that BM_Memcpy may have overwritten.
+    ExternalVideoProxy writer;
+    writer.Begin(f.area.data(), kAreaBytes);
+    writer.SerializeFrame(&f.record, f.elementSize, false);
+    ExternalVideoProxy proxy;
+    for (auto _ : state) {
+        proxy.Begin(f.area.data(), f.elementSize);
+        TZKImageFramePtr frame = proxy.DeSerializeFrame(f.elementSize);
+        if (!frame)
+            state.SkipWithError("deserialize failed");
+        benchmark::DoNotOptimize(frame.get());
+    }
+    setRate(state);
+}
+
+void BM_RoundTrip(benchmark::State& state)
+{
+    Fixture& f = fixture();
+    ExternalVideoProxy proxy;
+    for (auto _ : state) {
+        proxy.Begin(f.area.data(), kAreaBytes);
+        uint32_t size = 0;
+        proxy.SerializeFrame(&f.record, size, false);
+        proxy.Begin(f.area.data(), size);
+        TZKImageFramePtr frame = proxy.DeSerializeFrame(size);
+        benchmark::DoNotOptimize(frame.get());
+    }
+    setRate(state);
+}
+
+BENCHMARK(BM_Memcpy)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_Serialize)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_Deserialize)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_RoundTrip)->Unit(benchmark::kMicrosecond)->UseRealTime();
+
+// Keeps the time per frame of every run so that main can print the ratios.
+class RatioReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run>& runs) override
+    {
+        ConsoleReporter::ReportRuns(runs);
+        for (const Run& run : runs)
+            if (run.run_type == Run::RT_Iteration && run.iterations > 0)
+                m_seconds[run.benchmark_name()] = run.real_accumulated_time / double(run.iterations);
+    }
+    double seconds(const std::string& name) const
+    {
+        auto it = m_seconds.find(name);
+        return it == m_seconds.end() ? 0.0 : it->second;
+    }
+
+private:
+    std::map<std::string, double> m_seconds;
+};
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    benchmark::Initialize(&argc, argv);
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    const double floor = reporter.seconds("BM_Memcpy/real_time");
+    std::printf("\n1080p 4:2:0 frame, %u pixel bytes, element %u bytes\n", kFrameBytes, fixture().elementSize);
+    for (const char* name : {"BM_Memcpy/real_time", "BM_Serialize/real_time", "BM_Deserialize/real_time",
+                             "BM_RoundTrip/real_time"}) {
+        const double s = reporter.seconds(name);
+        if (s <= 0.0)
+            continue;
+        std::printf("%-26s %9.1f frames/s   %5.2f x memcpy\n", name, 1.0 / s, floor > 0.0 ? s / floor : 0.0);
+    }
+    benchmark::Shutdown();
+    return 0;
+}
