@@ -87,16 +87,21 @@ TEST(CAThreadTest, StopBeforeTheBodyBeginsStillRunsItOnce)
         ASSERT_TRUE(thread.start());
         thread.stop();
         thread.wait();
-        EXPECT_TRUE(thread.isFinished());
         EXPECT_EQ(thread.m_runs, 1);
         EXPECT_EQ(thread.getError(), 7u);
+        // A stop after the body ended moves a finished thread back to 2.
+        EXPECT_TRUE(thread.isFinished() || thread.stopRequested());
         if (thread.m_sawStopAtStart) {
-            // The early request is not overwritten by "running".
+            // The early request is not overwritten by "running", and the end
+            // of the body still marks the thread finished.
             EXPECT_EQ(thread.m_stateInBody, CAThread::eStateStopRequested);
+            EXPECT_TRUE(thread.isFinished());
             sawEarlyStop = true;
         }
     }
-    EXPECT_TRUE(sawEarlyStop);
+    // Some schedulers (the thread sanitizer's) always let the worker in first.
+    if (!sawEarlyStop)
+        GTEST_SKIP() << "no stop landed before the body began";
 }
 
 TEST(CAThreadTest, StopMovesAFinishedThreadToStopRequested)
@@ -123,33 +128,33 @@ TEST(CAThreadTest, StopEndsALoopingBody)
     EXPECT_EQ(thread.getError(), 9u);
 }
 
+// Outside the object: the body reports after the subclass part is destroyed.
+std::atomic<bool> g_bodyEntered{false};
+std::atomic<bool> g_bodyReturned{false};
+
+class StopsOnlyInBaseDestructor : public CAThread {
+public:
+    unsigned int run() override
+    {
+        g_bodyEntered = true;
+        while (!CAThread::stopRequested())
+            CAThread::sleep(0.001);
+        CAThread::sleep(0.02);  // still running while the destructor waits
+        g_bodyReturned = true;
+        return 0;
+    }
+};
+
 TEST(CAThreadTest, DestroyingARunningThreadWaitsForTheBody)
 {
-    std::atomic<bool> bodyReturned{false};
-    class Flagging : public CAThread {
-    public:
-        explicit Flagging(std::atomic<bool>& flag) : m_flag(flag) {}
-        unsigned int run() override
-        {
-            m_entered = true;
-            while (!CAThread::stopRequested())
-                CAThread::sleep(0.001);
-            CAThread::sleep(0.02);  // still running when the destructor waits
-            m_flag = true;
-            return 0;
-        }
-        std::atomic<bool> m_entered{false};
-
-    private:
-        std::atomic<bool>& m_flag;
-    };
     {
-        Flagging thread(bodyReturned);
+        StopsOnlyInBaseDestructor thread;
         ASSERT_TRUE(thread.start());
-        while (!thread.m_entered)
+        while (!g_bodyEntered)
             CAThread::sleep(0.001);
+        EXPECT_FALSE(g_bodyReturned);
     }
-    EXPECT_TRUE(bodyReturned);
+    EXPECT_TRUE(g_bodyReturned);
 }
 
 TEST(CAThreadTest, SleepConvertsSecondsAndIgnoresNegativeValues)
