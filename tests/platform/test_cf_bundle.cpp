@@ -6,24 +6,16 @@
 #include <vector>
 
 #include "platform/CoreFoundation.h"
-#include "platform/TempFolder.h"
+#include "platform/PlatformTestSupport.h"
 
 using evctest::TTempFolder;
 namespace fs = std::filesystem;
 
 namespace {
 
-std::string Text(CFStringRef string)
-{
-    char buffer[2048] = "";
-    if (!CFStringGetCString(string, buffer, sizeof buffer, kCFStringEncodingUTF8))
-        return "<no text>";
-    return buffer;
-}
-
 std::string UrlText(CFURLRef url)
 {
-    return url == nullptr ? "<null>" : Text(CFURLGetString(url));
+    return url == nullptr ? "<null>" : evctest::CFText(CFURLGetString(url));
 }
 
 std::string BundleUrlText(CFBundleRef bundle)
@@ -41,15 +33,7 @@ std::string LastName(const std::string& url)
     return url.substr(url.rfind('/', end - 1) + 1);
 }
 
-class TString {
-public:
-    explicit TString(const char* text) : m_string(CFStringCreateWithCString(kCFAllocatorDefault, text, kCFStringEncodingUTF8)) {}
-    ~TString() { CFRelease(m_string); }
-    CFStringRef get() const { return m_string; }
-
-private:
-    CFStringRef m_string;
-};
+using TString = evctest::TCFStringHolder;
 
 CFURLRef DirectoryURL(const fs::path& path)
 {

@@ -5,16 +5,9 @@
 #include <unistd.h>
 
 #include "platform/CoreFoundation.h"
+#include "platform/PlatformTestSupport.h"
 
 namespace {
-
-std::string Text(CFStringRef string)
-{
-    char buffer[2048] = "";
-    if (!CFStringGetCString(string, buffer, sizeof buffer, kCFStringEncodingUTF8))
-        return "<no text>";
-    return buffer;
-}
 
 // The URL text for a file-system path, as the plug-in host reads it.
 std::string UrlText(const char* path, bool isDirectory)
@@ -24,7 +17,7 @@ std::string UrlText(const char* path, bool isDirectory)
     CFRelease(pathString);
     if (url == nullptr)
         return "<no url>";
-    std::string text = Text(CFURLGetString(url));
+    std::string text = evctest::CFText(CFURLGetString(url));
     CFRelease(url);
     return text;
 }

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <string>
 
-#include "platform/TempFolder.h"
+#include "platform/PlatformTestSupport.h"
 #include "plugins/CPluginCollection.h"
 #include "plugins/PluginFixture.h"
 

@@ -177,13 +177,7 @@ private:
     kit::TBundle* m_descriptors = nullptr;
 };
 
-struct TOffer {
-    uint32_t manufacturer;
-    uint32_t codec;
-    uint64_t info;
-};
-
-constexpr TOffer kOffers[] = {
+constexpr kit::TOffer kOffers[] = {
     {kTestManufacturer, kEchoCodec, 1},
     {0, 0, 0},  // an empty slot
     {kOtherManufacturer, kTwinCodec, 2},
@@ -200,22 +194,14 @@ EVC_PLUGIN_EXPORT uint64_t QVGetNumberVideoCompressors()
 EVC_PLUGIN_EXPORT void QVGetVideoCompressorInfo(uint64_t index, uint32_t* manufacturer, uint32_t* codec,
                                                 uint64_t* info)
 {
-    if (index >= QVGetNumberVideoCompressors() || manufacturer == nullptr || codec == nullptr || info == nullptr)
-        return;
-    *manufacturer = kOffers[index].manufacturer;
-    *codec = kOffers[index].codec;
-    *info = kOffers[index].info;
+    kit::WriteOffer(kOffers, index, manufacturer, codec, info);
 }
 
 EVC_PLUGIN_EXPORT IVideoCompressor* CreateVideoCompressor(uint32_t manufacturer, uint32_t codec)
 {
     // Prototypes live as long as the code; compressors are made from them.
     static CEchoCompressor prototype;
-    for (const TOffer& offer : kOffers) {
-        if (offer.codec != 0 && offer.manufacturer == manufacturer && offer.codec == codec)
-            return &prototype;
-    }
-    return nullptr;
+    return kit::IsOffered(kOffers, manufacturer, codec) ? &prototype : nullptr;
 }
 
 EVC_PLUGIN_EXPORT void QVShutDownPlugin() {}

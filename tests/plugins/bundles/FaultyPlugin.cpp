@@ -112,13 +112,7 @@ private:
     kit::TSettingArray m_nonStandard;
 };
 
-struct TOffer {
-    uint32_t manufacturer;
-    uint32_t codec;
-    uint64_t info;
-};
-
-constexpr TOffer kOffers[] = {
+constexpr kit::TOffer kOffers[] = {
     {kTestManufacturer, kFaultyCodec, 3},
     {kTestManufacturer, kTwinCodec, 4},
     {kTestManufacturer, kDualCodec, 6},
@@ -135,13 +129,8 @@ EVC_PLUGIN_EXPORT uint64_t QVGetNumberVideoCompressors()
 EVC_PLUGIN_EXPORT void QVGetVideoCompressorInfo(uint64_t index, uint32_t* manufacturer, uint32_t* codec,
                                                 uint64_t* info)
 {
-    if (index >= sizeof kOffers / sizeof kOffers[0] || manufacturer == nullptr || codec == nullptr ||
-        info == nullptr)
-        return;
     // Written before the fault, so a throwing entry leaves its outputs.
-    *manufacturer = kOffers[index].manufacturer;
-    *codec = kOffers[index].codec;
-    *info = kOffers[index].info;
+    kit::WriteOffer(kOffers, index, manufacturer, codec, info);
     MaybeFault("QVGetVideoCompressorInfo");
 }
 
@@ -149,11 +138,7 @@ EVC_PLUGIN_EXPORT IVideoCompressor* CreateVideoCompressor(uint32_t manufacturer,
 {
     MaybeFault("CreateVideoCompressor");
     static CFaultyCompressor prototype;
-    for (const TOffer& offer : kOffers) {
-        if (offer.manufacturer == manufacturer && offer.codec == codec)
-            return &prototype;
-    }
-    return nullptr;
+    return kit::IsOffered(kOffers, manufacturer, codec) ? &prototype : nullptr;
 }
 
 EVC_PLUGIN_EXPORT void QVShutDownPlugin()

@@ -3,6 +3,7 @@
 // Compiled into each plug-in; nothing here comes from the host.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -13,6 +14,38 @@
 #include "evc/IPacket.h"
 
 namespace kit {
+
+// One compressor a bundle offers, as QVGetVideoCompressorInfo reports it.
+struct TOffer {
+    uint32_t manufacturer;
+    uint32_t codec;
+    uint64_t info;
+};
+
+// Writes the offer at index; false (and nothing written) when index is out of
+// range or an output is missing.
+template <size_t N>
+bool WriteOffer(const TOffer (&offers)[N], uint64_t index, uint32_t* manufacturer, uint32_t* codec, uint64_t* info)
+{
+    if (index >= N || manufacturer == nullptr || codec == nullptr || info == nullptr)
+        return false;
+    *manufacturer = offers[index].manufacturer;
+    *codec = offers[index].codec;
+    *info = offers[index].info;
+    return true;
+}
+
+// Whether a non-empty offer has exactly this pair.
+template <size_t N>
+bool IsOffered(const TOffer (&offers)[N], uint32_t manufacturer, uint32_t codec)
+{
+    for (const TOffer& offer : offers) {
+        if ((offer.manufacturer | offer.codec | offer.info) != 0 && offer.manufacturer == manufacturer &&
+            offer.codec == codec)
+            return true;
+    }
+    return false;
+}
 
 class TPacket : public IPacket {
 public:

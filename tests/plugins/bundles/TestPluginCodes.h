@@ -26,6 +26,9 @@ constexpr uint32_t kFaultyCodec = FourCC("faul");
 constexpr uint32_t kTwinCodec = FourCC("twin");
 constexpr uint32_t kDualCodec = FourCC("dual");
 constexpr uint32_t kGpuCodec = FourCC("gpu ");
+// Presets spell the codes in decimal.
+static_assert(kTestManufacturer == 1165386580u && kOtherManufacturer == 1165386581u, "manufacturers in decimal");
+static_assert(kEchoCodec == 1701013615u && kFaultyCodec == 1717663084u, "codecs in decimal");
 
 // The faulty plug-in misbehaves when this variable (or its non-standard
 // eEnum setting "Fault") holds "Operation:action[:after]": Operation is an

@@ -1,5 +1,4 @@
-// A scratch folder under the temporary directory, removed with everything in
-// it when the guard goes.
+// What the platform tests share: a scratch folder and CoreFoundation text.
 #pragma once
 
 #include <filesystem>
@@ -7,8 +6,37 @@
 #include <string>
 #include <unistd.h>
 
+#include "platform/CoreFoundation.h"
+
 namespace evctest {
 
+// A string's UTF-8 text, "<no text>" when it has none.
+inline std::string CFText(CFStringRef string)
+{
+    char buffer[2048] = "";
+    if (!CFStringGetCString(string, buffer, sizeof buffer, kCFStringEncodingUTF8))
+        return "<no text>";
+    return buffer;
+}
+
+// A string made from text, released with the holder.
+class TCFStringHolder {
+public:
+    explicit TCFStringHolder(const char* text)
+        : m_string(CFStringCreateWithCString(kCFAllocatorDefault, text, kCFStringEncodingUTF8))
+    {
+    }
+    ~TCFStringHolder() { CFRelease(m_string); }
+    TCFStringHolder(const TCFStringHolder&) = delete;
+    TCFStringHolder& operator=(const TCFStringHolder&) = delete;
+    CFStringRef get() const { return m_string; }
+
+private:
+    CFStringRef m_string;
+};
+
+// A scratch folder under the temporary directory, removed with everything in
+// it when the guard goes.
 class TTempFolder {
 public:
     TTempFolder()
