@@ -1,5 +1,6 @@
 #include "CH264Compressor.h"
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstdio>
@@ -72,11 +73,11 @@ bool CH264Compressor::MakeParameters(x264_param_t& param) const
         return false;
     }
 
-    const int32_t bitrate = m_bitrate->Value();
-    const int32_t keyInterval = m_keyFrameInterval->Value();
-    const double crf = m_crf->Value();
-    const int32_t threads = m_threads->Value();
-    const double frameRate = m_frameRate->Value() == 0.0 ? kDefaultFrameRate : m_frameRate->Value();
+    const int32_t bitrate = m_bitrate->Get();
+    const int32_t keyInterval = m_keyFrameInterval->Get();
+    const double crf = m_crf->Get();
+    const int32_t threads = m_threads->Get();
+    const double frameRate = m_frameRate->Get() == 0.0 ? kDefaultFrameRate : m_frameRate->Get();
     if (bitrate < 0) {
         Complain("Bitrate must be 0 (quality mode) or a positive number of kbit/s, not " + std::to_string(bitrate));
         return false;
@@ -94,7 +95,7 @@ bool CH264Compressor::MakeParameters(x264_param_t& param) const
         return false;
     }
     if (!(frameRate > 0.0 && frameRate <= 1000.0)) {
-        Complain("FrameRate must lie between 0 and 1000, not " + std::to_string(m_frameRate->Value()));
+        Complain("FrameRate must lie between 0 and 1000, not " + std::to_string(m_frameRate->Get()));
         return false;
     }
 

@@ -23,25 +23,20 @@ private:
     std::string m_name;
 };
 
-class TIntSetting : public TNamedSetting<IIntSetting> {
+// A number setting: IIntSetting with int32_t, IDoubleSetting with double.
+template <class Interface, class Value>
+class TNumberSetting : public TNamedSetting<Interface> {
 public:
-    TIntSetting(const char* name, int32_t initial) : TNamedSetting(name), m_value(initial) {}
-    void SetValue(int32_t value) override { m_value = value; }
-    int32_t Value() const { return m_value; }
+    TNumberSetting(const char* name, Value initial) : TNamedSetting<Interface>(name), m_value(initial) {}
+    void SetValue(Value value) override { m_value = value; }
+    Value Get() const { return m_value; }
 
 private:
-    int32_t m_value;
+    Value m_value;
 };
 
-class TDoubleSetting : public TNamedSetting<IDoubleSetting> {
-public:
-    TDoubleSetting(const char* name, double initial) : TNamedSetting(name), m_value(initial) {}
-    void SetValue(double value) override { m_value = value; }
-    double Value() const { return m_value; }
-
-private:
-    double m_value;
-};
+using TIntSetting = TNumberSetting<IIntSetting, int32_t>;
+using TDoubleSetting = TNumberSetting<IDoubleSetting, double>;
 
 // An enumeration whose enumerators are texts; any text is stored, and
 // IsKnown tells whether it is one of the enumerators.
