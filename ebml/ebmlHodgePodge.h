@@ -56,7 +56,7 @@ private:
 // the collection read as 0.
 class HodgePodgeConstIter {
 public:
-  static const std::size_t kWindow = 128;
+  static constexpr std::size_t kWindow = 128;
 
   HodgePodgeConstIter() : podge_(nullptr), pos_(0), windowStart_(0), windowSize_(0) {}
   explicit HodgePodgeConstIter(const HodgePodge & podge, uint64 position = 0)
