@@ -65,8 +65,11 @@ std::string PlaneBytes(const ZKImage_t& image)
     for (int p = 0; p < 4; ++p) {
         if (image.planes[p] == nullptr)
             continue;
-        const uint64_t rows = (halfChroma && (p == 1 || p == 2)) ? (image.height + 1) / 2 : image.height;
-        uint64_t size = rows * image.rowBytes[p];
+        const bool chroma = halfChroma && (p == 1 || p == 2);
+        const uint64_t rows = chroma ? (image.height + 1) / 2 : image.height;
+        // A 4:2:0 record leaves row bytes 2 at 0: both chroma planes use row bytes 1.
+        const uint32_t rowBytes = chroma && image.colorFormat == 6 ? image.rowBytes[1] : image.rowBytes[p];
+        uint64_t size = rows * rowBytes;
         if (image.dataSize != 0 && bytes.size() + size > image.dataSize)
             size = image.dataSize - bytes.size();
         bytes.append(reinterpret_cast<const char*>(image.planes[p]), size);

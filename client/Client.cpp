@@ -1,0 +1,318 @@
+#include "evc/Client.h"
+
+#include <linux/limits.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <thread>
+
+#include "client/PacketCopy.h"
+#include "client/ServiceProcess.h"
+#include "ipc/CAExternalEncodeProxyMPI.h"
+#include "transport/ExternalVideoProxy.h"
+
+namespace evc {
+
+namespace {
+
+// What the service's reply area needs beyond the record.
+constexpr uint64_t kReplyAreaBytes = 0x4000000;
+constexpr uint64_t kRecordBytes = 176;
+// Room for the element headers and packets around a frame's pixels.
+constexpr uint64_t kElementMargin = 1 << 20;
+// The service posts its first response once attached; a fresh process with
+// plug-ins not yet loaded answers well within this.
+constexpr std::chrono::milliseconds kStartTimeout{20000};
+
+std::string ProgramFolder()
+{
+    char path[PATH_MAX];
+    const ssize_t n = readlink("/proc/self/exe", path, sizeof path - 1);
+    if (n <= 0)
+        return ".";
+    std::string text(path, static_cast<size_t>(n));
+    const size_t slash = text.rfind('/');
+    return slash == std::string::npos ? "." : text.substr(0, slash);
+}
+
+std::string ParentFolder(const std::string& path)
+{
+    const size_t slash = path.rfind('/');
+    if (slash == std::string::npos)
+        return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string DescribeEnd(ServiceProcess& process)
+{
+    if (process.termSignal() != 0)
+        return "evc-service was killed by signal " + std::to_string(process.termSignal()) + " (" +
+               strsignal(process.termSignal()) + ")";
+    return "evc-service exited with status " + std::to_string(process.exitStatus());
+}
+
+}  // namespace
+
+ServiceError::ServiceError(Kind kind, int signal, int exitStatus, std::string lastErrorLines,
+                           const std::string& what)
+    : std::runtime_error(lastErrorLines.empty() ? what : what + "; its last words:\n" + lastErrorLines),
+      m_kind(kind), m_signal(signal), m_exitStatus(exitStatus), m_lastErrorLines(std::move(lastErrorLines))
+{
+}
+
+class Client::TPrivate {
+public:
+    explicit TPrivate(const ClientOptions& options);
+
+    // One request: the caller has written the operands; posts and waits.
+    uint32_t Transact(CAExternalVideoProxySharedData::TCommand command, const char* name);
+    void WaitForResponse(const char* name, std::chrono::milliseconds timeout);
+    [[noreturn]] void Fail(const char* name);
+    CAExternalVideoProxySharedData& Record() { return *m_channel.sharedData(); }
+    uint32_t WriteFrame(uint64_t offset, const ZKEncImage_t& record);
+
+    ClientOptions m_options;
+    std::string m_appFolder;
+    CAExternalEncodeProxyMPI m_channel;
+    std::unique_ptr<ServiceProcess> m_process;
+    ExternalVideoProxy m_proxy;
+    bool m_quit = false;
+};
+
+namespace {
+
+uint64_t SegmentSize(const ClientOptions& options)
+{
+    const uint64_t request = 2 * (options.largestFrameBytes + kElementMargin);
+    return kRecordBytes + std::max(kReplyAreaBytes, request);
+}
+
+}  // namespace
+
+Client::TPrivate::TPrivate(const ClientOptions& options)
+    : m_options(options), m_channel(static_cast<size_t>(SegmentSize(options)))
+{
+    std::string service = options.servicePath;
+    if (service.empty()) {
+        const char* fromEnvironment = getenv("EVC_SERVICE");
+        service = fromEnvironment != nullptr && *fromEnvironment ? fromEnvironment : ProgramFolder() + "/evc-service";
+    }
+    m_appFolder = options.applicationFolder.empty() ? ParentFolder(ParentFolder(service)) : options.applicationFolder;
+    if (access(service.c_str(), X_OK) != 0)
+        throw ServiceError(ServiceError::Kind::StartFailed, 0, -1, "",
+                           "cannot start the service: " + service + " is not an executable file");
+    try {
+        m_process.reset(new ServiceProcess(service,
+                                           {m_channel.GetSharedMemoryName(), std::to_string(getpid()),
+                                            options.applicationName},
+                                           options.forwardServiceErrors));
+    } catch (const std::exception& e) {
+        throw ServiceError(ServiceError::Kind::StartFailed, 0, -1, "", e.what());
+    }
+    WaitForResponse("start-up", kStartTimeout);
+}
+
+void Client::TPrivate::Fail(const char* name)
+{
+    if (m_process->alive()) {
+        m_process->kill();
+        throw ServiceError(ServiceError::Kind::TimedOut, 0, -1, m_process->lastErrorLines(),
+                           std::string("evc-service did not answer ") + name + " within " +
+                               std::to_string(m_options.commandTimeout.count()) + " ms and was stopped");
+    }
+    const ServiceError::Kind kind =
+        m_process->termSignal() != 0 ? ServiceError::Kind::Crashed : ServiceError::Kind::Exited;
+    throw ServiceError(kind, m_process->termSignal(), m_process->exitStatus(), m_process->lastErrorLines(),
+                       DescribeEnd(*m_process) + " during " + name);
+}
+
+void Client::TPrivate::WaitForResponse(const char* name, std::chrono::milliseconds timeout)
+{
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    for (;;) {
+        // One poll of the response semaphore, then a look at the child.
+        if (m_channel.TimedWaitForResponse(0))
+            return;
+        if (!m_process->alive())
+            Fail(name);
+        if (std::chrono::steady_clock::now() >= deadline)
+            Fail(name);
+        usleep(500);
+    }
+}
+
+uint32_t Client::TPrivate::Transact(CAExternalVideoProxySharedData::TCommand command, const char* name)
+{
+    if (m_quit || !m_process->alive())
+        Fail(name);
+    m_channel.SetCommand(command);
+    m_channel.PostCommand();
+    WaitForResponse(name, m_options.commandTimeout);
+    return m_channel.GetStatus();
+}
+
+uint32_t Client::TPrivate::WriteFrame(uint64_t offset, const ZKEncImage_t& record)
+{
+    const uint64_t capacity = m_channel.payloadCapacity();
+    if (offset > capacity)
+        throw std::length_error("the frame does not fit the shared segment");
+    const uint64_t room = std::min<uint64_t>(capacity - offset, UINT32_MAX);
+    m_proxy.Begin(m_channel.payload() + offset, static_cast<uint32_t>(room));
+    uint32_t size = 0;
+    if (m_proxy.SerializeFrame(&record, size, false) != 0)
+        throw std::length_error("the frame (" + std::to_string(size) +
+                                " bytes as an element) does not fit the shared segment; raise largestFrameBytes");
+    return size;
+}
+
+Client::Client(const ClientOptions& options) : m_private(new TPrivate(options)) {}
+
+Client::~Client()
+{
+    if (m_private->m_process->alive() && !m_private->m_quit) {
+        m_private->m_channel.SetCommand(CAExternalVideoProxySharedData::kQuit);
+        m_private->m_channel.PostCommand();
+        m_private->m_process->waitForExit(2000);
+    }
+    m_private.reset();
+}
+
+uint32_t Client::SetOutput(const std::string& presetXml)
+{
+    TPrivate& p = *m_private;
+    const std::string& folder = p.m_appFolder;
+    const std::string& bundle = p.m_options.hostBundle;
+    const uint64_t total = folder.size() + bundle.size() + presetXml.size();
+    if (total > p.m_channel.payloadCapacity() || presetXml.size() > INT32_MAX)
+        throw std::length_error("the preset does not fit the shared segment");
+    uint8_t* area = p.m_channel.payload();
+    std::memcpy(area, folder.data(), folder.size());
+    std::memcpy(area + folder.size(), bundle.data(), bundle.size());
+    std::memcpy(area + folder.size() + bundle.size(), presetXml.data(), presetXml.size());
+    p.Record().m_payloadSize0 = static_cast<int32_t>(folder.size());
+    p.Record().m_payloadSize1 = static_cast<int32_t>(bundle.size());
+    p.Record().m_payloadSize2 = static_cast<int32_t>(presetXml.size());
+    return p.Transact(CAExternalVideoProxySharedData::kSetOutput, "SetOutput");
+}
+
+uint32_t Client::Begin(const ZKEncImage_t* sample, bool flag)
+{
+    TPrivate& p = *m_private;
+    p.Record().m_payloadSize0 = sample != nullptr ? static_cast<int32_t>(p.WriteFrame(0, *sample)) : 0;
+    p.Record().m_beginFlag = flag ? 1 : 0;
+    return p.Transact(CAExternalVideoProxySharedData::kBegin, "Begin");
+}
+
+uint32_t Client::CompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool isLastFrame, EncodedFrame* result,
+                               const ZKEncImage_t* outputDescription)
+{
+    TPrivate& p = *m_private;
+    uint32_t inputBytes = input != nullptr ? p.WriteFrame(0, *input) : 0;
+    ZKEncImage_t output{};
+    if (outputDescription != nullptr) {
+        output = *outputDescription;
+    } else if (input != nullptr) {
+        // The same geometry and times, without pixels or packets.
+        output.image = input->image;
+        for (uint8_t*& plane : output.image.planes)
+            plane = nullptr;
+        output.image.dataSize = 0;
+        output.image.dataPackets = nullptr;
+    }
+    const uint32_t outputBytes = p.WriteFrame(inputBytes, output);
+    p.Record().m_payloadSize0 = static_cast<int32_t>(inputBytes);
+    p.Record().m_payloadSize1 = static_cast<int32_t>(outputBytes);
+    p.m_channel.SetIsKeyFrame(isKeyFrame);
+    p.m_channel.SetIsLastFrame(isLastFrame);
+    const uint32_t status = p.Transact(CAExternalVideoProxySharedData::kCompressFrame, "CompressFrame");
+
+    if (result != nullptr) {
+        *result = EncodedFrame();
+        const int32_t replyBytes = p.Record().m_payloadSize0;
+        if (status == 0 && replyBytes > 0 && static_cast<uint64_t>(replyBytes) <= p.m_channel.payloadCapacity()) {
+            result->replyBytes = static_cast<uint32_t>(replyBytes);
+            p.m_proxy.Begin(p.m_channel.payload(), static_cast<uint32_t>(replyBytes));
+            TZKImageFramePtr frame = p.m_proxy.DeSerializeFrame(static_cast<uint32_t>(replyBytes));
+            if (!frame)
+                return kStatusBadArgument;
+            const ZKEncImage_t reply = frame->GetZKEncImage();
+            CopyPackets(reply.descriptors, 0, result->descriptors);
+            CopyPackets(reply.image.dataPackets, 0, result->packets);
+            result->time = reply.image.time;
+            result->timeScale = reply.image.timeScale;
+            result->streamValue = reply.streamValue;
+            result->streamFlags = reply.streamFlags;
+        }
+    }
+    return status;
+}
+
+uint32_t Client::End()
+{
+    return m_private->Transact(CAExternalVideoProxySharedData::kEnd, "End");
+}
+
+bool Client::IsLastPassEncodingReady()
+{
+    TPrivate& p = *m_private;
+    p.Record().m_isLastPassEncodingReady = 0;
+    const uint32_t status = p.Transact(CAExternalVideoProxySharedData::kIsLastPassEncodingReady,
+                                       "IsLastPassEncodingReady");
+    return status == 0 && p.Record().m_isLastPassEncodingReady != 0;
+}
+
+uint32_t Client::SetInputColorFormat(uint32_t colorFormat)
+{
+    m_private->Record().m_inputColorFormat = colorFormat;
+    return m_private->Transact(CAExternalVideoProxySharedData::kSetInputColorFormat, "SetInputColorFormat");
+}
+
+uint32_t Client::SetFileFormatHint(uint32_t hint)
+{
+    m_private->Record().m_fileFormatHint = hint;
+    return m_private->Transact(CAExternalVideoProxySharedData::kSetFileFormatHint, "SetFileFormatHint");
+}
+
+uint32_t Client::SetStreamModeHint(uint32_t hint)
+{
+    m_private->Record().m_streamModeHint = hint;
+    return m_private->Transact(CAExternalVideoProxySharedData::kSetStreamModeHint, "SetStreamModeHint");
+}
+
+void Client::Quit()
+{
+    TPrivate& p = *m_private;
+    if (p.m_quit)
+        return;
+    p.m_quit = true;
+    if (!p.m_process->alive())
+        return;
+    p.m_channel.SetCommand(CAExternalVideoProxySharedData::kQuit);
+    p.m_channel.PostCommand();
+    if (!p.m_process->waitForExit(static_cast<int>(p.m_options.commandTimeout.count())))
+        p.m_process->kill();
+}
+
+int Client::servicePid() const
+{
+    return m_private->m_process->pid();
+}
+
+bool Client::serviceAlive()
+{
+    return m_private->m_process->alive();
+}
+
+std::string Client::segmentKey() const
+{
+    return m_private->m_channel.GetSharedMemoryName();
+}
+
+uint64_t Client::payloadCapacity() const
+{
+    return m_private->m_channel.payloadCapacity();
+}
+
+}  // namespace evc

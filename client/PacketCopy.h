@@ -1,0 +1,14 @@
+// Copies packets out of a bundle the transport owns into plain values the
+// caller owns, nested bundles flattened in order.
+#pragma once
+
+#include <vector>
+
+#include "evc/Client.h"
+#include "evc/IPacket.h"
+
+namespace evc {
+
+void CopyPackets(const IPacketBundle* bundle, unsigned depth, std::vector<Packet>& out);
+
+}  // namespace evc

@@ -1,0 +1,134 @@
+// The host side of evc: starts evc-service as a child process, creates the
+// shared segment it works in, and drives the conversation one command at a
+// time. Every wait is bounded and watches the child, so a codec that crashes
+// or hangs the service is reported as a ServiceError, never felt by the host.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "evc/ZKImage.h"
+
+namespace evc {
+
+// Statuses the service answers besides the compressor's own.
+constexpr uint32_t kStatusOk = 0;
+constexpr uint32_t kStatusBadArgument = 0x80010002;
+constexpr uint32_t kStatusFrameTooLarge = 0x800300E6;
+constexpr uint32_t kStatusNoCompressor = 0x800300E9;
+constexpr uint32_t kStatusBadPreset = 0x800300EA;
+
+struct ClientOptions {
+    // Path of evc-service; empty: EVC_SERVICE from the environment, else
+    // evc-service next to the running program.
+    std::string servicePath;
+    // The folder that holds the host bundle and the bundle's path inside it;
+    // empty folder: the parent of the service's folder (build/ or the prefix).
+    std::string applicationFolder;
+    std::string hostBundle = "Evc.app";
+    // Name the service is told the host goes by.
+    std::string applicationName = "evc-client";
+    // Bytes of the largest raw frame the host will send; sizes the segment.
+    uint64_t largestFrameBytes = 0;
+    // How long one command may take before the service is declared hung.
+    std::chrono::milliseconds commandTimeout{30000};
+    // Copy the service's standard error lines to ours as they come.
+    bool forwardServiceErrors = false;
+};
+
+// The service died, hung or could not be started.
+class ServiceError : public std::runtime_error {
+public:
+    enum class Kind { StartFailed, Crashed, Exited, TimedOut };
+
+    ServiceError(Kind kind, int signal, int exitStatus, std::string lastErrorLines, const std::string& what);
+
+    Kind kind() const { return m_kind; }
+    // The signal that ended the service (Crashed), else 0.
+    int signal() const { return m_signal; }
+    // The service's exit status (Exited), else -1.
+    int exitStatus() const { return m_exitStatus; }
+    // The last lines the service wrote on standard error.
+    const std::string& lastErrorLines() const { return m_lastErrorLines; }
+
+private:
+    Kind m_kind;
+    int m_signal;
+    int m_exitStatus;
+    std::string m_lastErrorLines;
+};
+
+// One compressed packet as the service returned it, owned by the caller.
+struct Packet {
+    uint32_t type = 0;
+    uint32_t track = 0;
+    uint64_t time = 0;
+    uint64_t timeBase = 1000;
+    uint64_t duration = 0;
+    std::vector<uint8_t> descriptor;
+    std::vector<uint8_t> data;
+    // 0 for a member of the frame's bundle, 1 inside a nested bundle, ...
+    unsigned depth = 0;
+};
+
+// What CompressFrame gave back: the output record's packet bundles, flattened
+// in order, and its stream fields.
+struct EncodedFrame {
+    std::vector<Packet> descriptors;
+    std::vector<Packet> packets;
+    uint64_t time = 0;
+    uint64_t timeScale = 0;
+    uint64_t streamValue = 0;
+    uint32_t streamFlags = 0;
+    // The reply element's size in the payload area.
+    uint32_t replyBytes = 0;
+};
+
+class Client {
+public:
+    // Starts the service and waits until it is ready. Throws ServiceError.
+    explicit Client(const ClientOptions& options = ClientOptions());
+    // Quits the service when it is alive, reaps it, removes the segment.
+    ~Client();
+
+    Client(const Client&) = delete;
+    Client& operator=(const Client&) = delete;
+
+    // Command 5: loads and configures the compressor a preset XML names.
+    uint32_t SetOutput(const std::string& presetXml);
+    // Command 1: starts a stream whose frames look like sample (may be null).
+    uint32_t Begin(const ZKEncImage_t* sample, bool flag = false);
+    // Command 3: compresses input (may be null, e.g. to flush). The output
+    // description defaults to input's geometry with no packets. The result's
+    // packets are copied out before the next command.
+    uint32_t CompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool isLastFrame, EncodedFrame* result,
+                           const ZKEncImage_t* outputDescription = nullptr);
+    // Command 2.
+    uint32_t End();
+    // Command 4.
+    bool IsLastPassEncodingReady();
+    // Commands 6, 7, 8.
+    uint32_t SetInputColorFormat(uint32_t colorFormat);
+    uint32_t SetFileFormatHint(uint32_t hint);
+    uint32_t SetStreamModeHint(uint32_t hint);
+    // Command 9; the service exits. Later commands throw.
+    void Quit();
+
+    // The service's process id, and whether it still runs.
+    int servicePid() const;
+    bool serviceAlive();
+    // The key of the shared segment (its backing file).
+    std::string segmentKey() const;
+    // Bytes a request may occupy in the payload area.
+    uint64_t payloadCapacity() const;
+
+private:
+    class TPrivate;
+    std::unique_ptr<TPrivate> m_private;
+};
+
+}  // namespace evc

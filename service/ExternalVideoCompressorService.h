@@ -1,0 +1,62 @@
+// The service side of the conversation with the host application: attaches to
+// the host's segment, announces that it is ready, then runs one command at a
+// time against the compressor the host configured. The whole life of the
+// service runs inside the constructor.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "evc/IVideoCompressor.h"
+#include "ipc/CAExternalEncodeProxyMPI.h"
+#include "transport/ExternalVideoProxy.h"
+
+// Statuses the service itself answers.
+constexpr uint32_t kServiceNoCompressor = 0x800300E9;  // no compressor for the codes, or none yet
+constexpr uint32_t kServiceBadPreset = 0x800300EA;     // the preset has no root "Output"
+constexpr uint32_t kServiceBadArgument = 0x80010002;   // lengths or frame elements the service cannot use
+
+// How long the loop waits for each command, and for the record at start-up.
+constexpr int kServiceCommandTimeoutSeconds = 300;
+constexpr unsigned int kServiceAttachTimeoutMs = 300000;
+// The most a reply may occupy in the payload area.
+constexpr uint32_t kServiceReplyAreaBytes = 0x4000000;
+
+class ExternalVideoCompressorService : public CAExternalEncodeProxyMPI {
+public:
+    ExternalVideoCompressorService(unsigned long long clientProcessId, const std::string& clientApplicationName,
+                                   const std::string& clientShmKey);
+    ~ExternalVideoCompressorService() override;
+
+    ExternalVideoCompressorService(const ExternalVideoCompressorService&) = delete;
+    ExternalVideoCompressorService& operator=(const ExternalVideoCompressorService&) = delete;
+
+    // Returns when the quit command arrives.
+    void ServiceLoop();
+
+    void ServiceBegin();
+    void ServiceEnd();
+    void ServiceCompressFrame();
+    void ServiceIsLastPassEncodingReady();
+    void ServiceSetOutput();
+    void ServiceSetInputColorFormat();
+    void ServiceSetFileFormatHint();
+    void ServiceSetStreamModeHint();
+
+protected:
+    // The same service with another command time-out; only test programs use
+    // it, the shipped executable always waits kServiceCommandTimeoutSeconds.
+    ExternalVideoCompressorService(unsigned long long clientProcessId, const std::string& clientApplicationName,
+                                   const std::string& clientShmKey, int commandTimeoutSeconds);
+
+private:
+    void Run(unsigned long long clientProcessId, const std::string& clientApplicationName);
+    void Dispatch(TCommand command);
+    void Answer(uint32_t status);
+    // True when positive request lengths fit the payload area together.
+    bool LengthsFit(int32_t a, int32_t b = 0, int32_t c = 0) const;
+
+    IVideoCompressor* m_compressor = nullptr;
+    ExternalVideoProxy m_videoProxy;
+    int m_commandTimeoutSeconds;
+};

@@ -1,0 +1,63 @@
+#include "service/ServiceEntry.h"
+
+#include <QCoreApplication>
+#include <iostream>
+#include <stdexcept>
+
+#include "service/ExternalVideoCompressorService.h"
+#include "service/ZKConvertToScalar.h"
+
+namespace {
+
+class TimedService : public ExternalVideoCompressorService {
+public:
+    TimedService(unsigned long long pid, const std::string& name, const std::string& key, int timeoutSeconds)
+        : ExternalVideoCompressorService(pid, name, key, timeoutSeconds)
+    {
+    }
+};
+
+}  // namespace
+
+int main_utf8(TArgumentMap& arguments)
+{
+    return RunServiceEntry(arguments, kServiceCommandTimeoutSeconds);
+}
+
+int RunServiceEntry(TArgumentMap& arguments, int commandTimeoutSeconds)
+{
+    // The application object gets the program path only, from a buffer of its
+    // own that lives as long as the object.
+    std::string& programPath = arguments[0];
+    programPath.reserve(programPath.size() + 1);
+    int qtArgumentCount = 1;
+    char* qtArguments[] = {&programPath[0], nullptr};
+    QCoreApplication application(qtArgumentCount, qtArguments);
+
+    if (arguments.size() != 4) {
+        std::cerr << "USAGE: " << programPath << " clientShmKey clientProcessId clientApplicationName"
+                  << std::endl;
+        return 1;
+    }
+
+    const std::string clientShmKey = arguments[1];
+    const long long clientProcessId = ZKConvertToScalar<long long>(arguments[2].c_str());
+    const std::string clientApplicationName = arguments[3];
+
+    try {
+        if (commandTimeoutSeconds == kServiceCommandTimeoutSeconds) {
+            ExternalVideoCompressorService service(static_cast<unsigned long long>(clientProcessId),
+                                                   clientApplicationName, clientShmKey);
+        } else {
+            TimedService service(static_cast<unsigned long long>(clientProcessId), clientApplicationName,
+                                 clientShmKey, commandTimeoutSeconds);
+        }
+    } catch (const std::exception& e) {
+        std::cerr << "Error: " << e.what() << std::endl;
+        return 2;
+    } catch (...) {
+        std::cerr << "Error: unknown exception error" << std::endl;
+        return 3;
+    }
+    return 0;
+}

@@ -1,0 +1,16 @@
+// The entry logic of evc-service: command line to service, and the way the
+// service ended to an exit status and a line on standard error.
+#pragma once
+
+#include <map>
+#include <string>
+
+// Argument index (0 = program path) to the argument's bytes.
+typedef std::map<unsigned int, std::string> TArgumentMap;
+
+// Exit statuses: 0 the service ended normally, 1 usage, 2 a std::exception
+// ended it, 3 any other exception.
+int main_utf8(TArgumentMap& arguments);
+
+// main_utf8 with another command time-out, for test programs only.
+int RunServiceEntry(TArgumentMap& arguments, int commandTimeoutSeconds);

@@ -1,0 +1,180 @@
+// The eight command handlers. Each reads its operands from the record and the
+// payload area, calls the compressor, and answers exactly once. Lengths come
+// from the client and are checked against the payload area before any byte is
+// touched; a client's mistake gets a status, never a crash.
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "plugins/CPluginCollection.h"
+#include "service/ExternalVideoCompressorService.h"
+#include "service/PresetReader.h"
+
+namespace {
+
+// A payload item the client announced, read as a frame description. False
+// when the bytes are not a well-formed image element.
+bool ReadFrameItem(ExternalVideoProxy& proxy, int32_t length, TZKImageFramePtr& frame, ZKEncImage_t& record)
+{
+    frame = proxy.DeSerializeFrame(static_cast<uint32_t>(length));
+    if (!frame)
+        return false;
+    record = frame->GetZKEncImage();
+    return true;
+}
+
+}  // namespace
+
+void ExternalVideoCompressorService::ServiceBegin()
+{
+    if (m_compressor == nullptr)
+        return Answer(kServiceNoCompressor);
+    const int32_t length = m_shared->m_payloadSize0;
+    if (!LengthsFit(length))
+        return Answer(kServiceBadArgument);
+
+    TZKImageFramePtr frame;
+    ZKEncImage_t sample{};
+    const ZKEncImage_t* samplePointer = nullptr;
+    if (length > 0) {
+        m_videoProxy.Begin(payload(), static_cast<uint32_t>(length));
+        if (!ReadFrameItem(m_videoProxy, length, frame, sample))
+            return Answer(kServiceBadArgument);
+        samplePointer = &sample;
+    }
+    Answer(m_compressor->Begin(samplePointer, m_shared->m_beginFlag != 0));
+}
+
+void ExternalVideoCompressorService::ServiceEnd()
+{
+    if (m_compressor == nullptr)
+        return Answer(kServiceNoCompressor);
+    m_compressor->End();
+    Answer(0);
+}
+
+void ExternalVideoCompressorService::ServiceCompressFrame()
+{
+    if (m_compressor == nullptr)
+        return Answer(kServiceNoCompressor);
+    const int32_t inputLength = m_shared->m_payloadSize0;
+    const int32_t outputLength = m_shared->m_payloadSize1;
+    const bool isKeyFrame = m_shared->m_isKeyFrame != 0;
+    const bool isLastFrame = m_shared->m_isLastFrame != 0;
+    if (!LengthsFit(inputLength, outputLength)) {
+        m_shared->m_payloadSize0 = 0;
+        return Answer(kServiceBadArgument);
+    }
+
+    const uint32_t requestBytes =
+        static_cast<uint32_t>(std::max(inputLength, 0)) + static_cast<uint32_t>(std::max(outputLength, 0));
+    m_videoProxy.Begin(payload(), requestBytes);
+
+    TZKImageFramePtr inputFrame;
+    TZKImageFramePtr outputFrame;
+    ZKEncImage_t input{};
+    ZKEncImage_t output{};
+    const ZKEncImage_t* inputPointer = nullptr;
+    ZKEncImage_t* outputPointer = nullptr;
+    if (inputLength > 0) {
+        if (!ReadFrameItem(m_videoProxy, inputLength, inputFrame, input)) {
+            m_shared->m_payloadSize0 = 0;
+            return Answer(kServiceBadArgument);
+        }
+        inputPointer = &input;
+    }
+    if (outputLength > 0) {
+        if (!ReadFrameItem(m_videoProxy, outputLength, outputFrame, output)) {
+            m_shared->m_payloadSize0 = 0;
+            return Answer(kServiceBadArgument);
+        }
+        outputPointer = &output;
+    }
+
+    const uint32_t status = m_compressor->CompressFrame(inputPointer, isKeyFrame, isLastFrame, outputPointer);
+
+    uint32_t replySize = 0;
+    const size_t replyArea = std::min<size_t>(kServiceReplyAreaBytes, payloadCapacity());
+    m_videoProxy.Begin(payload(), static_cast<uint32_t>(replyArea));
+    uint32_t answer = status;
+    if (outputPointer != nullptr) {
+        // Bundles stay the compressor's: written, never released here.
+        const uint32_t written = m_videoProxy.SerializeFrame(outputPointer, replySize, false);
+        output.image.dataPackets = nullptr;
+        output.descriptors = nullptr;
+        // A reply larger than the area: the size still tells the client how
+        // large it would have been.
+        if (written != 0 && answer == 0)
+            answer = written;
+    }
+    m_shared->m_payloadSize0 = static_cast<int32_t>(replySize);
+    Answer(answer);
+}
+
+void ExternalVideoCompressorService::ServiceIsLastPassEncodingReady()
+{
+    if (m_compressor == nullptr)
+        return Answer(kServiceNoCompressor);
+    m_shared->m_isLastPassEncodingReady = m_compressor->IsLastPassEncodingReady() ? 1 : 0;
+    Answer(0);
+}
+
+void ExternalVideoCompressorService::ServiceSetOutput()
+{
+    const int32_t lengths[3] = {m_shared->m_payloadSize0, m_shared->m_payloadSize1, m_shared->m_payloadSize2};
+    for (int32_t length : lengths) {
+        // A string cannot have a negative length; this ends the service.
+        if (length < 0)
+            throw std::length_error("ServiceSetOutput: negative payload length " + std::to_string(length));
+    }
+    if (!LengthsFit(lengths[0], lengths[1], lengths[2]))
+        return Answer(kServiceBadArgument);
+
+    const char* bytes = reinterpret_cast<const char*>(payload());
+    const std::string appPath(bytes, static_cast<size_t>(lengths[0]));
+    const std::string hostBundlePath(bytes + lengths[0], static_cast<size_t>(lengths[1]));
+    std::string preset(bytes + lengths[0] + lengths[1], static_cast<size_t>(lengths[2]));
+
+    uint32_t status = static_cast<uint32_t>(g_pluginCollection.Initialize(appPath, hostBundlePath.c_str()));
+    if (status == 0) {
+        unsigned int manufacturer = 0;
+        unsigned int codec = 0;
+        if (!DeSerializeVideoCodec4cc(preset, manufacturer, codec)) {
+            status = kServiceBadPreset;
+        } else {
+            g_pluginCollection.LoadVideoPlugin(manufacturer, codec);
+            // An earlier compressor is not released: the client may still
+            // hold packets that belong to it.
+            m_compressor = g_pluginCollection.CreateVideoCompressor(manufacturer, codec);
+            if (m_compressor == nullptr)
+                status = kServiceNoCompressor;
+            else if (!DeSerializeVideoCodecSettings(preset, m_compressor))
+                status = kServiceBadPreset;
+        }
+    }
+    Answer(status);
+}
+
+void ExternalVideoCompressorService::ServiceSetInputColorFormat()
+{
+    if (m_compressor == nullptr)
+        return Answer(kServiceNoCompressor);
+    m_compressor->SetInputColorFormat(m_shared->m_inputColorFormat);
+    Answer(0);
+}
+
+void ExternalVideoCompressorService::ServiceSetFileFormatHint()
+{
+    if (m_compressor == nullptr)
+        return Answer(kServiceNoCompressor);
+    m_compressor->SetFileFormatHint(m_shared->m_fileFormatHint);
+    Answer(0);
+}
+
+void ExternalVideoCompressorService::ServiceSetStreamModeHint()
+{
+    if (m_compressor == nullptr)
+        return Answer(kServiceNoCompressor);
+    m_compressor->SetStreamModeHint(m_shared->m_streamModeHint);
+    Answer(0);
+}

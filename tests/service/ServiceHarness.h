@@ -1,0 +1,64 @@
+// Drives a real evc-service child over a segment the test creates, at the
+// level of the shared record, so that tests can send what a careless client
+// would. Everything it makes (child, backing file, named lock) is gone when it
+// is destroyed, also when an assertion failed half way.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "client/ServiceProcess.h"
+#include "evc/ZKImage.h"
+#include "ipc/CAExternalEncodeProxyMPI.h"
+
+namespace evctest {
+
+// build/bin/<name>, from the EVC_BUILD_DIR that CTest sets.
+std::string BuildPath(const std::string& relative);
+
+// A 4:2:0 picture whose bytes are a function of (x, y, plane, seed).
+struct TestImage {
+    TestImage(int width, int height, uint64_t time, uint64_t timeScale, uint8_t seed = 0);
+    std::vector<uint8_t> bytes;
+    ZKEncImage_t record{};
+};
+
+class ServiceHarness {
+public:
+    // Creates a segment of segmentBytes and starts program with the key.
+    explicit ServiceHarness(size_t segmentBytes = 8u << 20, const std::string& program = "bin/evc-service");
+    ~ServiceHarness();
+
+    // Waits for one response; false when none came within ms or the child ended.
+    bool WaitResponse(int ms = 10000);
+    // Sets the command, posts it and waits; the status, or ~0u without answer.
+    uint32_t Send(int32_t command, int ms = 10000);
+    // Command 5 with build/ and Evc.app and the preset.
+    uint32_t SetOutput(const std::string& preset);
+    // Writes a frame element at offset in the payload; its length.
+    uint32_t WriteFrame(size_t offset, const ZKEncImage_t& record);
+    // The reply of command 3 decoded: the echo report text, or "" when none.
+    std::string ReplyReport();
+    // Waits for the child to end; its exit status, or -1 when it did not.
+    int WaitExit(int ms = 10000);
+
+    CAExternalVideoProxySharedData& record() { return *m_channel->sharedData(); }
+    CAExternalEncodeProxyMPI& channel() { return *m_channel; }
+    evc::ServiceProcess& process() { return *m_process; }
+    const std::string& key() const { return m_key; }
+
+private:
+    std::unique_ptr<CAExternalEncodeProxyMPI> m_channel;
+    std::unique_ptr<evc::ServiceProcess> m_process;
+    std::string m_key;
+};
+
+// A preset naming the echo compressor, with the given settings XML inside
+// "VideoCompressor".
+std::string EchoPreset(const std::string& settings = "", const char* codec = nullptr);
+
+// True when neither the backing file nor its named lock is left for key.
+bool NothingLeftFor(const std::string& key);
+
+}  // namespace evctest
