@@ -39,7 +39,7 @@ public:
   };
 
   // Requests larger than this are split over lines instead of growing them.
-  static const size_t kMaxLineSize = 0x1000000;
+  static constexpr size_t kMaxLineSize = 0x1000000;
 
   // The provider is not owned; it may be null for a cache that only lives in memory.
   TCache(ICacheDataProvider * provider, size_t maxLines, size_t lineSize);
