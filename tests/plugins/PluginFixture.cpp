@@ -10,6 +10,19 @@ std::string BuildDir()
     return dir != nullptr ? dir : "";
 }
 
+TLoadedCompressor::TLoadedCompressor(uint32_t manufacturer, uint32_t codec)
+{
+    m_collection.Initialize(BuildDir(), kHostBundle);
+    m_collection.LoadVideoPlugin(manufacturer, codec);
+    m_compressor.reset(m_collection.CreateVideoCompressor(manufacturer, codec));
+}
+
+TLoadedCompressor::~TLoadedCompressor()
+{
+    m_compressor.reset();
+    m_collection.Uninitialize();
+}
+
 TEnvironmentGuard::TEnvironmentGuard(const char* name, const char* value) : m_name(name)
 {
     const char* old = std::getenv(name);

@@ -20,41 +20,37 @@ protected:
     {
         if (BuildDir().empty())
             GTEST_SKIP() << "EVC_BUILD_DIR is not set";
-        m_collection.Initialize(BuildDir(), kHostBundle);
-        m_collection.LoadVideoPlugin(kTestManufacturer, kFaultyCodec);
-        m_compressor.reset(m_collection.CreateVideoCompressor(kTestManufacturer, kFaultyCodec));
-        ASSERT_NE(m_compressor, nullptr);
+        m_faulty = std::make_unique<TLoadedCompressor>(kTestManufacturer, kFaultyCodec);
+        ASSERT_NE(m_faulty->get(), nullptr);
     }
-    void TearDown() override
-    {
-        m_compressor.reset();
-        m_collection.Uninitialize();  // also forgets the fault chosen by a setting
-    }
+    // Unloading also forgets the fault chosen by a setting.
+    void TearDown() override { m_faulty.reset(); }
 
     // Chooses the fault through the non-standard "Fault" setting.
     void ChooseFault(const char* fault)
     {
-        ISettingArray* settings = m_compressor->GetNonStandardSettings();
+        ISettingArray* settings = Faulty()->GetNonStandardSettings();
         ASSERT_NE(settings, nullptr);
         ASSERT_EQ(settings->GetCount(), 1);
         ASSERT_STREQ(settings->GetSetting(0)->GetName(), "Fault");
         static_cast<IEnumSetting*>(settings->GetSetting(0))->SetValue(fault);
     }
 
-    uint32_t Compress() { return m_compressor->CompressFrame(nullptr, false, false, nullptr); }
+    uint32_t Compress() { return Faulty()->CompressFrame(nullptr, false, false, nullptr); }
 
-    CPluginCollection m_collection;
-    std::unique_ptr<IVideoCompressor> m_compressor;
+    IVideoCompressor* Faulty() const { return m_faulty->get(); }
+
+    std::unique_ptr<TLoadedCompressor> m_faulty;
 };
 
 TEST_F(FaultyPluginTest, BehavesUntilTheChosenCall)
 {
-    EXPECT_EQ(m_compressor->GetStandardSettings(), nullptr);
+    EXPECT_EQ(Faulty()->GetStandardSettings(), nullptr);
     EXPECT_EQ(Compress(), 0u);
-    EXPECT_EQ(m_compressor->Begin(nullptr, false), 0u);
+    EXPECT_EQ(Faulty()->Begin(nullptr, false), 0u);
 
     ChooseFault("CompressFrame:fail:2");
-    EXPECT_EQ(m_compressor->Begin(nullptr, false), 0u) << "another operation";
+    EXPECT_EQ(Faulty()->Begin(nullptr, false), 0u) << "another operation";
     EXPECT_EQ(Compress(), 0u);
     EXPECT_EQ(Compress(), 0u);
     EXPECT_EQ(Compress(), kFaultyStatus);
@@ -62,9 +58,9 @@ TEST_F(FaultyPluginTest, BehavesUntilTheChosenCall)
 
     // The setting wins over the environment once set.
     TEnvironmentGuard fault(kFaultEnvironment, "Begin:fail");
-    EXPECT_EQ(m_compressor->Begin(nullptr, false), 0u);
+    EXPECT_EQ(Faulty()->Begin(nullptr, false), 0u);
     ChooseFault("End:throw");
-    EXPECT_THROW(m_compressor->End(), std::exception);
+    EXPECT_THROW(Faulty()->End(), std::exception);
 }
 
 TEST_F(FaultyPluginTest, CrashesOrHangsOnRequest)
@@ -79,14 +75,14 @@ TEST_F(FaultyPluginTest, CrashesOrHangsOnRequest)
     EXPECT_EXIT(
         {
             ChooseFault("Begin:abort");
-            m_compressor->Begin(nullptr, true);
+            Faulty()->Begin(nullptr, true);
         },
         testing::KilledBySignal(SIGABRT), "");
     EXPECT_EXIT(
         {
             TEnvironmentGuard fault(kFaultEnvironment, "SetStreamModeHint:hang");
             alarm(1);  // only a hang lets the alarm end the child
-            m_compressor->SetStreamModeHint(1);
+            Faulty()->SetStreamModeHint(1);
             std::exit(0);
         },
         testing::KilledBySignal(SIGALRM), "");

@@ -57,29 +57,22 @@ protected:
     {
         if (BuildDir().empty())
             GTEST_SKIP() << "EVC_BUILD_DIR is not set";
-        m_collection.Initialize(BuildDir(), kHostBundle);
-        m_collection.LoadVideoPlugin(kTestManufacturer, kEchoCodec);
-        m_compressor.reset(m_collection.CreateVideoCompressor(kTestManufacturer, kEchoCodec));
-        ASSERT_NE(m_compressor, nullptr);
+        m_echo = std::make_unique<TLoadedCompressor>(kTestManufacturer, kEchoCodec);
+        ASSERT_NE(m_echo->get(), nullptr);
     }
-    void TearDown() override
-    {
-        m_compressor.reset();
-        m_collection.Uninitialize();
-    }
+    void TearDown() override { m_echo.reset(); }
 
-    bool Apply(std::string preset) { return DeSerializeVideoCodecSettings(preset, m_compressor.get()); }
+    bool Apply(std::string preset) { return DeSerializeVideoCodecSettings(preset, m_echo->get()); }
 
     // The settings as the echo compressor reports them now.
     TEchoReport Report()
     {
         ZKEncImage_t output{};
-        m_compressor->CompressFrame(nullptr, false, false, &output);
+        m_echo->get()->CompressFrame(nullptr, false, false, &output);
         return EchoReportOf(output);
     }
 
-    CPluginCollection m_collection;
-    std::unique_ptr<IVideoCompressor> m_compressor;
+    std::unique_ptr<TLoadedCompressor> m_echo;
 };
 
 TEST_F(PresetSettingsTest, AppliesEveryKindByName)
