@@ -8,24 +8,10 @@
 #include <random>
 
 using namespace Ebml;
-using EbmlTest::TempDir;
 
 namespace {
 
-class FileTest : public ::testing::Test {
-protected:
-  void SetUp() override { ASSERT_TRUE(dir_.ok()); }
-
-  // A file of n pattern bytes on disk.
-  std::string make(const std::string & name, size_t n)
-  {
-    const std::string path = dir_.file(name);
-    EbmlTest::writeBytes(path, EbmlTest::pattern(n));
-    return path;
-  }
-
-  TempDir dir_;
-};
+class FileTest : public EbmlTest::TempDirTest {};
 
 } // namespace
 

@@ -12,7 +12,6 @@
 #include <vector>
 
 using namespace Ebml;
-using EbmlTest::TempDir;
 
 namespace {
 
@@ -41,11 +40,7 @@ struct TNameBlob { static constexpr const char * kName = "Blob"; };
 typedef TElt<ShrinkingPayload, 0x4321, TNameShrink> TShrink;
 typedef TElt<VBinary, 0xA1, TNameBlob> TBlob;
 
-class FileElementsTest : public ::testing::Test {
-protected:
-  void SetUp() override { ASSERT_TRUE(dir_.ok()); }
-  TempDir dir_;
-};
+class FileElementsTest : public EbmlTest::TempDirTest {};
 
 std::vector<uint8> concat(std::initializer_list<std::vector<uint8>> parts)
 {

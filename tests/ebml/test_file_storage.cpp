@@ -9,23 +9,10 @@
 #include <string>
 
 using namespace Ebml;
-using EbmlTest::TempDir;
 
 namespace {
 
-class FileStorageTest : public ::testing::Test {
-protected:
-  void SetUp() override { ASSERT_TRUE(dir_.ok()); }
-
-  std::string make(const std::string & name, size_t n)
-  {
-    const std::string path = dir_.file(name);
-    EbmlTest::writeBytes(path, EbmlTest::pattern(n));
-    return path;
-  }
-
-  TempDir dir_;
-};
+class FileStorageTest : public EbmlTest::TempDirTest {};
 
 } // namespace
 

@@ -2,6 +2,8 @@
 // Temporary folders and files for the file tests; everything is removed on scope exit,
 // whether the test passed or not.
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
@@ -71,5 +73,20 @@ inline std::vector<std::uint8_t> pattern(std::size_t n, unsigned seed = 1)
   }
   return bytes;
 }
+
+// A temporary folder for each test, with files of pattern bytes made on request.
+class TempDirTest : public ::testing::Test {
+protected:
+  void SetUp() override { ASSERT_TRUE(dir_.ok()); }
+
+  std::string make(const std::string & name, std::size_t n)
+  {
+    const std::string path = dir_.file(name);
+    writeBytes(path, pattern(n));
+    return path;
+  }
+
+  TempDir dir_;
+};
 
 } // namespace EbmlTest
