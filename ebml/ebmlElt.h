@@ -108,6 +108,20 @@ private:
   TPayload payload_;
 };
 
+// Saves the elements in order; a null receipt as soon as one does not fit.
+template <typename TElements>
+TReceiptPtr saveElements(IStorage & storage, const TElements & elts)
+{
+  TReceiptPtr result = storage.receipt();
+  for (const IElement * e : elts) {
+    TReceiptPtr saved = e->save(storage, 0);
+    if (!saved)
+      return saved;
+    *result += saved;
+  }
+  return result;
+}
+
 // Visits elements; returning true stops the crawl. The default descends into payloads.
 class IElementCrawler {
 public:

@@ -65,14 +65,7 @@ bool MixedElements::eval(IElementCrawler & crawler)
 
 TReceiptPtr MixedElements::save(IStorage & storage) const
 {
-  TReceiptPtr result = storage.receipt();
-  for (const IElement * e : elts_) {
-    TReceiptPtr saved = e->save(storage, 0);
-    if (!saved)
-      return saved; // an element that does not fit fails the whole run
-    *result += saved;
-  }
-  return result;
+  return saveElements(storage, elts_);
 }
 
 uint64 MixedElements::loadOneElement(IElement *& elt, IStorage & storage, uint64 bytesToRead,

@@ -37,11 +37,16 @@ bool loadUInt(IStorage & storage, uint64 n, uint64 & value)
   return true;
 }
 
-int64 signExtend(uint64 value, uint64 n)
+// Reads n <= 8 bytes as a two's complement big-endian number.
+bool loadInt(IStorage & storage, uint64 n, int64 & value)
 {
-  if (n > 0 && n < 8 && value > uintMax[n] / 2)
-    value -= uintMax[n] + 1;
-  return int64(value);
+  uint64 bits = 0;
+  if (!loadUInt(storage, n, bits))
+    return false;
+  if (n > 0 && n < 8 && bits > uintMax[n] / 2)
+    bits -= uintMax[n] + 1;
+  value = int64(bits);
+  return true;
 }
 
 } // namespace
@@ -58,11 +63,7 @@ TReceiptPtr VUInt::save(IStorage & storage) const
 
 uint64 VUInt::load(IStorage & storage, uint64 bytesToRead, IDelegateLoad *)
 {
-  uint64 value = 0;
-  if (!loadUInt(storage, bytesToRead, value))
-    return 0;
-  data_ = value;
-  return bytesToRead;
+  return loadUInt(storage, bytesToRead, data_) ? bytesToRead : 0;
 }
 
 uint64 VInt::calcSize() const
@@ -77,11 +78,7 @@ TReceiptPtr VInt::save(IStorage & storage) const
 
 uint64 VInt::load(IStorage & storage, uint64 bytesToRead, IDelegateLoad *)
 {
-  uint64 value = 0;
-  if (!loadUInt(storage, bytesToRead, value))
-    return 0;
-  data_ = signExtend(value, bytesToRead);
-  return bytesToRead;
+  return loadInt(storage, bytesToRead, data_) ? bytesToRead : 0;
 }
 
 uint64 VFloat::calcSize() const
@@ -125,11 +122,7 @@ TReceiptPtr VDate::save(IStorage & storage) const
 
 uint64 VDate::load(IStorage & storage, uint64 bytesToRead, IDelegateLoad *)
 {
-  uint64 value = 0;
-  if (!loadUInt(storage, bytesToRead, value))
-    return 0;
-  data_ = signExtend(value, bytesToRead);
-  return bytesToRead;
+  return loadInt(storage, bytesToRead, data_) ? bytesToRead : 0;
 }
 
 uint64 VString::calcSize() const
@@ -258,14 +251,7 @@ uint64 EbmlMaster::calcChildrenSize(std::initializer_list<const IElement *> chil
 
 TReceiptPtr EbmlMaster::saveChildren(IStorage & storage, std::initializer_list<const IElement *> children)
 {
-  TReceiptPtr result = storage.receipt();
-  for (const IElement * child : children) {
-    TReceiptPtr saved = child->save(storage, 0);
-    if (!saved)
-      return saved; // a child that does not fit fails the whole composite
-    *result += saved;
-  }
-  return result;
+  return saveElements(storage, children);
 }
 
 uint64 EbmlMaster::loadChildren(IStorage & storage, uint64 bytesToRead, IDelegateLoad * delegate,

@@ -51,6 +51,15 @@ inline uint64 vsizeWidth(uint8 b0)
   return 0;
 }
 
+// The smallest n in 1..7 with v <= limits[n], else 8.
+inline uint64 smallestWidth(uint64 v, const uint64 (&limits)[9])
+{
+  for (uint64 n = 1; n < 8; ++n)
+    if (v <= limits[n])
+      return n;
+  return 8;
+}
+
 // One branch per width: this runs for every element header.
 template <typename TBytes>
 uint64 vsizeDecodeBytes(const TBytes & in, uint64 & numBytes)
@@ -96,10 +105,7 @@ uint64 vsizeDecodeBytes(const TBytes & in, uint64 & numBytes)
 uint64 vsizeNumBytes(uint64 vsize)
 {
   EBML_ASSERT(vsize <= vsizeRange[8]);
-  for (uint64 n = 1; n < 8; ++n)
-    if (vsize <= vsizeRange[n])
-      return n;
-  return 8;
+  return smallestWidth(vsize, vsizeRange);
 }
 
 uint64 vsizeEncode(uint64 vsize, uint8 * out)
@@ -188,10 +194,7 @@ uint64 loadEbmlId(IStorage & storage)
 
 uint64 uintNumBytes(uint64 v)
 {
-  for (uint64 n = 1; n < 8; ++n)
-    if (v <= uintMax[n])
-      return n;
-  return 8;
+  return smallestWidth(v, uintMax);
 }
 
 uint64 uintEncode(uint64 v, uint8 * out)
