@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
-#include <regex>
 #include <stdexcept>
 
 #include <unistd.h>
@@ -53,10 +52,10 @@ TEST_F(ExternalEncodeProxyMPITest, FreshChannelLayout)
     watch(client);
     key = client.GetSharedMemoryName();
     EXPECT_EQ(&client.key(), &client.GetSharedMemoryName());
-    EXPECT_TRUE(std::regex_match(
-        key, std::regex(folder() + "/TMessagePassingInterface"
-                                   "[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}"
-                                   "[A-Za-z0-9]{10}")))
+    EXPECT_TRUE(matchesRegex(key, escapeRegex(folder()) +
+                                      "/TMessagePassingInterface"
+                                      "[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}"
+                                      "[A-Za-z0-9]{10}"))
         << key;
     EXPECT_TRUE(fileExists(key));
     EXPECT_TRUE(lockExists(key));
@@ -190,19 +189,19 @@ TEST_F(ExternalEncodeProxyMPITest, CreatingSideFailuresLeaveNothing)
   setenv("TMPDIR", folder().c_str(), 1);
   ::testing::internal::GetCapturedStderr();
 
-  std::smatch match;
-  ASSERT_TRUE(std::regex_match(
-      tooSmallForSegment, match,
-      std::regex("TMessagePassingInterface failed to create shared memory segment (" + folder() +
-                 "/TMessagePassingInterface[-0-9a-f]{36}[A-Za-z0-9]{10}) of size 0 bytes")))
+  std::vector<std::string> match;
+  ASSERT_TRUE(matchesRegex(
+      tooSmallForSegment,
+      "TMessagePassingInterface failed to create shared memory segment (" +
+          escapeRegex(folder()) + "/TMessagePassingInterface[-0-9a-f]{36}[A-Za-z0-9]{10}) of size 0 bytes",
+      &match))
       << tooSmallForSegment;
-  expectLockRemoved(match[1]);
+  expectLockRemoved(match.at(0));
   EXPECT_EQ(tooSmallForRecord,
             "TMessagePassingInterface failed to construct client/server synchronization structure");
-  EXPECT_TRUE(std::regex_match(
-      noFolder, std::regex("TMessagePassingInterface failed to generate a shared memory mapped "
-                           "file key: " + folder() +
-                           "/missing/TMessagePassingInterface[-0-9a-f]{36}XXXXXXXXXX")))
+  EXPECT_TRUE(matchesRegex(noFolder, "TMessagePassingInterface failed to generate a shared memory "
+                                     "mapped file key: " + escapeRegex(folder()) +
+                                     "/missing/TMessagePassingInterface[-0-9a-f]{36}XXXXXXXXXX"))
       << noFolder;
   // The fixture checks that the temporary folder is empty.
 }

@@ -9,6 +9,7 @@
 #include <exception>
 
 #include <dirent.h>
+#include <regex.h>
 #include <semaphore.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -92,6 +93,38 @@ std::string ChildProcess::finish(unsigned int ms)
   if (!WIFEXITED(m_status) || (WEXITSTATUS(m_status) != 0 && answer.empty()))
     return "child ended with status " + std::to_string(m_status);
   return answer;
+}
+
+bool matchesRegex(const std::string& text, const std::string& pattern,
+                  std::vector<std::string>* groups)
+{
+  regex_t compiled;
+  if (regcomp(&compiled, ("^(" + pattern + ")$").c_str(), REG_EXTENDED) != 0) {
+    ADD_FAILURE() << "bad pattern " << pattern;
+    return false;
+  }
+  std::vector<regmatch_t> matches(compiled.re_nsub + 1);
+  const bool matched = regexec(&compiled, text.c_str(), matches.size(), matches.data(), 0) == 0;
+  if (matched && groups) {
+    groups->clear();
+    for (size_t i = 2; i < matches.size(); ++i)
+      groups->push_back(matches[i].rm_so < 0 ? std::string()
+                                             : text.substr(matches[i].rm_so,
+                                                           matches[i].rm_eo - matches[i].rm_so));
+  }
+  regfree(&compiled);
+  return matched;
+}
+
+std::string escapeRegex(const std::string& text)
+{
+  std::string escaped;
+  for (char ch : text) {
+    if (std::strchr(".^$|()[]{}*+?\\", ch))
+      escaped += '\\';
+    escaped += ch;
+  }
+  return escaped;
 }
 
 void IpcScratchTest::SetUp()

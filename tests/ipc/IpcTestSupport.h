@@ -9,6 +9,7 @@
 #include <functional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include <sys/types.h>
 
@@ -36,6 +37,13 @@ private:
   int m_status = 0;
   bool m_reaped = false;
 };
+
+// Whole-text match against a POSIX extended regular expression; groups, when
+// given, receive the parenthesised sub-matches.
+bool matchesRegex(const std::string& text, const std::string& pattern,
+                  std::vector<std::string>* groups = nullptr);
+// The text with every regular-expression operator escaped.
+std::string escapeRegex(const std::string& text);
 
 class IpcScratchTest : public ::testing::Test {
 protected:
