@@ -144,8 +144,9 @@ TEST(TZKPacketView, RefusesChildrenShorterThanWhatTheyAnnounce)
             EXPECT_EQ(view.header.type, 9u);
             EXPECT_EQ(view.descriptor != nullptr, c.descriptorSize != 0);
             EXPECT_EQ(view.data != nullptr, c.dataSize != 0);
-            if (view.data != nullptr)
+            if (view.data != nullptr) {
                 EXPECT_EQ(view.data, child.data() + 40 + c.descriptorSize);
+            }
         }
     }
 }
