@@ -70,7 +70,6 @@ TReceiptPtr IElement::save(IStorage & storage, uint64 vsizeBytes) const
     return storage.receipt();
 
   const IPayload & payload = getPayload();
-  const uint64 start = storage.absolutePosition();
   storageReceipt_ = writeId(storage);
   if (!storageReceipt_)
     return storageReceipt_;
@@ -83,7 +82,7 @@ TReceiptPtr IElement::save(IStorage & storage, uint64 vsizeBytes) const
   if (!sizeReceipt)
     return sizeReceipt;
   *storageReceipt_ += sizeReceipt;
-  offsetToPayload_ = storage.absolutePosition() - start;
+  offsetToPayload_ = storageReceipt_->numBytes(); // id and size bytes
   offsetToCrc32_ = kUndefinedOffset;
 
   if (shouldComputeCrc32()) {
@@ -124,7 +123,6 @@ TReceiptPtr IElement::savePaddedUpToSize(IStorage & storage, uint64 totalSize) c
   if (!unknownSize && natural != totalSize && natural + 2 > totalSize)
     return TReceiptPtr();
 
-  const uint64 start = storage.absolutePosition();
   storageReceipt_ = writeId(storage);
   if (!storageReceipt_)
     return storageReceipt_;
@@ -135,7 +133,7 @@ TReceiptPtr IElement::savePaddedUpToSize(IStorage & storage, uint64 totalSize) c
   if (!sizeReceipt)
     return sizeReceipt;
   *storageReceipt_ += sizeReceipt;
-  offsetToPayload_ = storage.absolutePosition() - start;
+  offsetToPayload_ = storageReceipt_->numBytes(); // id and size bytes
   offsetToCrc32_ = kUndefinedOffset;
 
   TReceiptPtr payloadSaved = payload.save(storage);

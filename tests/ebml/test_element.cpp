@@ -24,6 +24,7 @@ struct TNameF { static constexpr const char * kName = "F"; };
 struct TNameS { static constexpr const char * kName = "S"; };
 struct TNameD { static constexpr const char * kName = "D"; };
 struct TNameO { static constexpr const char * kName = "O"; };
+struct TNameP { static constexpr const char * kName = "P"; };
 
 // Saves e into a fresh area and returns the bytes written.
 Bytes saveBytes(const IElement & e, uint64 vsizeBytes = 0)
@@ -404,4 +405,41 @@ TEST(EbmlElement, CrawlerFindsElementByPosition)
   list.discardReceipts();
   EXPECT_FALSE(list.storageReceipt());
   EXPECT_FALSE(list.payloadReceipt());
+}
+
+TEST(EbmlElement, SavesThroughTheCopyingStorage)
+{
+  // Blocks land in separate vectors; the element receipt still reads back as one string.
+  TGroup g;
+  g->count_->set(0x0102);
+  g->data_->set(receiptForConstMemory("xyz", 3));
+  TReceiptPtr r = g.save(HodgePodgeStorage::Instance, 2);
+  ASSERT_TRUE(r);
+  Bytes bytes(std::size_t(r->numBytes()));
+  ASSERT_TRUE(r->load(bytes.data()));
+  EXPECT_EQ(bytes, (Bytes{0x90, 0x40, 0x09, 0x82, 0x82, 0x01, 0x02, 0x83, 0x83, 'x', 'y', 'z'}));
+  EXPECT_EQ(g.offsetToPayload(), 3u);
+  Bytes payload(9);
+  ASSERT_TRUE(g.payloadReceipt()->load(payload.data()));
+  EXPECT_EQ(payload.front(), 0x82);
+}
+
+TEST(EbmlElement, EltPositionIsRewrittenInPlace)
+{
+  uint8 area[32] = {};
+  MemoryStorage storage(area, sizeof area);
+  TGroup origin;
+  origin->count_->set(1);
+  ASSERT_TRUE(origin.save(storage)); // payload at 2
+  TElt<VEltPosition, 0xA5, TNameP> pos;
+  pos->setMaxSize(2);
+  pos->setOrigin(&origin);
+  TCount target;
+  target->set(9);
+  pos->setElt(&target);
+  ASSERT_TRUE(pos.save(storage)); // the target is not saved yet: position 0 in 2 bytes
+  EXPECT_EQ(Bytes(area + 5, area + 9), (Bytes{0xA5, 0x82, 0x00, 0x00}));
+  ASSERT_TRUE(target.save(storage)); // at 9
+  EXPECT_TRUE(pos->rewrite());
+  EXPECT_EQ(Bytes(area + 7, area + 9), (Bytes{0x00, 0x07}));
 }
