@@ -44,6 +44,8 @@ int Fail(const std::string& message, int status = 1)
 int main(int argc, char** argv)
 {
     using namespace evc::tools;
+    // Pictures from standard input are read in large blocks, not through stdio.
+    std::ios::sync_with_stdio(false);
     EncodeOptions options;
     try {
         options = ParseEncodeOptions(std::vector<std::string>(argv + 1, argv + argc));
