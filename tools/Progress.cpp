@@ -55,14 +55,17 @@ void Progress::update(uint64_t frames, uint64_t picturesBack, uint64_t bytes)
         return;
     m_lastWrite = now;
     // Trailing blanks wipe what a longer earlier line left.
-    m_out << '\r' << line(frames, picturesBack, bytes) << "    " << std::flush;
+    const std::string text = line(frames, picturesBack, bytes) + "    ";
+    m_out << '\r' << text << std::flush;
+    m_lastLength = text.size();
     m_lineOpen = true;
 }
 
 void Progress::abandon()
 {
+    // Blanks over the progress line, so an error message stands alone.
     if (m_lineOpen)
-        m_out << '\n' << std::flush;
+        m_out << '\r' << std::string(m_lastLength, ' ') << '\r' << std::flush;
     m_lineOpen = false;
 }
 
@@ -70,7 +73,9 @@ void Progress::finish(uint64_t frames, uint64_t bytes, const std::string& output
 {
     if (!m_enabled)
         return;
-    abandon();
+    if (m_lineOpen)
+        m_out << '\n';
+    m_lineOpen = false;
     const double elapsed = elapsedSeconds();
     m_out << "encoded " << frames << " frames " << m_format.width << "x" << m_format.height << " at "
           << Format("%.3g", double(m_format.fpsNum) / m_format.fpsDen) << " fps into " << outputPath << ": "

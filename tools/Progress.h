@@ -23,7 +23,7 @@ public:
     void update(uint64_t frames, uint64_t picturesBack, uint64_t bytes);
     // Ends the progress line and writes the summary.
     void finish(uint64_t frames, uint64_t bytes, const std::string& outputPath);
-    // Ends the progress line so that an error message starts on its own.
+    // Wipes the progress line so that an error message stands on its own.
     void abandon();
 
     double elapsedSeconds() const;
@@ -40,6 +40,7 @@ private:
     std::chrono::steady_clock::time_point m_start;
     std::chrono::steady_clock::time_point m_lastWrite;
     bool m_lineOpen = false;
+    size_t m_lastLength = 0;
 };
 
 }  // namespace tools
