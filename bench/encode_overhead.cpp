@@ -8,7 +8,7 @@
 // in odd ones) and the best of each side is compared, so a machine that other
 // work slows down hurts both sides alike.
 //
-// Usage: encode_overhead [--rounds=N] (default 2) [--transport-only]. The build dir comes from
+// Usage: encode_overhead [--rounds=N] (default 3) [--transport-only]. The build dir comes from
 // EVC_BUILD_DIR, else the parent of the folder this program runs from.
 
 #include <linux/limits.h>
@@ -232,6 +232,7 @@ struct TStreamSum {
 struct TRun {
     double seconds = 0;
     double cpuSeconds = 0;  // both processes' when the service encodes
+    double clientCpuSeconds = 0;  // this process's part of it
     TStreamSum sum;
 };
 
@@ -324,7 +325,8 @@ public:
         TRun run;
         const ZKEncImage_t geometry = clip.Geometry();
         evc::EncodedFrame result;
-        const double cpu = ProcessCpuSeconds() + ChildCpuSeconds(m_client.servicePid());
+        const double clientCpu = ProcessCpuSeconds();
+        const double cpu = clientCpu + ChildCpuSeconds(m_client.servicePid());
         const auto start = Clock::now();
         Check(m_client.Begin(&geometry), "Begin");
         for (int n = 0; n < clip.count(); ++n) {
@@ -336,7 +338,8 @@ public:
         }
         Check(m_client.End(), "End");
         run.seconds = Seconds(start);
-        run.cpuSeconds = ProcessCpuSeconds() + ChildCpuSeconds(m_client.servicePid()) - cpu;
+        run.clientCpuSeconds = ProcessCpuSeconds() - clientCpu;
+        run.cpuSeconds = run.clientCpuSeconds + ChildCpuSeconds(m_client.servicePid()) - (cpu - clientCpu);
         return run;
     }
 
@@ -370,10 +373,11 @@ TSizeResult CompareSize(const TClip& clip, CPluginCollection& collection, const 
         else if (!(run.sum == result.sum))
             result.sameStream = false;
         first = false;
-        std::printf("  %ux%u round %d %-10s %7.2f fps %8.2f CPU ms/frame  (%llu bytes in %llu packets)\n",
+        std::printf("  %ux%u round %d %-10s %7.2f fps %8.2f CPU ms/frame (%5.2f of it the client's)  %llu bytes in "
+                    "%llu packets\n",
                     clip.width(), clip.height(), round, side, clip.count() / run.seconds,
-                    run.cpuSeconds * 1000.0 / clip.count(), static_cast<unsigned long long>(run.sum.bytes),
-                    static_cast<unsigned long long>(run.sum.packets));
+                    run.cpuSeconds * 1000.0 / clip.count(), run.clientCpuSeconds * 1000.0 / clip.count(),
+                    static_cast<unsigned long long>(run.sum.bytes), static_cast<unsigned long long>(run.sum.packets));
         std::fflush(stdout);
     };
     for (int round = 0; round < rounds; ++round) {
@@ -395,6 +399,7 @@ struct TTransport {
     uint64_t requestBytes = 0;
     uint64_t replyBytes = 0;
     double emptyMedianMs = 0;
+    double oneWayMedianMs = 0;
     double copyMs = 0;
 };
 
@@ -436,6 +441,16 @@ TTransport MeasureTransport(const TClip& clip, const std::string& buildDir)
     transport.echoMeanMs = total / kEchoFrames;
     transport.replyBytes = result.replyBytes;
     transport.requestBytes = clip.frameBytes();
+
+    // A frame's pixels in, nothing back: Begin carries a whole sample
+    // picture, which the echo plug-in only describes.
+    ms.clear();
+    for (int n = 0; n < kEchoFrames; ++n) {
+        const auto start = Clock::now();
+        Check(client.Begin(&clip.frame(n % clip.count())), "Begin with pixels (echo)");
+        ms.push_back(Seconds(start) * 1000.0);
+    }
+    transport.oneWayMedianMs = Median(ms);
     Check(client.End(), "End (echo)");
 
     // A command without operands: only the two semaphore hand-overs.
@@ -464,7 +479,7 @@ TTransport MeasureTransport(const TClip& clip, const std::string& buildDir)
 }
 
 struct TOptions {
-    int rounds = 2;
+    int rounds = 3;
     bool transportOnly = false;
 };
 
@@ -487,6 +502,8 @@ void PrintTransport(const TTransport& transport)
                 static_cast<unsigned long long>(transport.replyBytes));
     std::printf("  round trip            %8.2f ms median, %8.2f ms mean, %8.2f CPU ms (both processes)\n",
                 transport.echoMedianMs, transport.echoMeanMs, transport.echoCpuMs);
+    std::printf("  frame in, no reply    %8.2f ms median (Begin with the picture's pixels)\n",
+                transport.oneWayMedianMs);
     std::printf("  empty command         %8.2f ms median\n", transport.emptyMedianMs);
     std::printf("  memcpy there and back %8.2f ms median\n", transport.copyMs);
 }
