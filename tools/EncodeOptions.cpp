@@ -26,7 +26,7 @@ const char* EncodeUsage()
            "  INPUT.y4m               8-bit 4:2:0 YUV4MPEG2 video; - reads standard input\n"
            "  -o, --output FILE       .h264 (Annex-B stream) or .evcseg (intermediate segment file)\n"
            "  --preset FILE.xml       compressor and settings (default: presets/h264-quality.xml)\n"
-           "  --test-pattern SPEC     encode a moving test pattern instead of a file, e.g. 640x360@25:4\n"
+           "  --test-pattern PATTERN  encode a moving test pattern instead of a file, e.g. 640x360@25:4\n"
            "  -q, --quiet             no progress and no summary\n"
            "  -h, --help              this text\n";
 }

@@ -60,30 +60,30 @@ private:
 
 class TestPatternSource : public FrameSource {
 public:
-    explicit TestPatternSource(const TestPatternSpec& spec) : m_spec(spec) {}
+    explicit TestPatternSource(const TestPatternPlan& plan) : m_plan(plan) {}
 
-    const VideoFormat& format() const override { return m_spec.format; }
+    const VideoFormat& format() const override { return m_plan.format; }
 
     bool next(std::vector<uint8_t>& frame) override
     {
-        if (m_next >= m_spec.frames)
+        if (m_next >= m_plan.frames)
             return false;
-        frame.resize(m_spec.format.frameBytes());
-        DrawTestPattern(frame.data(), m_spec.format.width, m_spec.format.height, m_next++);
+        frame.resize(m_plan.format.frameBytes());
+        DrawTestPattern(frame.data(), m_plan.format.width, m_plan.format.height, m_next++);
         return true;
     }
 
     std::string name() const override { return "test pattern"; }
 
 private:
-    TestPatternSpec m_spec;
+    TestPatternPlan m_plan;
     uint64_t m_next = 0;
 };
 
-uint32_t ParseWhole(const std::string& text, const std::string& spec)
+uint32_t ParseWhole(const std::string& text, const std::string& plan)
 {
     if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos || text.size() > 9)
-        throw std::invalid_argument("bad test pattern \"" + spec + "\": expected WxH@FPS:SECONDS, e.g. 640x360@25:4");
+        throw std::invalid_argument("bad test pattern \"" + plan + "\": expected WxH@FPS:SECONDS, e.g. 640x360@25:4");
     return static_cast<uint32_t>(std::strtoul(text.c_str(), nullptr, 10));
 }
 
@@ -94,7 +94,7 @@ std::unique_ptr<FrameSource> OpenY4mSource(const std::string& path)
     return std::make_unique<Y4mSource>(path);
 }
 
-TestPatternSpec ParseTestPatternSpec(const std::string& text)
+TestPatternPlan ParseTestPattern(const std::string& text)
 {
     const size_t x = text.find('x');
     const size_t at = text.find('@');
@@ -103,13 +103,13 @@ TestPatternSpec ParseTestPatternSpec(const std::string& text)
     if (x == std::string::npos || at == std::string::npos || colon == std::string::npos || !(x < at && at < colon))
         throw std::invalid_argument(usage);
 
-    TestPatternSpec spec;
-    spec.format.width = ParseWhole(text.substr(0, x), text);
-    spec.format.height = ParseWhole(text.substr(x + 1, at - x - 1), text);
+    TestPatternPlan plan;
+    plan.format.width = ParseWhole(text.substr(0, x), text);
+    plan.format.height = ParseWhole(text.substr(x + 1, at - x - 1), text);
     const std::string rate = text.substr(at + 1, colon - at - 1);
     const size_t slash = rate.find('/');
-    spec.format.fpsNum = ParseWhole(rate.substr(0, slash), text);
-    spec.format.fpsDen = slash == std::string::npos ? 1 : ParseWhole(rate.substr(slash + 1), text);
+    plan.format.fpsNum = ParseWhole(rate.substr(0, slash), text);
+    plan.format.fpsDen = slash == std::string::npos ? 1 : ParseWhole(rate.substr(slash + 1), text);
 
     const std::string secondsText = text.substr(colon + 1);
     char* end = nullptr;
@@ -117,19 +117,19 @@ TestPatternSpec ParseTestPatternSpec(const std::string& text)
     if (secondsText.empty() || *end != '\0' || !(seconds > 0) || seconds > 86400)
         throw std::invalid_argument(usage);
 
-    if (spec.format.width == 0 || spec.format.height == 0 || spec.format.width > 16384 || spec.format.height > 16384)
+    if (plan.format.width == 0 || plan.format.height == 0 || plan.format.width > 16384 || plan.format.height > 16384)
         throw std::invalid_argument("bad test pattern \"" + text + "\": sizes go from 2 to 16384");
-    if (spec.format.fpsNum == 0 || spec.format.fpsDen == 0)
+    if (plan.format.fpsNum == 0 || plan.format.fpsDen == 0)
         throw std::invalid_argument("bad test pattern \"" + text + "\": the frame rate must not be 0");
-    spec.frames = static_cast<uint64_t>(std::llround(seconds * spec.format.fpsNum / spec.format.fpsDen));
-    if (spec.frames == 0)
-        spec.frames = 1;
-    return spec;
+    plan.frames = static_cast<uint64_t>(std::llround(seconds * plan.format.fpsNum / plan.format.fpsDen));
+    if (plan.frames == 0)
+        plan.frames = 1;
+    return plan;
 }
 
-std::unique_ptr<FrameSource> MakeTestPatternSource(const TestPatternSpec& spec)
+std::unique_ptr<FrameSource> MakeTestPatternSource(const TestPatternPlan& plan)
 {
-    return std::make_unique<TestPatternSource>(spec);
+    return std::make_unique<TestPatternSource>(plan);
 }
 
 }  // namespace tools

@@ -41,12 +41,12 @@ std::unique_ptr<FrameSource> OpenY4mSource(const std::string& path);
 
 // "WxH@FPS:SECONDS", FPS a whole number or N/D, SECONDS decimal. Throws
 // std::invalid_argument with a one-line explanation.
-struct TestPatternSpec {
+struct TestPatternPlan {
     VideoFormat format;
     uint64_t frames = 0;
 };
-TestPatternSpec ParseTestPatternSpec(const std::string& text);
-std::unique_ptr<FrameSource> MakeTestPatternSource(const TestPatternSpec& spec);
+TestPatternPlan ParseTestPattern(const std::string& text);
+std::unique_ptr<FrameSource> MakeTestPatternSource(const TestPatternPlan& plan);
 
 }  // namespace tools
 }  // namespace evc

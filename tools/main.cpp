@@ -62,9 +62,9 @@ int main(int argc, char** argv)
         std::unique_ptr<FrameSource> source;
         uint64_t expectedFrames = 0;
         if (!options.testPattern.empty()) {
-            const TestPatternSpec spec = ParseTestPatternSpec(options.testPattern);
-            expectedFrames = spec.frames;
-            source = MakeTestPatternSource(spec);
+            const TestPatternPlan plan = ParseTestPattern(options.testPattern);
+            expectedFrames = plan.frames;
+            source = MakeTestPatternSource(plan);
         } else {
             source = OpenY4mSource(options.input);
         }

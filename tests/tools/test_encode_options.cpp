@@ -11,7 +11,7 @@ using namespace evc::tools;
 
 namespace {
 
-TEST(TestPatternSpec, Table)
+TEST(TestPatternPlan, Table)
 {
     struct Case {
         const char* text;
@@ -35,15 +35,15 @@ TEST(TestPatternSpec, Table)
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text);
         if (c.frames == 0) {
-            EXPECT_THROW(ParseTestPatternSpec(c.text), std::invalid_argument);
+            EXPECT_THROW(ParseTestPattern(c.text), std::invalid_argument);
             continue;
         }
-        const TestPatternSpec spec = ParseTestPatternSpec(c.text);
-        EXPECT_EQ(spec.format.width, c.width);
-        EXPECT_EQ(spec.format.height, c.height);
-        EXPECT_EQ(spec.format.fpsNum, c.fpsNum);
-        EXPECT_EQ(spec.format.fpsDen, c.fpsDen);
-        EXPECT_EQ(spec.frames, c.frames);
+        const TestPatternPlan plan = ParseTestPattern(c.text);
+        EXPECT_EQ(plan.format.width, c.width);
+        EXPECT_EQ(plan.format.height, c.height);
+        EXPECT_EQ(plan.format.fpsNum, c.fpsNum);
+        EXPECT_EQ(plan.format.fpsDen, c.fpsDen);
+        EXPECT_EQ(plan.frames, c.frames);
     }
 }
 
@@ -61,9 +61,9 @@ TEST(TestPattern, MovesAndStaysInVideoRange)
         ASSERT_GE(first[i], 16) << i;
         ASSERT_LE(first[i], 235) << i;
     }
-    // A source made from the same spec gives the same pictures.
-    TestPatternSpec spec = ParseTestPatternSpec("64x48@25:0.08");
-    auto source = MakeTestPatternSource(spec);
+    // A source made from the same plan gives the same pictures.
+    TestPatternPlan plan = ParseTestPattern("64x48@25:0.08");
+    auto source = MakeTestPatternSource(plan);
     std::vector<uint8_t> picture;
     ASSERT_TRUE(source->next(picture));
     EXPECT_EQ(picture, first);
