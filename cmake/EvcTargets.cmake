@@ -53,6 +53,11 @@ function(evc_add_plugin name)
     PREFIX "" SUFFIX "" OUTPUT_NAME ${A_EXECUTABLE}
     CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON
     LIBRARY_OUTPUT_DIRECTORY ${EVC_PLUGINS_DIR}/${A_BUNDLE}/Contents/Linux)
+  # Hidden visibility still lets template statics of the standard library out;
+  # the version script keeps the four entry points the only exports.
+  set(exports ${CMAKE_SOURCE_DIR}/cmake/plugin-exports.map)
+  target_link_options(${target} PRIVATE -Wl,--version-script=${exports})
+  set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${exports})
   install(DIRECTORY ${EVC_PLUGINS_DIR}/${A_BUNDLE} DESTINATION lib/evc/Evc.app/Contents/PlugIns
           USE_SOURCE_PERMISSIONS)
 endfunction()
