@@ -99,7 +99,13 @@ Client::TPrivate::TPrivate(const ClientOptions& options)
         const char* fromEnvironment = getenv("EVC_SERVICE");
         service = fromEnvironment != nullptr && *fromEnvironment ? fromEnvironment : ProgramFolder() + "/evc-service";
     }
-    m_appFolder = options.applicationFolder.empty() ? ParentFolder(ParentFolder(service)) : options.applicationFolder;
+    m_appFolder = options.applicationFolder;
+    if (m_appFolder.empty()) {
+        // A build tree keeps the host bundle beside bin/, an installation
+        // under lib/evc/.
+        const std::string prefix = ParentFolder(ParentFolder(service));
+        m_appFolder = access((prefix + "/" + options.hostBundle).c_str(), F_OK) == 0 ? prefix : prefix + "/lib/evc";
+    }
     if (access(service.c_str(), X_OK) != 0)
         throw ServiceError(ServiceError::Kind::StartFailed, 0, -1, "",
                            "cannot start the service: " + service + " is not an executable file");

@@ -17,6 +17,7 @@ function(evc_add_library name)
   add_library(${name} STATIC ${A_SOURCES})
   target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/include)
   target_link_libraries(${name} PUBLIC evc_options ${A_DEPS} PRIVATE ${A_PRIVATE_DEPS})
+  install(TARGETS ${name} ARCHIVE DESTINATION lib)
 endfunction()
 
 # evc_add_test(name SOURCES ... [DEPS ...]): a GoogleTest executable registered with CTest.
@@ -35,10 +36,11 @@ function(evc_add_test name)
                        ENVIRONMENT "EVC_BUILD_DIR=${CMAKE_BINARY_DIR}")
 endfunction()
 
-# evc_add_plugin(name SOURCES ... [DEPS ...] [EXECUTABLE exe]): a plug-in bundle
-# build/Evc.app/Contents/PlugIns/<name>.qv64 whose code is Contents/Linux/<exe>.
+# evc_add_plugin(name SOURCES ... [DEPS ...] [EXECUTABLE exe] [TEST_ONLY]): a plug-in
+# bundle build/Evc.app/Contents/PlugIns/<name>.qv64 whose code is Contents/Linux/<exe>.
+# TEST_ONLY bundles serve the test suite and are not installed.
 function(evc_add_plugin name)
-  cmake_parse_arguments(A "" "EXECUTABLE;BUNDLE" "SOURCES;DEPS" ${ARGN})
+  cmake_parse_arguments(A "TEST_ONLY" "EXECUTABLE;BUNDLE" "SOURCES;DEPS" ${ARGN})
   if(NOT A_EXECUTABLE)
     set(A_EXECUTABLE ${name})
   endif()
@@ -58,8 +60,10 @@ function(evc_add_plugin name)
   set(exports ${CMAKE_SOURCE_DIR}/cmake/plugin-exports.map)
   target_link_options(${target} PRIVATE -Wl,--version-script=${exports})
   set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${exports})
-  install(DIRECTORY ${EVC_PLUGINS_DIR}/${A_BUNDLE} DESTINATION lib/evc/Evc.app/Contents/PlugIns
-          USE_SOURCE_PERMISSIONS)
+  if(NOT A_TEST_ONLY)
+    install(DIRECTORY ${EVC_PLUGINS_DIR}/${A_BUNDLE} DESTINATION lib/evc/Evc.app/Contents/PlugIns
+            USE_SOURCE_PERMISSIONS)
+  endif()
 endfunction()
 
 # evc_add_bench(name SOURCES ... [DEPS ...]): a Google Benchmark program under build/bin.

@@ -27,7 +27,8 @@ struct ClientOptions {
     // evc-service next to the running program.
     std::string servicePath;
     // The folder that holds the host bundle and the bundle's path inside it;
-    // empty folder: the parent of the service's folder (build/ or the prefix).
+    // empty folder: the parent of the service's folder (a build tree) or
+    // PREFIX/lib/evc (an installation).
     std::string applicationFolder;
     std::string hostBundle = "Evc.app";
     // Name the service is told the host goes by.

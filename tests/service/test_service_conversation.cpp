@@ -2,6 +2,9 @@
 // by the test, against the echo and faulty test plug-ins.
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+
+#include <cerrno>
 #include <csignal>
 
 #include "ServiceHarness.h"
@@ -26,8 +29,16 @@ protected:
     }
     void TearDown() override
     {
+        // A service still serving must leave on the quit command, status 0.
+        if (harness->process().alive()) {
+            harness->channel().SetCommand(CAExternalVideoProxySharedData::kQuit);
+            harness->channel().PostCommand();
+            EXPECT_EQ(harness->WaitExit(), 0) << harness->process().lastErrorLines();
+        }
+        EXPECT_FALSE(harness->process().alive());
         harness.reset();
         EXPECT_TRUE(NothingLeftFor(key)) << key;
+        EXPECT_TRUE(waitpid(-1, nullptr, WNOHANG) < 0 && errno == ECHILD) << "a child process is left";
     }
     // Command 3 with an input frame and an output description after it.
     uint32_t Compress(const TestImage& input, bool key, bool last)
