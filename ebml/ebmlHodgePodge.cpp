@@ -141,6 +141,9 @@ TReceiptPtr HodgePodge::save(IStorage & storage) const
     TReceiptPtr dst;
     if (storage.isNullStorage()) {
       dst = storage.skipWithReceipt(r->numBytes());
+    } else if (const uint8 * direct = r->contiguousBytes()) {
+      // Pixels referred to in memory go straight to the target, no staging copy.
+      dst = storage.save(direct, std::size_t(r->numBytes()));
     } else {
       std::vector<uint8> bytes;
       const bool ok = Ebml::load(r.get(), bytes);

@@ -106,6 +106,10 @@ public:
     virtual TReceiptPtr receipt(uint64 offset, uint64 size) const = 0;
     // Copies the bytes into dst in chunks; returns the receipt of what dst received.
     virtual TReceiptPtr saveTo(IStorage & dst, std::size_t maxChunkSize) const;
+    // The receipt's bytes where they lie in memory, or null when they are not
+    // one contiguous run in this process (files, collections). Lets a copy
+    // skip the staging buffer.
+    virtual const uint8 * contiguousBytes() const { return nullptr; }
   };
 
   virtual ~IStorage() = default;

@@ -63,6 +63,10 @@ public:
     bool load(uint8 * data) const override;
     bool calcCrc32(Crc32 & crc, const TReceiptPtr & receiptSkip) const override;
     TReceiptPtr receipt(uint64 offset, uint64 size) const override;
+    const uint8 * contiguousBytes() const override
+    {
+      return addr_ + numBytes_ <= file_.size() ? file_.data() + addr_ : nullptr;
+    }
 
   private:
     TFile & file_;
@@ -107,6 +111,7 @@ public:
   bool load(uint8 * data) const override;
   bool calcCrc32(Crc32 &, const TReceiptPtr &) const override { return false; }
   TReceiptPtr receipt(uint64 offset, uint64 size) const override;
+  const uint8 * contiguousBytes() const override { return address_; }
 
 protected:
   uint8 * address_;
