@@ -347,8 +347,11 @@ private:
     evc::Client m_client;
 };
 
+// Keeps the clip's shape, not the clip: the pictures are freed once measured.
 struct TSizeResult {
-    const TClip* clip = nullptr;
+    uint32_t width = 0;
+    uint32_t height = 0;
+    int frames = 0;
     double inProcessSeconds = 1e300;
     double serviceSeconds = 1e300;
     double inProcessCpu = 1e300;
@@ -363,7 +366,9 @@ TSizeResult CompareSize(const TClip& clip, CPluginCollection& collection, const 
     TInProcess inProcess(collection, preset);
     TThroughService service(buildDir, preset, clip.frameBytes());
     TSizeResult result;
-    result.clip = &clip;
+    result.width = clip.width();
+    result.height = clip.height();
+    result.frames = clip.count();
     bool first = true;
     auto note = [&](const TRun& run, double& best, double& bestCpu, const char* side, int round) {
         best = std::min(best, run.seconds);
@@ -541,12 +546,12 @@ int main(int argc, char** argv)
         std::printf("%-10s %7s %14s %11s %7s %15s %13s %13s %9s\n", "", "", "", "", "", "", "in-process",
                     "service", "");
         for (const TSizeResult& r : results) {
-            const double frames = r.clip->count();
+            const double frames = r.frames;
             const double inFps = frames / r.inProcessSeconds;
             const double serviceFps = frames / r.serviceSeconds;
             char size[32];
-            std::snprintf(size, sizeof size, "%ux%u", r.clip->width(), r.clip->height());
-            std::printf("%-10s %7d %14.2f %11.2f %7.3f %15.2f %13.2f %13.2f %9.3f  %s\n", size, r.clip->count(),
+            std::snprintf(size, sizeof size, "%ux%u", r.width, r.height);
+            std::printf("%-10s %7d %14.2f %11.2f %7.3f %15.2f %13.2f %13.2f %9.3f  %s\n", size, r.frames,
                         inFps, serviceFps, serviceFps / inFps, (r.serviceSeconds - r.inProcessSeconds) * 1000.0 / frames,
                         r.inProcessCpu * 1000.0 / frames, r.serviceCpu * 1000.0 / frames, r.inProcessCpu / r.serviceCpu,
                         r.sameStream ? "yes" : "NO");
