@@ -483,6 +483,29 @@ TTransport MeasureTransport(const TClip& clip, const std::string& buildDir)
     return transport;
 }
 
+// Loads the plug-ins for the in-process side and shuts them down at the end,
+// once every compressor made from them is gone.
+class TLoadedPlugins {
+public:
+    explicit TLoadedPlugins(const std::string& buildDir) { m_collection.Initialize(buildDir, "Evc.app"); }
+    ~TLoadedPlugins()
+    {
+        // The collection keeps its prototypes for the life of the process;
+        // they go here so that leak checkers see a clean exit.
+        const auto& compressors = m_collection.GetCompressors();
+        for (unsigned long i = 0; i < static_cast<unsigned long>(compressors.GetSize()); ++i)
+            delete compressors[i]->m_prototype;
+        m_collection.Uninitialize();
+    }
+    TLoadedPlugins(const TLoadedPlugins&) = delete;
+    TLoadedPlugins& operator=(const TLoadedPlugins&) = delete;
+
+    CPluginCollection& collection() { return m_collection; }
+
+private:
+    CPluginCollection m_collection;
+};
+
 struct TOptions {
     int rounds = 3;
     bool transportOnly = false;
@@ -527,8 +550,8 @@ int main(int argc, char** argv)
         }
         std::printf("encode_overhead: x264 medium, CRF 23, %d threads; build %s; best of %d rounds; load average %s\n",
                     kThreads, buildDir.c_str(), options.rounds, LoadAverage().c_str());
-        CPluginCollection collection;
-        collection.Initialize(buildDir, "Evc.app");
+        TLoadedPlugins plugins(buildDir);
+        CPluginCollection& collection = plugins.collection();
 
         std::vector<TSizeResult> results;
         const TClip small(640, 360, 120);
