@@ -62,8 +62,6 @@ ZKEncImage_t Picture(const VideoFormat& format, std::vector<uint8_t>* pixels, ui
                     n * format.fpsDen, format.fpsNum) != 0)
         throw EncodeError("cannot describe a " + std::to_string(format.width) + "x" + std::to_string(format.height) +
                           " picture");
-    // Both chroma planes have the same rows; the layout only fills in the first.
-    record.image.rowBytes[2] = record.image.rowBytes[1];
     return record;
 }
 

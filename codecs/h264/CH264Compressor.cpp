@@ -187,6 +187,17 @@ uint32_t CH264Compressor::Begin(const ZKEncImage_t* sample, bool /*flag*/)
     return kStatusOk;
 }
 
+namespace {
+
+// The usual 4:2:0 layout leaves row bytes 2 at 0: both chroma planes then
+// share row bytes 1.
+uint32_t PlaneRowBytes(const ZKImage_t& image, int plane)
+{
+    return plane == 2 && image.rowBytes[2] == 0 ? image.rowBytes[1] : image.rowBytes[plane];
+}
+
+}  // namespace
+
 uint32_t CH264Compressor::CheckPicture(const ZKImage_t& image) const
 {
     if (image.colorFormat != kInputColorFormat || image.width != m_width || image.height != m_height) {
@@ -196,14 +207,14 @@ uint32_t CH264Compressor::CheckPicture(const ZKImage_t& image) const
     }
     const uint32_t chromaWidth = m_width / 2;
     if (image.planes[0] == nullptr || image.planes[1] == nullptr || image.planes[2] == nullptr ||
-        image.rowBytes[0] < m_width || image.rowBytes[1] < chromaWidth || image.rowBytes[2] < chromaWidth ||
-        image.rowBytes[0] > INT_MAX || image.rowBytes[1] > INT_MAX || image.rowBytes[2] > INT_MAX) {
+        image.rowBytes[0] < m_width || image.rowBytes[1] < chromaWidth || PlaneRowBytes(image, 2) < chromaWidth ||
+        image.rowBytes[0] > INT_MAX || image.rowBytes[1] > INT_MAX || PlaneRowBytes(image, 2) > INT_MAX) {
         Complain("picture planes are missing or their row bytes are too small");
         return kStatusBadArgument;
     }
     // When the buffer's size is known, the planes must fit in it.
     const uint64_t needed = uint64_t(image.rowBytes[0]) * m_height +
-                            (uint64_t(image.rowBytes[1]) + image.rowBytes[2]) * (m_height / 2);
+                            (uint64_t(image.rowBytes[1]) + PlaneRowBytes(image, 2)) * (m_height / 2);
     if (image.dataSize != 0 && needed > image.dataSize) {
         Complain("picture planes need " + std::to_string(needed) + " bytes, the buffer holds " +
                  std::to_string(image.dataSize));
@@ -298,7 +309,7 @@ uint32_t CH264Compressor::CompressFrame(const ZKEncImage_t* input, bool isKeyFra
         picture.img.i_plane = 3;
         for (int p = 0; p < 3; ++p) {
             picture.img.plane[p] = image.planes[p];
-            picture.img.i_stride[p] = static_cast<int>(image.rowBytes[p]);
+            picture.img.i_stride[p] = static_cast<int>(PlaneRowBytes(image, p));
         }
         picture.i_pts = pts;
         picture.i_type = isKeyFrame ? X264_TYPE_IDR : X264_TYPE_AUTO;
