@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <thread>
 
 #include "client/PacketCopy.h"
 #include "client/ServiceProcess.h"
@@ -72,6 +71,9 @@ public:
     [[noreturn]] void Fail(const char* name);
     CAExternalVideoProxySharedData& Record() { return *m_channel.sharedData(); }
     uint32_t WriteFrame(uint64_t offset, const ZKEncImage_t& record);
+    // Sends quit once and waits up to ms for the service to end; a service
+    // that does not end is killed (the process object reaps it either way).
+    void Quit(int ms);
 
     ClientOptions m_options;
     std::string m_appFolder;
@@ -177,16 +179,24 @@ uint32_t Client::TPrivate::WriteFrame(uint64_t offset, const ZKEncImage_t& recor
     return size;
 }
 
+void Client::TPrivate::Quit(int ms)
+{
+    if (m_quit)
+        return;
+    m_quit = true;
+    if (!m_process->alive())
+        return;
+    m_channel.SetCommand(CAExternalVideoProxySharedData::kQuit);
+    m_channel.PostCommand();
+    if (!m_process->waitForExit(ms))
+        m_process->kill();
+}
+
 Client::Client(const ClientOptions& options) : m_private(new TPrivate(options)) {}
 
 Client::~Client()
 {
-    if (m_private->m_process->alive() && !m_private->m_quit) {
-        m_private->m_channel.SetCommand(CAExternalVideoProxySharedData::kQuit);
-        m_private->m_channel.PostCommand();
-        m_private->m_process->waitForExit(2000);
-    }
-    m_private.reset();
+    m_private->Quit(2000);
 }
 
 uint32_t Client::SetOutput(const std::string& presetXml)
@@ -293,16 +303,7 @@ uint32_t Client::SetStreamModeHint(uint32_t hint)
 
 void Client::Quit()
 {
-    TPrivate& p = *m_private;
-    if (p.m_quit)
-        return;
-    p.m_quit = true;
-    if (!p.m_process->alive())
-        return;
-    p.m_channel.SetCommand(CAExternalVideoProxySharedData::kQuit);
-    p.m_channel.PostCommand();
-    if (!p.m_process->waitForExit(static_cast<int>(p.m_options.commandTimeout.count())))
-        p.m_process->kill();
+    m_private->Quit(static_cast<int>(m_private->m_options.commandTimeout.count()));
 }
 
 int Client::servicePid() const

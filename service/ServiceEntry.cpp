@@ -1,6 +1,7 @@
 #include "service/ServiceEntry.h"
 
 #include <QCoreApplication>
+#include <cstring>
 #include <iostream>
 #include <stdexcept>
 
@@ -18,6 +19,14 @@ public:
 };
 
 }  // namespace
+
+TArgumentMap ZKMakeArgumentMap(int argc, char* argv[])
+{
+    TArgumentMap arguments;
+    for (int i = 0; i < argc; ++i)
+        arguments[static_cast<unsigned int>(i)] = std::string(argv[i], std::strlen(argv[i]));
+    return arguments;
+}
 
 int main_utf8(TArgumentMap& arguments)
 {
@@ -45,13 +54,8 @@ int RunServiceEntry(TArgumentMap& arguments, int commandTimeoutSeconds)
     const std::string clientApplicationName = arguments[3];
 
     try {
-        if (commandTimeoutSeconds == kServiceCommandTimeoutSeconds) {
-            ExternalVideoCompressorService service(static_cast<unsigned long long>(clientProcessId),
-                                                   clientApplicationName, clientShmKey);
-        } else {
-            TimedService service(static_cast<unsigned long long>(clientProcessId), clientApplicationName,
-                                 clientShmKey, commandTimeoutSeconds);
-        }
+        TimedService service(static_cast<unsigned long long>(clientProcessId), clientApplicationName, clientShmKey,
+                             commandTimeoutSeconds);
     } catch (const std::exception& e) {
         std::cerr << "Error: " << e.what() << std::endl;
         return 2;

@@ -8,6 +8,9 @@
 // Argument index (0 = program path) to the argument's bytes.
 typedef std::map<unsigned int, std::string> TArgumentMap;
 
+// Argument index to argument bytes, copied from main's argument vector.
+TArgumentMap ZKMakeArgumentMap(int argc, char* argv[]);
+
 // Exit statuses: 0 the service ended normally, 1 usage, 2 a std::exception
 // ended it, 3 any other exception.
 int main_utf8(TArgumentMap& arguments);

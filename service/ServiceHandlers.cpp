@@ -61,10 +61,13 @@ void ExternalVideoCompressorService::ServiceCompressFrame()
     const int32_t outputLength = m_shared->m_payloadSize1;
     const bool isKeyFrame = m_shared->m_isKeyFrame != 0;
     const bool isLastFrame = m_shared->m_isLastFrame != 0;
-    if (!LengthsFit(inputLength, outputLength)) {
+    // A refused request has no reply.
+    const auto refuse = [this] {
         m_shared->m_payloadSize0 = 0;
-        return Answer(kServiceBadArgument);
-    }
+        Answer(kServiceBadArgument);
+    };
+    if (!LengthsFit(inputLength, outputLength))
+        return refuse();
 
     const uint32_t requestBytes =
         static_cast<uint32_t>(std::max(inputLength, 0)) + static_cast<uint32_t>(std::max(outputLength, 0));
@@ -77,17 +80,13 @@ void ExternalVideoCompressorService::ServiceCompressFrame()
     const ZKEncImage_t* inputPointer = nullptr;
     ZKEncImage_t* outputPointer = nullptr;
     if (inputLength > 0) {
-        if (!ReadFrameItem(m_videoProxy, inputLength, inputFrame, input)) {
-            m_shared->m_payloadSize0 = 0;
-            return Answer(kServiceBadArgument);
-        }
+        if (!ReadFrameItem(m_videoProxy, inputLength, inputFrame, input))
+            return refuse();
         inputPointer = &input;
     }
     if (outputLength > 0) {
-        if (!ReadFrameItem(m_videoProxy, outputLength, outputFrame, output)) {
-            m_shared->m_payloadSize0 = 0;
-            return Answer(kServiceBadArgument);
-        }
+        if (!ReadFrameItem(m_videoProxy, outputLength, outputFrame, output))
+            return refuse();
         outputPointer = &output;
     }
 
@@ -100,8 +99,6 @@ void ExternalVideoCompressorService::ServiceCompressFrame()
     if (outputPointer != nullptr) {
         // Bundles stay the compressor's: written, never released here.
         const uint32_t written = m_videoProxy.SerializeFrame(outputPointer, replySize, false);
-        output.image.dataPackets = nullptr;
-        output.descriptors = nullptr;
         // A reply larger than the area: the size still tells the client how
         // large it would have been.
         if (written != 0 && answer == 0)
