@@ -14,7 +14,6 @@
 // Statuses the service itself answers.
 constexpr uint32_t kServiceNoCompressor = 0x800300E9;  // no compressor for the codes, or none yet
 constexpr uint32_t kServiceBadPreset = 0x800300EA;     // the preset has no root "Output"
-constexpr uint32_t kServiceBadArgument = 0x80010002;   // lengths or frame elements the service cannot use
 
 // How long the loop waits for each command, and for the record at start-up.
 constexpr int kServiceCommandTimeoutSeconds = 300;

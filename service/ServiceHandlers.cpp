@@ -8,6 +8,7 @@
 
 #include "plugins/CPluginCollection.h"
 #include "service/ExternalVideoCompressorService.h"
+#include "media/ZKResult.h"
 #include "service/PresetReader.h"
 
 namespace {
@@ -31,7 +32,7 @@ void ExternalVideoCompressorService::ServiceBegin()
         return Answer(kServiceNoCompressor);
     const int32_t length = m_shared->m_payloadSize0;
     if (!LengthsFit(length))
-        return Answer(kServiceBadArgument);
+        return Answer(kZKErrBadArgument);
 
     TZKImageFramePtr frame;
     ZKEncImage_t sample{};
@@ -39,7 +40,7 @@ void ExternalVideoCompressorService::ServiceBegin()
     if (length > 0) {
         m_videoProxy.Begin(payload(), static_cast<uint32_t>(length));
         if (!ReadFrameItem(m_videoProxy, length, frame, sample))
-            return Answer(kServiceBadArgument);
+            return Answer(kZKErrBadArgument);
         samplePointer = &sample;
     }
     Answer(m_compressor->Begin(samplePointer, m_shared->m_beginFlag != 0));
@@ -64,7 +65,7 @@ void ExternalVideoCompressorService::ServiceCompressFrame()
     // A refused request has no reply.
     const auto refuse = [this] {
         m_shared->m_payloadSize0 = 0;
-        Answer(kServiceBadArgument);
+        Answer(kZKErrBadArgument);
     };
     if (!LengthsFit(inputLength, outputLength))
         return refuse();
@@ -125,7 +126,7 @@ void ExternalVideoCompressorService::ServiceSetOutput()
             throw std::length_error("ServiceSetOutput: negative payload length " + std::to_string(length));
     }
     if (!LengthsFit(lengths[0], lengths[1], lengths[2]))
-        return Answer(kServiceBadArgument);
+        return Answer(kZKErrBadArgument);
 
     const char* bytes = reinterpret_cast<const char*>(payload());
     const std::string appPath(bytes, static_cast<size_t>(lengths[0]));
