@@ -53,6 +53,22 @@ void fillRandomCharacters(char* out, size_t count)
 const char kSafeKeyAlphabet[] =
     "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_.";
 
+// The polling loop of every timed operation here: try, give up once more than
+// ms milliseconds have passed, else sleep 1 ms and try again. The test is
+// strictly greater, so a limit of 0 still makes a second try.
+template <class Attempt>
+bool pollUntil(unsigned int ms, Attempt attempt)
+{
+  const CASystemTime clock;
+  for (;;) {
+    if (attempt())
+      return true;
+    if (clock.elapsed() > ms)
+      return false;
+    CASystemTime::msleep(1);
+  }
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------------------
@@ -180,14 +196,7 @@ bool CASystemSemaphore::attach(const char* name)
 
 bool CASystemSemaphore::waitToAttach(const char* name, unsigned int ms)
 {
-  const CASystemTime clock;
-  for (;;) {
-    if (attach(name))
-      return true;
-    if (clock.elapsed() > ms)
-      return false;
-    CASystemTime::msleep(1);
-  }
+  return pollUntil(ms, [&] { return attach(name); });
 }
 
 bool CASystemSemaphore::wait()
@@ -220,14 +229,7 @@ bool CASystemSemaphore::tryWait()
 bool CASystemSemaphore::timedWait(unsigned int ms)
 {
   assert(m_private && "timedWait on an empty semaphore");
-  const CASystemTime clock;
-  for (;;) {
-    if (tryWait())
-      return true;
-    if (clock.elapsed() > ms)
-      return false;
-    CASystemTime::msleep(1);
-  }
+  return pollUntil(ms, [this] { return tryWait(); });
 }
 
 bool CASystemSemaphore::post()
@@ -309,14 +311,7 @@ bool CAThreadMutex::tryLock()
 
 bool CAThreadMutex::timedLock(unsigned int ms)
 {
-  const CASystemTime clock;
-  for (;;) {
-    if (tryLock())
-      return true;
-    if (clock.elapsed() > ms)
-      return false;
-    CASystemTime::msleep(1);
-  }
+  return pollUntil(ms, [this] { return tryLock(); });
 }
 
 // ---------------------------------------------------------------------------
@@ -430,14 +425,7 @@ bool CAMemoryMappedFile::attach(const char* path)
 
 bool CAMemoryMappedFile::waitToAttach(const char* path, unsigned int ms)
 {
-  const CASystemTime clock;
-  for (;;) {
-    if (attach(path))
-      return true;
-    if (clock.elapsed() > ms)
-      return false;
-    CASystemTime::msleep(1);
-  }
+  return pollUntil(ms, [&] { return attach(path); });
 }
 
 void CAMemoryMappedFile::detach()

@@ -227,42 +227,41 @@ void* CASharedMemory::findAddr(const char* name, size_t* dataSize)
 // ---------------------------------------------------------------------------
 // In-segment semaphores
 
+// One poll of a semaphore: takes a count if one is there. A count below zero
+// can only come from a damaged segment: nothing to take.
+bool CASharedMemory::tryTake(TSemaphore* semaphore) const
+{
+  volatile int32_t* count = &semaphore->m_count;
+  m_backend->lock();
+  const bool taken = *count > 0;
+  if (taken)
+    --*count;
+  m_backend->unlock();
+  return taken;
+}
+
 bool CASharedMemory::semaphoreWait(TSemaphore* semaphore) const
 {
   if (!isInside(semaphore))
     return false;
-  volatile int32_t* count = &semaphore->m_count;
-  for (;;) {
-    m_backend->lock();
-    // A count below zero can only come from a damaged segment: nothing to take.
-    if (*count > 0) {
-      --*count;
-      m_backend->unlock();
-      return true;
-    }
-    m_backend->unlock();
+  while (!tryTake(semaphore))
     yield(1);
-  }
+  return true;
 }
 
 bool CASharedMemory::semaphoreWaitTimed(TSemaphore* semaphore, unsigned int ms) const
 {
   if (!isInside(semaphore))
     return false;
-  volatile int32_t* count = &semaphore->m_count;
   const CASystemTime clock;
-  for (;;) {
-    m_backend->lock();
-    if (*count > 0) {
-      --*count;
-      m_backend->unlock();
-      return true;
-    }
-    m_backend->unlock();
+  // The count is looked at once before the time, so a limit of 0 still takes
+  // an available count.
+  while (!tryTake(semaphore)) {
     if (clock.elapsed() >= ms)
       return false;
     yield(1);
   }
+  return true;
 }
 
 bool CASharedMemory::semaphorePost(TSemaphore* semaphore) const

@@ -97,6 +97,7 @@ private:
   uint64_t readWord(size_t offset) const;
   void writeWord(size_t offset, uint64_t value);
   bool isInside(const TSemaphore* semaphore) const;
+  bool tryTake(TSemaphore* semaphore) const;
 
   bool loadTableOfContents();
   bool loadFragment(size_t offset, TFragment& fragment) const;
