@@ -23,6 +23,12 @@ bool zk_remove_UTF8(const std::string& path)
   return std::remove(path.c_str()) == 0;
 }
 
+// The timed waits take whole seconds; a limit below zero counts as none.
+unsigned int secondsToMs(int seconds)
+{
+  return seconds > 0 ? static_cast<unsigned int>(seconds) * 1000u : 0u;
+}
+
 }  // namespace
 
 const char* const CAExternalEncodeProxyMPI::kSharedDataName = "CAExternalVideoProxySharedData";
@@ -114,75 +120,63 @@ long long CAExternalEncodeProxyMPI::getExternalProcessInfo(std::string& name) co
   return m_externalProcessId;
 }
 
-void CAExternalEncodeProxyMPI::lockRecord() const
+template <class T>
+T CAExternalEncodeProxyMPI::readLocked(const T& field) const
 {
   assert(m_shared);
   m_sharedMemory.semaphoreWait(&m_shared->m_lock);
+  const T value = field;
+  m_sharedMemory.semaphorePost(&m_shared->m_lock);
+  return value;
 }
 
-void CAExternalEncodeProxyMPI::unlockRecord() const
+template <class T>
+void CAExternalEncodeProxyMPI::writeLocked(T& field, T value)
 {
+  assert(m_shared);
+  m_sharedMemory.semaphoreWait(&m_shared->m_lock);
+  field = value;
   m_sharedMemory.semaphorePost(&m_shared->m_lock);
 }
 
 void CAExternalEncodeProxyMPI::SetCommand(TCommand command)
 {
-  lockRecord();
-  m_shared->m_command = command;
-  unlockRecord();
+  writeLocked(m_shared->m_command, command);
 }
 
 CAExternalEncodeProxyMPI::TCommand CAExternalEncodeProxyMPI::GetCommand() const
 {
-  lockRecord();
-  const TCommand command = m_shared->m_command;
-  unlockRecord();
-  return command;
+  return readLocked(m_shared->m_command);
 }
 
 void CAExternalEncodeProxyMPI::SetStatus(unsigned int status)
 {
-  lockRecord();
-  m_shared->m_status = status;
-  unlockRecord();
+  writeLocked(m_shared->m_status, uint32_t{status});
 }
 
 unsigned int CAExternalEncodeProxyMPI::GetStatus() const
 {
-  lockRecord();
-  const unsigned int status = m_shared->m_status;
-  unlockRecord();
-  return status;
+  return readLocked(m_shared->m_status);
 }
 
 void CAExternalEncodeProxyMPI::SetIsKeyFrame(bool isKeyFrame)
 {
-  lockRecord();
-  m_shared->m_isKeyFrame = isKeyFrame ? 1 : 0;
-  unlockRecord();
+  writeLocked(m_shared->m_isKeyFrame, uint8_t{isKeyFrame});
 }
 
 bool CAExternalEncodeProxyMPI::GetIsKeyFrame() const
 {
-  lockRecord();
-  const bool isKeyFrame = m_shared->m_isKeyFrame != 0;
-  unlockRecord();
-  return isKeyFrame;
+  return readLocked(m_shared->m_isKeyFrame) != 0;
 }
 
 void CAExternalEncodeProxyMPI::SetIsLastFrame(bool isLastFrame)
 {
-  lockRecord();
-  m_shared->m_isLastFrame = isLastFrame ? 1 : 0;
-  unlockRecord();
+  writeLocked(m_shared->m_isLastFrame, uint8_t{isLastFrame});
 }
 
 bool CAExternalEncodeProxyMPI::GetIsLastFrame() const
 {
-  lockRecord();
-  const bool isLastFrame = m_shared->m_isLastFrame != 0;
-  unlockRecord();
-  return isLastFrame;
+  return readLocked(m_shared->m_isLastFrame) != 0;
 }
 
 void CAExternalEncodeProxyMPI::PostCommand()
@@ -200,8 +194,7 @@ void CAExternalEncodeProxyMPI::WaitForCommand() const
 bool CAExternalEncodeProxyMPI::TimedWaitForCommand(int seconds) const
 {
   assert(m_shared);
-  const unsigned int ms = seconds > 0 ? static_cast<unsigned int>(seconds) * 1000u : 0u;
-  return m_sharedMemory.semaphoreWaitTimed(&m_shared->m_commandSemaphore, ms);
+  return m_sharedMemory.semaphoreWaitTimed(&m_shared->m_commandSemaphore, secondsToMs(seconds));
 }
 
 void CAExternalEncodeProxyMPI::PostResponse()
@@ -219,6 +212,5 @@ void CAExternalEncodeProxyMPI::WaitForResponse() const
 bool CAExternalEncodeProxyMPI::TimedWaitForResponse(int seconds) const
 {
   assert(m_shared);
-  const unsigned int ms = seconds > 0 ? static_cast<unsigned int>(seconds) * 1000u : 0u;
-  return m_sharedMemory.semaphoreWaitTimed(&m_shared->m_responseSemaphore, ms);
+  return m_sharedMemory.semaphoreWaitTimed(&m_shared->m_responseSemaphore, secondsToMs(seconds));
 }

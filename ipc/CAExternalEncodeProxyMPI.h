@@ -17,8 +17,6 @@ public:
 
   // Name of the record's block in the segment.
   static const char* const kSharedDataName;
-  // Segment offset of the payload area in a channel made by the creating side.
-  static constexpr size_t kPayloadOffset = 176;
 
   // Empty object: no segment, no record.
   CAExternalEncodeProxyMPI();
@@ -79,6 +77,9 @@ protected:
 
 private:
   void removeBackingFile();
-  void lockRecord() const;
-  void unlockRecord() const;
+  // One field of the record, read or written under m_lock.
+  template <class T>
+  T readLocked(const T& field) const;
+  template <class T>
+  void writeLocked(T& field, T value);
 };
