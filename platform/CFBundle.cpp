@@ -4,8 +4,10 @@
 
 #include "platform/CFPrivate.h"
 
+#include <climits>
 #include <cstdio>
 #include <dlfcn.h>
+#include <sys/stat.h>
 #include <tinyxml.h>
 #include <unistd.h>
 
@@ -25,10 +27,17 @@ std::string BaseName(const std::string& path)
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
+// An Info.plist is a few hundred bytes; anything that is not a regular file
+// of modest size is not read (the parser would take all of it into memory).
+constexpr off_t kMaxInfoPlistSize = 1 << 20;
+
 // The value of key CFBundleExecutable in an XML property list: the <string>
 // element that follows <key>CFBundleExecutable</key> in the top <dict>.
 std::string ExecutableFromInfoPlist(const std::string& plistPath)
 {
+    struct stat info;
+    if (stat(plistPath.c_str(), &info) != 0 || !S_ISREG(info.st_mode) || info.st_size > kMaxInfoPlistSize)
+        return std::string();
     TiXmlDocument plist;
     if (!plist.LoadFile(plistPath.c_str(), TIXML_ENCODING_UTF8))
         return std::string();
@@ -58,16 +67,20 @@ std::string ExecutablePath(const std::string& bundlePath)
         if (dot != std::string::npos && dot > 0)
             name.resize(dot);
     }
-    if (name.find('/') != std::string::npos || name == "." || name == "..")
+    // A name from Info.plist is untrusted: it must be one file name inside
+    // Contents/Linux.
+    if (name.size() > NAME_MAX || name.find('/') != std::string::npos || name == "." || name == "..")
         return std::string();
     return bundlePath + "/Contents/Linux/" + name;
 }
 
 CFBundleRef MakeMainBundle()
 {
-    std::vector<char> target(4096);
-    const ssize_t length = readlink("/proc/self/exe", target.data(), target.size() - 1);
-    std::string exe = length > 0 ? std::string(target.data(), static_cast<size_t>(length)) : std::string("/");
+    std::vector<char> target(PATH_MAX);
+    const ssize_t length = readlink("/proc/self/exe", target.data(), target.size());
+    // readlink does not say when it cut the path short: a full buffer counts as failure.
+    const bool whole = length > 0 && static_cast<size_t>(length) < target.size();
+    const std::string exe = whole ? std::string(target.data(), static_cast<size_t>(length)) : std::string("/");
     std::string folder = ParentOf(exe);
     if (BaseName(folder) == "Linux" && BaseName(ParentOf(folder)) == "Contents")
         folder = ParentOf(ParentOf(folder));
