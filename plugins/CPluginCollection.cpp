@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "evc/VideoCompressorPlugin.h"
+#include "platform/CFString.h"
 
 CPluginCollection g_pluginCollection;
 
@@ -31,19 +32,6 @@ bool BundleURLText(CFBundleRef bundle, char (&text)[kURLTextSize])
     CFRelease(url);
     return ok;
 }
-
-// A CoreFoundation string released when it goes out of scope.
-class TCFString {
-public:
-    explicit TCFString(const char* text) : m_string(CFStringCreateWithCString(kCFAllocatorDefault, text, kCFStringEncodingUTF8)) {}
-    ~TCFString() { CFRelease(m_string); }
-    TCFString(const TCFString&) = delete;
-    TCFString& operator=(const TCFString&) = delete;
-    CFStringRef get() const { return m_string; }
-
-private:
-    CFStringRef m_string;
-};
 
 }  // namespace
 

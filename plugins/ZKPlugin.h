@@ -18,10 +18,10 @@ struct ZKPlugin {
 // The first record, from index 0 upward, with a prototype whose codec matches
 // and whose manufacturer matches (manufacturer 0 matches any); null if none.
 template <class T>
-ZKPlugin<T>* FindPlugin(const Array_c<ZKPlugin<T>>& plugins, uint32_t manufacturer, uint32_t codec)
+const ZKPlugin<T>* FindPlugin(const Array_c<ZKPlugin<T>>& plugins, uint32_t manufacturer, uint32_t codec)
 {
     for (int i = 0; i < plugins.GetSize(); ++i) {
-        ZKPlugin<T>* plugin = const_cast<ZKPlugin<T>*>(plugins[static_cast<unsigned long>(i)]);
+        const ZKPlugin<T>* plugin = plugins[static_cast<unsigned long>(i)];
         if ((manufacturer == 0 || plugin->m_manufacturer == manufacturer) && plugin->m_codec == codec &&
             plugin->m_prototype != nullptr)
             return plugin;

@@ -6,7 +6,7 @@
 #include <string>
 #include <unistd.h>
 
-#include "platform/CoreFoundation.h"
+#include "platform/CFString.h"
 
 namespace evctest {
 
@@ -20,20 +20,7 @@ inline std::string CFText(CFStringRef string)
 }
 
 // A string made from text, released with the holder.
-class TCFStringHolder {
-public:
-    explicit TCFStringHolder(const char* text)
-        : m_string(CFStringCreateWithCString(kCFAllocatorDefault, text, kCFStringEncodingUTF8))
-    {
-    }
-    ~TCFStringHolder() { CFRelease(m_string); }
-    TCFStringHolder(const TCFStringHolder&) = delete;
-    TCFStringHolder& operator=(const TCFStringHolder&) = delete;
-    CFStringRef get() const { return m_string; }
-
-private:
-    CFStringRef m_string;
-};
+using TCFStringHolder = TCFString;
 
 // A scratch folder under the temporary directory, removed with everything in
 // it when the guard goes.
