@@ -4,14 +4,11 @@
 
 #include <cstdint>
 
+#include "evc/H264Codec.h"
+
 namespace evctest {
 
-// A four-character code as the 32-bit number a plug-in reports.
-constexpr uint32_t FourCC(const char (&code)[5])
-{
-    return (uint32_t(uint8_t(code[0])) << 24) | (uint32_t(uint8_t(code[1])) << 16) |
-           (uint32_t(uint8_t(code[2])) << 8) | uint32_t(uint8_t(code[3]));
-}
+using evc::h264::FourCC;
 
 constexpr uint32_t kTestManufacturer = FourCC("EvcT");
 constexpr uint32_t kOtherManufacturer = FourCC("EvcU");
