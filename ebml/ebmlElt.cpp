@@ -48,18 +48,41 @@ uint64 IElement::calcSize() const
 {
   if (!mustSave())
     return 0;
-  const uint64 payloadSize = getPayload().calcSize() + (shouldComputeCrc32() ? kCrc32EltSize : 0);
+  const uint64 payloadSize = payloadSizeWithCrc32();
   uint64 size = uintNumBytes(getId()) + vsizeNumBytes(payloadSize) + payloadSize;
   for (const IPayload::TVoidElt & v : getPayload().voids_)
     size += v.calcSize();
   return size;
 }
 
-TReceiptPtr IElement::writeId(IStorage & storage) const
+uint64 IElement::payloadSizeWithCrc32() const
+{
+  return getPayload().calcSize() + (shouldComputeCrc32() ? kCrc32EltSize : 0);
+}
+
+TReceiptPtr IElement::saveHeader(IStorage & storage, uint64 payloadSize, uint64 sizeWidth) const
 {
   uint8 buf[8];
-  const uint64 n = uintEncode(getId(), buf);
-  return storage.save(buf, std::size_t(n));
+  storageReceipt_ = storage.save(buf, std::size_t(uintEncode(getId(), buf)));
+  if (!storageReceipt_)
+    return storageReceipt_;
+  vsizeEncode(payloadSize, buf, sizeWidth);
+  TReceiptPtr sizeReceipt = storage.save(buf, std::size_t(sizeWidth));
+  if (!sizeReceipt)
+    return sizeReceipt;
+  *storageReceipt_ += sizeReceipt;
+  offsetToPayload_ = storageReceipt_->numBytes(); // id and size bytes
+  offsetToCrc32_ = kUndefinedOffset;
+  return sizeReceipt;
+}
+
+void IElement::patchSize(IReceipt & sizeField, uint64 sizeWidth, uint64 announced, uint64 saved)
+{
+  if (saved >= announced)
+    return;
+  uint8 buf[8];
+  vsizeEncode(saved, buf, sizeWidth);
+  sizeField.save(buf, std::size_t(sizeWidth));
 }
 
 TReceiptPtr IElement::save(IStorage & storage, uint64 vsizeBytes) const
@@ -70,20 +93,11 @@ TReceiptPtr IElement::save(IStorage & storage, uint64 vsizeBytes) const
     return storage.receipt();
 
   const IPayload & payload = getPayload();
-  storageReceipt_ = writeId(storage);
-  if (!storageReceipt_)
-    return storageReceipt_;
-
-  const uint64 payloadSize = payload.calcSize() + (shouldComputeCrc32() ? kCrc32EltSize : 0);
+  const uint64 payloadSize = payloadSizeWithCrc32();
   vsizeBytes = std::max(vsizeBytes, vsizeNumBytes(payloadSize));
-  uint8 sizeBuf[8];
-  vsizeEncode(payloadSize, sizeBuf, vsizeBytes);
-  TReceiptPtr sizeReceipt = storage.save(sizeBuf, std::size_t(vsizeBytes));
+  TReceiptPtr sizeReceipt = saveHeader(storage, payloadSize, vsizeBytes);
   if (!sizeReceipt)
     return sizeReceipt;
-  *storageReceipt_ += sizeReceipt;
-  offsetToPayload_ = storageReceipt_->numBytes(); // id and size bytes
-  offsetToCrc32_ = kUndefinedOffset;
 
   if (shouldComputeCrc32()) {
     static const uint8 kPlaceholder[kCrc32EltSize] = {0xBF, 0x84, 0, 0, 0, 0};
@@ -101,10 +115,7 @@ TReceiptPtr IElement::save(IStorage & storage, uint64 vsizeBytes) const
 
   const uint64 payloadBytesSaved = storageReceipt_->numBytes() - offsetToPayload_;
   EBML_ASSERT(payloadBytesSaved <= payloadSize);
-  if (payloadBytesSaved < payloadSize) {
-    vsizeEncode(payloadBytesSaved, sizeBuf, vsizeBytes);
-    sizeReceipt->save(sizeBuf, std::size_t(vsizeBytes));
-  }
+  patchSize(*sizeReceipt, vsizeBytes, payloadSize, payloadBytesSaved);
 
   for (const IPayload::TVoidElt & v : payload.voids_)
     *storageReceipt_ += v.save(storage, 0);
@@ -123,18 +134,10 @@ TReceiptPtr IElement::savePaddedUpToSize(IStorage & storage, uint64 totalSize) c
   if (!unknownSize && natural != totalSize && natural + 2 > totalSize)
     return TReceiptPtr();
 
-  storageReceipt_ = writeId(storage);
-  if (!storageReceipt_)
-    return storageReceipt_;
-  uint8 sizeBuf[8];
-  const uint64 sizeWidth = unknownSize ? 8 : sizeBytes;
-  vsizeEncode(unknownSize ? vsizeUnknown[8] : payloadSize, sizeBuf, sizeWidth);
-  TReceiptPtr sizeReceipt = storage.save(sizeBuf, std::size_t(sizeWidth));
+  TReceiptPtr sizeReceipt = unknownSize ? saveHeader(storage, vsizeUnknown[8], 8)
+                                         : saveHeader(storage, payloadSize, sizeBytes);
   if (!sizeReceipt)
     return sizeReceipt;
-  *storageReceipt_ += sizeReceipt;
-  offsetToPayload_ = storageReceipt_->numBytes(); // id and size bytes
-  offsetToCrc32_ = kUndefinedOffset;
 
   TReceiptPtr payloadSaved = payload.save(storage);
   if (!payloadSaved)
@@ -145,10 +148,7 @@ TReceiptPtr IElement::savePaddedUpToSize(IStorage & storage, uint64 totalSize) c
 
   const uint64 saved = payloadSaved->numBytes();
   EBML_ASSERT(saved <= payloadSize);
-  if (saved < payloadSize) {
-    vsizeEncode(saved, sizeBuf, sizeBytes);
-    sizeReceipt->save(sizeBuf, std::size_t(sizeBytes));
-  }
+  patchSize(*sizeReceipt, sizeBytes, payloadSize, saved);
   EBML_ASSERT(payload.voids_.empty());
 
   const uint64 padding = totalSize - (sizeBytes + idBytes) - saved;

@@ -58,7 +58,12 @@ public:
   uint64 offsetToCrc32() const { return offsetToCrc32_; }
 
 private:
-  TReceiptPtr writeId(IStorage & storage) const;
+  uint64 payloadSizeWithCrc32() const;
+  // Writes the id and a size field of sizeWidth bytes, making storageReceipt_ hold
+  // both; returns the size field's receipt, null when the storage is full.
+  TReceiptPtr saveHeader(IStorage & storage, uint64 payloadSize, uint64 sizeWidth) const;
+  // Rewrites the size field when the payload saved fewer bytes than it announced.
+  static void patchSize(IReceipt & sizeField, uint64 sizeWidth, uint64 announced, uint64 saved);
   void attachVoid(const IPayload::TVoidElt & voidElt, bool afterChild);
   void checkCrc32(const TReceiptPtr & payloadReceipt);
 
@@ -108,6 +113,15 @@ private:
   TPayload payload_;
 };
 
+template <typename TElements>
+uint64 calcElementsSize(const TElements & elts)
+{
+  uint64 total = 0;
+  for (const IElement * e : elts)
+    total += e->calcSize();
+  return total;
+}
+
 // Saves the elements in order; a null receipt as soon as one does not fit.
 template <typename TElements>
 TReceiptPtr saveElements(IStorage & storage, const TElements & elts)
@@ -129,6 +143,16 @@ public:
   virtual bool eval(IElement & elt) { return evalPayload(elt.getPayload()); }
   virtual bool evalPayload(IPayload & payload) { return payload.eval(*this); }
 };
+
+// Offers the elements to the crawler in order; true as soon as one stops the crawl.
+template <typename TElements>
+bool evalElements(IElementCrawler & crawler, const TElements & elts)
+{
+  for (IElement * e : elts)
+    if (crawler.eval(*e))
+      return true;
+  return false;
+}
 
 // Finds the element whose storage receipt holds a given byte position.
 class FindElement : public IElementCrawler {

@@ -27,7 +27,6 @@ bool MixedElements::push_back(const IElement & e)
   auto it = copy_.find(e.getId());
   EBML_ASSERT(it != copy_.end());
   elts_.push_back(it->second(&e));
-  ++count_;
   return true;
 }
 
@@ -36,7 +35,6 @@ void MixedElements::clear()
   for (IElement * e : elts_)
     delete e;
   elts_.clear();
-  count_ = 0;
 }
 
 bool MixedElements::mustSave() const
@@ -49,18 +47,12 @@ bool MixedElements::mustSave() const
 
 uint64 MixedElements::calcSize() const
 {
-  uint64 total = 0;
-  for (const IElement * e : elts_)
-    total += e->calcSize();
-  return total;
+  return calcElementsSize(elts_);
 }
 
 bool MixedElements::eval(IElementCrawler & crawler)
 {
-  for (IElement * e : elts_)
-    if (crawler.eval(*e))
-      return true;
-  return false;
+  return evalElements(crawler, elts_);
 }
 
 TReceiptPtr MixedElements::save(IStorage & storage) const
@@ -95,13 +87,12 @@ uint64 MixedElements::loadOneElement(IElement *& elt, IStorage & storage, uint64
 uint64 MixedElements::load(IStorage & storage, uint64 bytesToRead, IDelegateLoad * delegate)
 {
   uint64 total = 0;
-  while (total < bytesToRead && count_ < maxCount_) {
+  while (total < bytesToRead && elts_.size() < maxCount_) {
     IElement * elt = nullptr;
     const uint64 consumed = loadOneElement(elt, storage, bytesToRead - total, delegate);
     if (!elt)
       break;
     elts_.push_back(elt);
-    ++count_;
     total += consumed;
   }
   return total;

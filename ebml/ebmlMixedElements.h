@@ -41,7 +41,7 @@ public:
     EBML_ASSERT(e->getId() == TElement::kId);
     return *static_cast<TElement *>(e);
   }
-  uint64 getCount() const { return count_; }
+  uint64 getCount() const { return elts_.size(); }
   const std::list<IElement *> & elts() const { return elts_; }
   void clear();
   void setMaxCount(uint64 maxCount) { maxCount_ = maxCount; }
@@ -59,7 +59,6 @@ private:
   std::map<uint64, TCreate> create_;
   std::map<uint64, TCopy> copy_;
   std::list<IElement *> elts_;
-  uint64 count_ = 0;
   uint64 maxCount_ = kDefaultMaxCount;
 };
 

@@ -235,18 +235,12 @@ bool VEltPosition::rewrite() const
 
 bool EbmlMaster::evalChildren(IElementCrawler & crawler, std::initializer_list<IElement *> children)
 {
-  for (IElement * child : children)
-    if (crawler.eval(*child))
-      return true;
-  return false;
+  return evalElements(crawler, children);
 }
 
 uint64 EbmlMaster::calcChildrenSize(std::initializer_list<const IElement *> children)
 {
-  uint64 total = 0;
-  for (const IElement * child : children)
-    total += child->calcSize();
-  return total;
+  return calcElementsSize(children);
 }
 
 TReceiptPtr EbmlMaster::saveChildren(IStorage & storage, std::initializer_list<const IElement *> children)
