@@ -9,22 +9,10 @@ namespace Ebml {
 
 // ---- FileStorage::Receipt
 
-IReceipt & FileStorage::Receipt::setNumBytes(uint64 numBytes)
-{
-  numBytes_ = numBytes;
-  return *this;
-}
-
-IReceipt & FileStorage::Receipt::add(uint64 numBytes)
-{
-  numBytes_ += numBytes;
-  return *this;
-}
-
 bool FileStorage::Receipt::save(const uint8 * data, std::size_t numBytes)
 {
   try {
-    Seek<File> guard(file_, addr_);
+    Seek<File> guard(file_, position_);
     if (!file_.save(data, numBytes))
       return false;
     numBytes_ = std::max<uint64>(numBytes_, numBytes);
@@ -39,7 +27,7 @@ bool FileStorage::Receipt::load(uint8 * data) const
   if (numBytes_ > std::numeric_limits<std::size_t>::max())
     return false;
   try {
-    Seek<File> guard(file_, addr_);
+    Seek<File> guard(file_, position_);
     return file_.load(data, static_cast<std::size_t>(numBytes_));
   } catch (const std::exception &) {
     return false;
@@ -48,13 +36,13 @@ bool FileStorage::Receipt::load(uint8 * data) const
 
 bool FileStorage::Receipt::calcCrc32(Crc32 & crc, const TReceiptPtr & receiptSkip) const
 {
-  return Ebml::calcCrc32(file_, addr_, numBytes_, crc, receiptSkip);
+  return Ebml::calcCrc32(file_, position_, numBytes_, crc, receiptSkip);
 }
 
 TReceiptPtr FileStorage::Receipt::receipt(uint64 offset, uint64 size) const
 {
   EBML_ASSERT(offset <= numBytes_ && size <= numBytes_ - offset);
-  return TReceiptPtr(new Receipt(file_, addr_ + offset, size));
+  return TReceiptPtr(new Receipt(file_, position_ + offset, size));
 }
 
 // ---- FileStorage

@@ -12,15 +12,10 @@ namespace Ebml {
 class FileStorage : public IStorage {
 public:
   // Shares the storage's file, so it stays usable while any handle of the file lives.
-  class Receipt : public IReceipt {
+  class Receipt : public RangeReceipt {
   public:
-    Receipt(const File & file, uint64 addr, uint64 numBytes)
-      : file_(file), addr_(addr), numBytes_(numBytes) {}
+    Receipt(const File & file, uint64 addr, uint64 numBytes) : RangeReceipt(addr, numBytes), file_(file) {}
 
-    uint64 position() const override { return addr_; }
-    uint64 numBytes() const override { return numBytes_; }
-    IReceipt & setNumBytes(uint64 numBytes) override;
-    IReceipt & add(uint64 numBytes) override;
     // Both leave the file position where it was.
     bool save(const uint8 * data, std::size_t numBytes) override;
     bool load(uint8 * data) const override;
@@ -30,8 +25,6 @@ public:
   private:
     // A handle: reading through it moves the shared position, which the seek guard restores.
     mutable File file_;
-    uint64 addr_;
-    uint64 numBytes_;
   };
 
   FileStorage(const std::string & path, File::AccessMode mode);

@@ -187,18 +187,6 @@ uint8 HodgePodgeConstIter::byteAt(uint64 position) const
   return window_[position - windowStart_];
 }
 
-IReceipt & HodgePodgeSubReceipt::setNumBytes(uint64 numBytes)
-{
-  numBytes_ = numBytes;
-  return *this;
-}
-
-IReceipt & HodgePodgeSubReceipt::add(uint64 numBytes)
-{
-  numBytes_ += numBytes;
-  return *this;
-}
-
 bool HodgePodgeSubReceipt::load(uint8 * data) const
 {
   HodgePodgeConstIter it(podge_, position_);
@@ -254,12 +242,7 @@ bool HodgePodgeStorage::Receipt::load(uint8 * data) const
 
 bool HodgePodgeStorage::Receipt::calcCrc32(uint64 addr, uint64 n, Crc32 & crc) const
 {
-  if (n == 0)
-    return true;
-  if (addr > bytesPtr_->size() || n > bytesPtr_->size() - addr)
-    return false;
-  crc.compute(bytesPtr_->data() + addr, std::size_t(n));
-  return true;
+  return Ebml::calcCrc32(bytesPtr_->data(), bytesPtr_->size(), addr, n, crc);
 }
 
 bool HodgePodgeStorage::Receipt::calcCrc32(Crc32 & crc, const TReceiptPtr & receiptSkip) const

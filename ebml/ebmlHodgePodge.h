@@ -86,16 +86,12 @@ private:
 
 // Receipt over the byte range [position, position + count) of a HodgePodge (the
 // collection is shared, not copied). It cannot save or checksum.
-class HodgePodgeSubReceipt : public IReceipt {
+class HodgePodgeSubReceipt : public RangeReceipt {
 public:
   HodgePodgeSubReceipt(const HodgePodge & podge, uint64 position, uint64 numBytes)
-    : podge_(podge), position_(position), numBytes_(numBytes)
+    : RangeReceipt(position, numBytes), podge_(podge)
   {
   }
-  uint64 position() const override { return position_; }
-  uint64 numBytes() const override { return numBytes_; }
-  IReceipt & setNumBytes(uint64 numBytes) override;
-  IReceipt & add(uint64 numBytes) override;
   bool save(const uint8 *, std::size_t) override { return false; }
   bool load(uint8 * data) const override;
   bool calcCrc32(Crc32 &, const TReceiptPtr &) const override { return false; }
@@ -103,8 +99,6 @@ public:
 
 private:
   HodgePodge podge_;
-  uint64 position_;
-  uint64 numBytes_;
 };
 
 // Storage that copies every saved block into a new reference-counted byte vector; it

@@ -44,13 +44,13 @@ TReceiptPtr IStorage::skipWithReceipt(uint64 numBytes)
   return r;
 }
 
-IReceipt & NullStorage::Receipt::setNumBytes(uint64 numBytes)
+IReceipt & RangeReceipt::setNumBytes(uint64 numBytes)
 {
   numBytes_ = numBytes;
   return *this;
 }
 
-IReceipt & NullStorage::Receipt::add(uint64 numBytes)
+IReceipt & RangeReceipt::add(uint64 numBytes)
 {
   numBytes_ += numBytes;
   return *this;

@@ -134,6 +134,20 @@ public:
 typedef IStorage::IReceipt IReceipt;
 typedef IStorage::TReceiptPtr TReceiptPtr;
 
+// A receipt that is a position and a count; setNumBytes and add change the count unchecked.
+class RangeReceipt : public IReceipt {
+public:
+  RangeReceipt(uint64 position, uint64 numBytes) : position_(position), numBytes_(numBytes) {}
+  uint64 position() const override { return position_; }
+  uint64 numBytes() const override { return numBytes_; }
+  IReceipt & setNumBytes(uint64 numBytes) override;
+  IReceipt & add(uint64 numBytes) override;
+
+protected:
+  uint64 position_;
+  uint64 numBytes_;
+};
+
 // Position hooks of the seek guard; other positioned types (files) add their own pair.
 inline uint64 seekPosition(const IStorage & storage) { return storage.absolutePosition(); }
 inline bool seekAbsolute(IStorage & storage, uint64 position)
@@ -202,24 +216,28 @@ bool calcCrc32(const TFile & file, uint64 position, uint64 numBytes, Crc32 & crc
   }
 }
 
+// Feeds the bytes [addr, addr + n) of a size-byte area to crc; false when they lie
+// outside it.
+inline bool calcCrc32(const uint8 * data, uint64 size, uint64 addr, uint64 n, Crc32 & crc)
+{
+  if (n == 0)
+    return true;
+  if (addr > size || n > size - addr)
+    return false;
+  crc.compute(data + addr, std::size_t(n));
+  return true;
+}
+
 // A storage that writes nothing and only counts: it measures what a save would produce.
 class NullStorage : public IStorage {
 public:
-  class Receipt : public IReceipt {
+  class Receipt : public RangeReceipt {
   public:
-    Receipt(uint64 position, uint64 numBytes) : position_(position), numBytes_(numBytes) {}
-    uint64 position() const override { return position_; }
-    uint64 numBytes() const override { return numBytes_; }
-    IReceipt & setNumBytes(uint64 numBytes) override;
-    IReceipt & add(uint64 numBytes) override;
+    using RangeReceipt::RangeReceipt;
     bool save(const uint8 *, std::size_t) override { return false; }
     bool load(uint8 *) const override { return false; }
     bool calcCrc32(Crc32 &, const TReceiptPtr &) const override { return false; }
     TReceiptPtr receipt(uint64 offset, uint64 size) const override;
-
-  private:
-    uint64 position_;
-    uint64 numBytes_;
   };
 
   explicit NullStorage(uint64 position = 0) : position_(position) {}

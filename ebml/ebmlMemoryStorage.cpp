@@ -52,12 +52,7 @@ bool ConstFileInMemory::load(void * dst, std::size_t n)
 
 bool ConstFileInMemory::calcCrc32(uint64 addr, uint64 n, Crc32 & crc) const
 {
-  if (n == 0)
-    return true;
-  if (addr > size_ || n > size_ - addr)
-    return false;
-  crc.compute(data_ + addr, std::size_t(n));
-  return true;
+  return Ebml::calcCrc32(data_, size_, addr, n, crc);
 }
 
 bool FileInMemory::save(const void * src, std::size_t n)
@@ -104,18 +99,14 @@ template <typename TFile>
 bool Storage<TFile>::Receipt::save(const uint8 * data, std::size_t numBytes)
 {
   Seek<ConstFileInMemory> guard(file_, addr_);
-  const bool ok = fileSave(file_, data, numBytes);
-  guard.seekTo(guard.startPosition());
-  return ok;
+  return fileSave(file_, data, numBytes);
 }
 
 template <typename TFile>
 bool Storage<TFile>::Receipt::load(uint8 * data) const
 {
   Seek<ConstFileInMemory> guard(file_, addr_);
-  const bool ok = file_.load(data, std::size_t(numBytes_));
-  guard.seekTo(guard.startPosition());
-  return ok;
+  return file_.load(data, std::size_t(numBytes_));
 }
 
 template <typename TFile>
