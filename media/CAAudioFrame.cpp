@@ -28,30 +28,6 @@ uint32_t CAAudioFrame::SetFormat(EAudioFormatType format)
     return kZKNoErr;
 }
 
-uint32_t CAAudioFrame::SetNumberChannels(uint16_t channels)
-{
-    m_record.audio.channels = channels;
-    return kZKNoErr;
-}
-
-uint32_t CAAudioFrame::SetSampleRate(uint32_t sampleRate)
-{
-    m_record.audio.sampleRate = sampleRate;
-    return kZKNoErr;
-}
-
-uint32_t CAAudioFrame::SetNumberSamples(uint32_t samples)
-{
-    m_record.audio.numberSamples = samples;
-    return kZKNoErr;
-}
-
-uint32_t CAAudioFrame::SetTrackIndex(uint32_t trackIndex)
-{
-    m_record.audio.trackIndex = trackIndex;
-    return kZKNoErr;
-}
-
 uint32_t CAAudioFrame::CalcFrameSize() const
 {
     return ::CalcFrameSize(m_record.audio);
@@ -59,12 +35,7 @@ uint32_t CAAudioFrame::CalcFrameSize() const
 
 uint32_t CAAudioFrame::AdoptAudio(const ZKAudio_t& audio)
 {
-    // Without a buffer only a record without data lies "inside" it.
-    const uintptr_t data = reinterpret_cast<uintptr_t>(audio.data);
-    const uintptr_t start = BufferStart();
-    if (m_buffer == nullptr ? data != 0 : (data < start || data - start > CalcFrameSize()))
-        return kZKErrBadArgument;
-    if (audio.sampleRate == 0)
+    if (!PointsInto(audio.data, CalcFrameSize()) || audio.sampleRate == 0)
         return kZKErrBadArgument;
     m_record.audio = audio;
     m_record.audio.duration =

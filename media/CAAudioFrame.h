@@ -15,15 +15,15 @@ public:
     EAudioFormatType GetFormat() const { return static_cast<EAudioFormatType>(m_record.audio.format); }
     // Also sets the sample size to the format's bits per sample.
     uint32_t SetFormat(EAudioFormatType format);
-    uint32_t SetNumberChannels(uint16_t channels);
+    uint32_t SetNumberChannels(uint16_t channels) { return Store(m_record.audio.channels, channels); }
     uint16_t GetNumberChannels() const { return m_record.audio.channels; }
-    uint32_t SetSampleRate(uint32_t sampleRate);
+    uint32_t SetSampleRate(uint32_t sampleRate) { return Store(m_record.audio.sampleRate, sampleRate); }
     uint32_t GetSampleRate() const { return m_record.audio.sampleRate; }
     // Bits per sample.
     uint16_t GetSampleSize() const { return m_record.audio.sampleSize; }
-    uint32_t SetNumberSamples(uint32_t samples);
+    uint32_t SetNumberSamples(uint32_t samples) { return Store(m_record.audio.numberSamples, samples); }
     uint32_t GetNumberSamples() const { return m_record.audio.numberSamples; }
-    uint32_t SetTrackIndex(uint32_t trackIndex);
+    uint32_t SetTrackIndex(uint32_t trackIndex) { return Store(m_record.audio.trackIndex, trackIndex); }
     uint32_t GetTrackIndex() const { return m_record.audio.trackIndex; }
     uint32_t CalcFrameSize() const;
 

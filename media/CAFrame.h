@@ -40,9 +40,21 @@ protected:
     // Replaces the buffer by a pooled one of size bytes; throws kZKErrGeneral
     // when the pool has no memory.
     void ReplaceBuffer(uint32_t size);
-    // [start, start + size) of the buffer; start is 0 without a buffer.
-    uintptr_t BufferStart() const;
+    // Bytes in the buffer; 0 without one.
     uint32_t BufferSize() const;
+    // The address lies in [start, start + length] of the buffer; without a
+    // buffer only null does.
+    bool PointsInto(const void* address, uint64_t length) const;
+    // Bytes from an address that PointsInto the buffer up to its end.
+    uint64_t RoomAfter(const void* address) const;
+
+    // The body of the plain setters, which all succeed.
+    template <typename Field, typename Value>
+    static uint32_t Store(Field& field, Value value)
+    {
+        field = value;
+        return kZKNoErr;
+    }
 
     // Runs a public operation: a thrown result code is returned, any other
     // exception becomes kZKErrGeneral.
@@ -63,6 +75,10 @@ protected:
     CATime m_duration;
     bool m_isEOF = false;
     ERollType m_rollType = eRollTypeNone;
+
+private:
+    // Address of the buffer's first byte; 0 without a buffer.
+    uintptr_t BufferStart() const;
 };
 
 // Replaces an owned bundle pointer, destroying the old bundle unless it is the

@@ -15,11 +15,6 @@ void ThrowOnError(uint32_t result)
         throw result;
 }
 
-uintptr_t Address(const void* pointer)
-{
-    return reinterpret_cast<uintptr_t>(pointer);
-}
-
 // Frame sizes are 32-bit: refuse geometry whose size would wrap, since a
 // wrapped size would lay planes out past the end of their buffer.
 void ThrowUnlessSizeFits(const ZKImage_t& image)
@@ -58,66 +53,6 @@ CAImageFrame::~CAImageFrame()
     m_record.descriptors = nullptr;
     ZKDestroyPacket(m_record.image.dataPackets);
     m_record.image.dataPackets = nullptr;
-}
-
-uint32_t CAImageFrame::SetColorFormat(EColorFormats format)
-{
-    m_record.image.colorFormat = format;
-    return kZKNoErr;
-}
-
-uint32_t CAImageFrame::SetColorRange(ColorRanges_e range)
-{
-    m_record.image.colorRange = range;
-    return kZKNoErr;
-}
-
-uint32_t CAImageFrame::SetAlphaEnabled(bool enabled)
-{
-    m_alphaEnabled = enabled;
-    return kZKNoErr;
-}
-
-uint32_t CAImageFrame::SetRowBytes(uint32_t rowBytes)
-{
-    m_record.image.rowBytes[0] = rowBytes;
-    return kZKNoErr;
-}
-
-uint32_t CAImageFrame::SetWidth(uint32_t width)
-{
-    m_record.image.width = width;
-    return kZKNoErr;
-}
-
-uint32_t CAImageFrame::SetHeight(uint32_t height)
-{
-    m_record.image.height = height;
-    return kZKNoErr;
-}
-
-uint32_t CAImageFrame::SetButtomUp(bool bottomUp)
-{
-    m_record.image.bottomUp = bottomUp ? 1 : 0;
-    return kZKNoErr;
-}
-
-uint32_t CAImageFrame::SetInterlaced(bool interlaced)
-{
-    m_interlaced = interlaced;
-    return kZKNoErr;
-}
-
-uint32_t CAImageFrame::SetOriginalTime(const CATime& time)
-{
-    m_originalTime = time;
-    return kZKNoErr;
-}
-
-uint32_t CAImageFrame::SetOriginalFrameWithinSecond(uint32_t frame)
-{
-    m_originalFrameWithinSecond = frame;
-    return kZKNoErr;
 }
 
 void CAImageFrame::TakeTimesFrom(const ZKImage_t& image)
@@ -195,12 +130,9 @@ ZKImage_t CAImageFrame::GetZKImage()
 // less the last row's padding (one row at its row bytes, one at the default).
 uint32_t CAImageFrame::CheckFitsBuffer(const ZKImage_t& image) const
 {
-    const uintptr_t start = BufferStart();
-    const uintptr_t end = start + BufferSize();
-    const uintptr_t first = Address(image.planes[0]);
-    if (first < start || first > end)
-        return kZKErrBadArgument;
-    if (Extent(image, m_alphaEnabled) > static_cast<int64_t>(end - first))
+    const uint8_t* first = image.planes[0];
+    if (!PointsInto(first, BufferSize()) ||
+        Extent(image, m_alphaEnabled) > static_cast<int64_t>(RoomAfter(first)))
         return kZKErrBadArgument;
     return kZKNoErr;
 }
@@ -208,18 +140,16 @@ uint32_t CAImageFrame::CheckFitsBuffer(const ZKImage_t& image) const
 uint32_t CAImageFrame::CheckEncFitsBuffer(const ZKEncImage_t& record) const
 {
     const ZKImage_t& image = record.image;
-    const uintptr_t start = BufferStart();
-    const uint64_t size = BufferSize();
-    const uintptr_t first = Address(image.planes[0]);
+    const uint8_t* first = image.planes[0];
     const int64_t frameSize = ::CalcFrameSize(image, m_alphaEnabled);
-    if (static_cast<int64_t>(size) < frameSize || first < start || first - start > size)
+    if (static_cast<int64_t>(BufferSize()) < frameSize || !PointsInto(first, BufferSize()))
         return kZKErrBadArgument;
     if (image.colorFormat != eColorFormatNoPixels) {
         int64_t rowBytesSum = 0;
         for (uint32_t rowBytes : image.rowBytes)
             rowBytesSum += rowBytes;
         const int64_t extent = frameSize - rowBytesSum / 2;
-        if (extent > static_cast<int64_t>(size - (first - start)))
+        if (extent > static_cast<int64_t>(RoomAfter(first)))
             return kZKErrBadArgument;
     }
     return kZKNoErr;
@@ -320,10 +250,7 @@ uint32_t CAImageFrame::CopyZKImage(const ZKImage_t& source, bool flip, bool deep
 
 bool CAImageFrame::ContainsZKImage(const ZKImage_t& image) const
 {
-    const uintptr_t first = Address(image.planes[0]);
-    if (m_buffer == nullptr)
-        return first == 0;
-    return first >= BufferStart() && first - BufferStart() <= BufferSize();
+    return PointsInto(image.planes[0], BufferSize());
 }
 
 bool CAImageFrame::HasSameSpecs(const CAImageFrame& other) const

@@ -12,26 +12,26 @@ public:
     // Destroys the descriptors and data packets bundles.
     ~CAImageFrame() override;
 
-    uint32_t SetColorFormat(EColorFormats format);
+    uint32_t SetColorFormat(EColorFormats format) { return Store(m_record.image.colorFormat, format); }
     EColorFormats GetColorFormat() const { return static_cast<EColorFormats>(m_record.image.colorFormat); }
-    uint32_t SetColorRange(ColorRanges_e range);
+    uint32_t SetColorRange(ColorRanges_e range) { return Store(m_record.image.colorRange, range); }
     ColorRanges_e GetColorRange() const { return static_cast<ColorRanges_e>(m_record.image.colorRange); }
-    uint32_t SetAlphaEnabled(bool enabled);
+    uint32_t SetAlphaEnabled(bool enabled) { return Store(m_alphaEnabled, enabled); }
     bool GetAlphaEnabled() const { return m_alphaEnabled; }
     // Row bytes of the first plane.
-    uint32_t SetRowBytes(uint32_t rowBytes);
+    uint32_t SetRowBytes(uint32_t rowBytes) { return Store(m_record.image.rowBytes[0], rowBytes); }
     uint32_t GetRowBytes() const { return m_record.image.rowBytes[0]; }
-    uint32_t SetWidth(uint32_t width);
+    uint32_t SetWidth(uint32_t width) { return Store(m_record.image.width, width); }
     uint32_t GetWidth() const { return m_record.image.width; }
-    uint32_t SetHeight(uint32_t height);
+    uint32_t SetHeight(uint32_t height) { return Store(m_record.image.height, height); }
     uint32_t GetHeight() const { return m_record.image.height; }
-    uint32_t SetButtomUp(bool bottomUp);
+    uint32_t SetButtomUp(bool bottomUp) { return Store(m_record.image.bottomUp, bottomUp ? 1u : 0u); }
     bool GetBottomUp() const { return m_record.image.bottomUp != 0; }
-    uint32_t SetInterlaced(bool interlaced);
+    uint32_t SetInterlaced(bool interlaced) { return Store(m_interlaced, interlaced); }
     bool GetInterlaced() const { return m_interlaced; }
-    uint32_t SetOriginalTime(const CATime& time);
+    uint32_t SetOriginalTime(const CATime& time) { return Store(m_originalTime, time); }
     CATime GetOriginalTime() const { return m_originalTime; }
-    uint32_t SetOriginalFrameWithinSecond(uint32_t frame);
+    uint32_t SetOriginalFrameWithinSecond(uint32_t frame) { return Store(m_originalFrameWithinSecond, frame); }
     uint32_t GetOriginalFrameWithinSecond() const { return m_originalFrameWithinSecond; }
 
     // The description with the frame's times, laid out over a buffer large
