@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "media/ZKImageLayout.h"
 #include "media/ZKResult.h"
 
 namespace {
@@ -19,17 +20,6 @@ void CopyRows(const uint8_t* src, uint32_t srcRowBytes, uint8_t* dst, uint32_t d
     for (size_t row = 0; row < rows; ++row) {
         const size_t dstRow = flip ? rows - 1 - row : row;
         std::memmove(dst + dstRow * dstRowBytes, src + row * srcRowBytes, width);
-    }
-}
-
-bool CopiesOnePlane(uint32_t f)
-{
-    switch (f) {
-    case 0: case 1: case 2: case 3: case 9: case 11:
-    case 18: case 19: case 20: case 21: case 22: case 23: case 30:
-        return true;
-    default:
-        return false;
     }
 }
 
@@ -72,7 +62,8 @@ void CopyZKImage(const ZKImage_t* source, ZKImage_t* destination, bool deep)
     const uint32_t* sr = source->rowBytes;
     const uint32_t* dr = destination->rowBytes;
 
-    if (CopiesOnePlane(source->colorFormat)) {
+    // Format 17 has a plane but no pixels.
+    if (ZKIsOnePlaneFormat(source->colorFormat) && source->colorFormat != eColorFormatNoPixels) {
         CopyRows(source->planes[0], sr[0], destination->planes[0], dr[0], h, flip);
     } else if (source->colorFormat == 6) {
         CopyRows(source->planes[0], sr[0], destination->planes[0], dr[0], h, flip);

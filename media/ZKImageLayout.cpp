@@ -5,11 +5,9 @@
 #include "media/ZKColorFormats.h"
 #include "media/ZKResult.h"
 
-namespace {
-
-bool IsOnePlaneFormat(uint32_t f)
+bool ZKIsOnePlaneFormat(uint32_t colorFormat)
 {
-    switch (f) {
+    switch (colorFormat) {
     case 0: case 1: case 2: case 3: case 9: case 11: case 17:
     case 18: case 19: case 20: case 21: case 22: case 23: case 30:
         return true;
@@ -18,9 +16,11 @@ bool IsOnePlaneFormat(uint32_t f)
     }
 }
 
+namespace {
+
 bool HasPlaneLayout(uint32_t f)
 {
-    return IsOnePlaneFormat(f) || f == 6 || f == 13 || f == 24 || f == 31 || f == 32;
+    return ZKIsOnePlaneFormat(f) || f == 6 || f == 13 || f == 24 || f == 31 || f == 32;
 }
 
 // Only called with a non-null base: offsets from a null pointer are undefined.
@@ -61,7 +61,7 @@ uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t c
     const size_t lumaSize = size_t{r} * h;
 
     image->rowBytes[0] = r;
-    if (IsOnePlaneFormat(colorFormat)) {
+    if (ZKIsOnePlaneFormat(colorFormat)) {
         image->planes[0] = base;
         return kZKNoErr;
     }

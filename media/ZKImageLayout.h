@@ -5,6 +5,9 @@
 
 #include "evc/ZKImage.h"
 
+// Formats whose pixels lie in plane 0 alone (17 among them, with no pixels).
+bool ZKIsOnePlaneFormat(uint32_t colorFormat);
+
 // Lays out a record over `data` (which may be null: then every plane stays
 // null). A rowBytes of 0 takes the format's default. Sets the data size,
 // format, geometry and bottom-up flag; resets colour range to 1, all row bytes
