@@ -4,12 +4,12 @@
 #pragma once
 
 #include "ebml/ebmlElt.h"
-#include "ebml/ebmlPayload.h"
 #include "evc/ZKImage.h"
 #include "media/CAAudioFrame.h"
 #include "media/CASharedPtr.h"
 #include "media/CATime.h"
-#include "transport/TZKEbmlPacketBundle.h"
+#include "transport/TZKFrameElement.h"
+#include "transport/TZKFrameInfo.h"
 
 struct TNameAudioInfo {
     static constexpr const char* kName = "TZKAudioInfo";
@@ -25,14 +25,8 @@ typedef Ebml::TElt<Ebml::VBinary, 0x86, TNameAudioInfo> TZKAudioInfoElt;
 typedef Ebml::TElt<Ebml::VBinary, 0x88, TNameSampleBuffer> TZKSampleBufferElt;
 typedef CASharedPtr<CAAudioFrame, CAFrame> TZKAudioFramePtr;
 
-class TZKEncAudio : public Ebml::EbmlMaster {
+class TZKEncAudio : public TZKFrameElement<TZKAudioInfo, TZKAudioInfoElt, TZKSampleBufferElt> {
 public:
-    bool eval(Ebml::IElementCrawler& crawler) override;
-    bool isDefault() const override;
-    Ebml::uint64 calcSize() const override;
-    Ebml::TReceiptPtr save(Ebml::IStorage& storage) const override;
-    Ebml::uint64 load(Ebml::IStorage& storage, Ebml::uint64 bytesToRead, Ebml::IDelegateLoad* delegate) override;
-
     // Refers to the samples and the record's bundles where they lie: they must
     // outlive the save.
     void importFrame(const ZKEncAudio_t* record, const CATime& offset);
@@ -40,14 +34,8 @@ public:
     // information child is missing or has a size other than 72 or 48.
     TZKAudioFramePtr exportFrame(const CATime& offset) const;
 
-    const TZKAudioInfoElt& audioInfo() const { return m_audioInfo; }
-    const TZKSampleBufferElt& sampleBuffer() const { return m_sampleBuffer; }
-
-private:
-    TZKAudioInfoElt m_audioInfo;
-    TZKSampleBufferElt m_sampleBuffer;
-    TZKDescriptorsElt m_descriptors;
-    TZKDataPacketsElt m_dataPackets;
+    const TZKAudioInfoElt& audioInfo() const { return m_info; }
+    const TZKSampleBufferElt& sampleBuffer() const { return m_bytes; }
 };
 
 typedef Ebml::TElt<TZKEncAudio, 0x92, TNameEncAudio> TZKEncAudioElt;

@@ -5,12 +5,12 @@
 #pragma once
 
 #include "ebml/ebmlElt.h"
-#include "ebml/ebmlPayload.h"
 #include "evc/ZKImage.h"
 #include "media/CAImageFrame.h"
 #include "media/CASharedPtr.h"
 #include "media/CATime.h"
-#include "transport/TZKEbmlPacketBundle.h"
+#include "transport/TZKFrameElement.h"
+#include "transport/TZKFrameInfo.h"
 
 struct TNameVideoInfo {
     static constexpr const char* kName = "TZKVideoInfo";
@@ -26,14 +26,8 @@ typedef Ebml::TElt<Ebml::VBinary, 0x85, TNameVideoInfo> TZKVideoInfoElt;
 typedef Ebml::TElt<Ebml::VBinary, 0x87, TNameImageData> TZKImageDataElt;
 typedef CASharedPtr<CAImageFrame, CAFrame> TZKImageFramePtr;
 
-class TZKEncImage : public Ebml::EbmlMaster {
+class TZKEncImage : public TZKFrameElement<TZKVideoInfo, TZKVideoInfoElt, TZKImageDataElt> {
 public:
-    bool eval(Ebml::IElementCrawler& crawler) override;
-    bool isDefault() const override;
-    Ebml::uint64 calcSize() const override;
-    Ebml::TReceiptPtr save(Ebml::IStorage& storage) const override;
-    Ebml::uint64 load(Ebml::IStorage& storage, Ebml::uint64 bytesToRead, Ebml::IDelegateLoad* delegate) override;
-
     // Refers to the pixels and the record's bundles where they lie: they must
     // outlive the save. The offset is added to the time (0 units: unchanged).
     void importFrame(const ZKEncImage_t* record, const CATime& offset);
@@ -42,14 +36,8 @@ public:
     // the pixels do not fit the format they claim.
     TZKImageFramePtr exportFrame(const CATime& offset) const;
 
-    const TZKVideoInfoElt& videoInfo() const { return m_videoInfo; }
-    const TZKImageDataElt& imageData() const { return m_imageData; }
-
-private:
-    TZKVideoInfoElt m_videoInfo;
-    TZKImageDataElt m_imageData;
-    TZKDescriptorsElt m_descriptors;
-    TZKDataPacketsElt m_dataPackets;
+    const TZKVideoInfoElt& videoInfo() const { return m_info; }
+    const TZKImageDataElt& imageData() const { return m_bytes; }
 };
 
 typedef Ebml::TElt<TZKEncImage, 0x91, TNameEncImage> TZKEncImageElt;

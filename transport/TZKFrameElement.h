@@ -1,0 +1,120 @@
+// What "EncImage" and "EncAudio" share: four children in this fixed order,
+// each left out when it has nothing to save: the information block, the
+// frame's bytes, "Descriptors" (0x89) and "DataPackets" (0x90).
+#pragma once
+
+#include "ebml/ebmlElt.h"
+#include "ebml/ebmlMemoryStorage.h"
+#include "ebml/ebmlPayload.h"
+#include "media/CATime.h"
+#include "transport/PacketHolder.h"
+#include "transport/TZKEbmlPacketBundle.h"
+
+#include <cstdint>
+#include <limits>
+
+// Info is the decoded block (TZKVideoInfo, TZKAudioInfo) with encode, decode,
+// kSize and kShortSize; InfoElt and BytesElt are the binary children.
+template <class Info, class InfoElt, class BytesElt>
+class TZKFrameElement : public Ebml::EbmlMaster {
+public:
+    bool eval(Ebml::IElementCrawler& crawler) override
+    {
+        return evalChildren(crawler, {&m_info, &m_bytes, &m_descriptors, &m_dataPackets});
+    }
+    bool isDefault() const override
+    {
+        return !m_info.mustSave() && !m_bytes.mustSave() && !m_descriptors.mustSave() &&
+               !m_dataPackets.mustSave();
+    }
+    Ebml::uint64 calcSize() const override
+    {
+        return calcChildrenSize({&m_info, &m_bytes, &m_descriptors, &m_dataPackets});
+    }
+    Ebml::TReceiptPtr save(Ebml::IStorage& storage) const override
+    {
+        return saveChildren(storage, {&m_info, &m_bytes, &m_descriptors, &m_dataPackets});
+    }
+    Ebml::uint64 load(Ebml::IStorage& storage, Ebml::uint64 bytesToRead, Ebml::IDelegateLoad* delegate) override
+    {
+        return loadChildren(storage, bytesToRead, delegate, {&m_info, &m_bytes, &m_descriptors, &m_dataPackets});
+    }
+
+protected:
+    // Empties the information block and the bytes; importBundles empties the rest.
+    void clearInfoAndBytes()
+    {
+        m_info->data().clear();
+        m_bytes->data().clear();
+    }
+
+    // Copied into a block of its own, so that copies of the element stay valid.
+    void setInfo(const Info& info)
+    {
+        uint8_t block[Info::kSize];
+        info.encode(block);
+        m_info->set(block, sizeof block, Ebml::HodgePodgeStorage::Instance);
+    }
+
+    // False when the block is missing or has a size other than the two known ones.
+    bool getInfo(Info& info) const
+    {
+        const Ebml::HodgePodge& bytes = m_info->data();
+        const Ebml::uint64 size = bytes.numBytes();
+        if (size != Info::kSize && size != Info::kShortSize)
+            return false;
+        uint8_t block[Info::kSize];
+        return bytes.get(block) && info.decode(block, size);
+    }
+
+    // The frame's bytes are referred to where they lie: they must outlive the save.
+    void setBytes(const uint8_t* bytes, uint32_t size)
+    {
+        if (bytes != nullptr && size != 0)
+            m_bytes->set(Ebml::receiptForConstMemory(bytes, size));
+    }
+
+    // False when the bytes are too many for the 32-bit size of a frame record.
+    bool bytesSize(uint32_t& size) const
+    {
+        const Ebml::uint64 count = m_bytes->data().numBytes();
+        if (count > std::numeric_limits<uint32_t>::max())
+            return false;
+        size = static_cast<uint32_t>(count);
+        return true;
+    }
+
+    const Ebml::HodgePodge& bytes() const { return m_bytes->data(); }
+
+    // A null bundle empties its child.
+    void importBundles(const IPacketBundle* descriptors, const IPacketBundle* dataPackets, const CATime& offset)
+    {
+        m_descriptors->importBundle(descriptors, offset);
+        m_dataPackets->importBundle(dataPackets, offset);
+    }
+
+    // Hands both bundles to a frame (CAImageFrame or CAAudioFrame) that has
+    // none; a child that was not loaded (or cannot be read) gives none.
+    template <class TFrame>
+    void attachBundles(TFrame& frame, const CATime& offset) const
+    {
+        TPacketBundlePtr descriptors;
+        TPacketBundlePtr dataPackets;
+        if (m_descriptors.mustSave())
+            descriptors.reset(m_descriptors->exportBundle(offset));
+        if (m_dataPackets.mustSave())
+            dataPackets.reset(m_dataPackets->exportBundle(offset));
+        IPacketBundle* frameDescriptors = descriptors.release();
+        IPacketBundle* frameDataPackets = dataPackets.release();
+        frame.ExchangeDescriptorsWith(frameDescriptors);
+        frame.ExchangeDataPacketsWith(frameDataPackets);
+        // Whatever the frame held comes back to us: release it.
+        ZKDestroyPacket(frameDescriptors);
+        ZKDestroyPacket(frameDataPackets);
+    }
+
+    InfoElt m_info;
+    BytesElt m_bytes;
+    TZKDescriptorsElt m_descriptors;
+    TZKDataPacketsElt m_dataPackets;
+};
