@@ -2,11 +2,11 @@
 
 #include "ebml/ebmlMemoryStorage.h"
 #include "evc/IPacket.h"
+#include "transport/PacketHolder.h"
 #include "transport/TQVAPIPacket.h"
 #include "transport/TZKPacketHeaders.h"
 #include "transport/TimeOffset.h"
 
-#include <vector>
 
 bool TZKEbmlPacket::eval(Ebml::IElementCrawler& crawler)
 {
@@ -60,18 +60,28 @@ void TZKEbmlPacket::importPacket(const IPacket* packet, const CATime& offset)
 
 IPacket* TZKEbmlPacket::exportPacket(const CATime& offset) const
 {
-    std::vector<uint8_t> bytes;
-    m_info->get(bytes);
-    TZKPacketView view;
-    if (!view.parse(bytes.data(), bytes.size()))
+    // Only the header is read on its own; the descriptor and the data go
+    // straight from the child into the packet, without a copy in between.
+    const Ebml::HodgePodge& bytes = m_info->data();
+    uint8_t head[TZKPacketHeader::kSize];
+    if (!bytes.getRange(0, sizeof head, head))
         return nullptr;
-    auto* packet = new TQVAPIPacket;
-    packet->setType(view.header.type);
-    packet->setTrack(view.header.track);
-    packet->setTime(ZKAddTimeOffset(view.header.time, view.header.timeBase, offset));
-    packet->setTimeBase(view.header.timeBase);
-    packet->setDuration(view.header.duration);
-    packet->setDescriptor(view.descriptor, view.header.descriptorSize);
-    packet->setData(view.data, view.header.dataSize);
-    return packet;
+    const TZKPacketHeader header = TZKPacketHeader::decode(head);
+    // 64-bit sum of two 32-bit sizes cannot wrap.
+    if (uint64_t(sizeof head) + header.descriptorSize + header.dataSize > bytes.numBytes())
+        return nullptr;
+    TPacketHolder<TQVAPIPacket> packet(new TQVAPIPacket);
+    packet->setType(header.type);
+    packet->setTrack(header.track);
+    packet->setTime(ZKAddTimeOffset(header.time, header.timeBase, offset));
+    packet->setTimeBase(header.timeBase);
+    packet->setDuration(header.duration);
+    packet->descriptor().resize(header.descriptorSize);
+    packet->data().resize(header.dataSize);
+    if ((header.descriptorSize != 0 &&
+         !bytes.getRange(sizeof head, header.descriptorSize, packet->descriptor().data())) ||
+        (header.dataSize != 0 &&
+         !bytes.getRange(sizeof head + header.descriptorSize, header.dataSize, packet->data().data())))
+        return nullptr;
+    return packet.release();
 }
