@@ -121,6 +121,11 @@ TEST_F(CFBundleTest, LoadsTheExecutableNamedByInfoPlistOrByTheFolder)
     m_temp.File("named.qv64/Contents/Info.plist", plistNaming("code"));
     fs::copy_file(code, m_temp.Folder("escape.qv64/Contents/Linux") / "escape");
     m_temp.File("escape.qv64/Contents/Info.plist", plistNaming("../../../plain.qv64/Contents/Linux/plain"));
+    // A property list far larger than any real one is not read: the folder's
+    // name decides.
+    fs::copy_file(code, m_temp.Folder("huge.qv64/Contents/Linux") / "huge");
+    m_temp.File("huge.qv64/Contents/Info.plist",
+                plistNaming("code").insert(plist.find("<plist"), "<!--" + std::string(2 << 20, ' ') + "-->"));
     m_temp.Folder("empty.qv64/Contents/Linux");
     m_temp.File("broken.qv64/Contents/Linux/broken", "not an ELF file");
 
@@ -132,6 +137,7 @@ TEST_F(CFBundleTest, LoadsTheExecutableNamedByInfoPlistOrByTheFolder)
         {"plain.qv64", true, ""},
         {"named.qv64", true, ""},
         {"escape.qv64", false, "has no executable code"},
+        {"huge.qv64", true, ""},
         {"empty.qv64", false, "has no executable code"},
         {"broken.qv64", false, "broken"},
     };
