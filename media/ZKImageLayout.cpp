@@ -188,7 +188,7 @@ uint32_t CalcFrameSize(uint32_t colorFormat, uint32_t width, uint32_t height, ui
     case 24:
         return 3 * s;
     case 30:
-        return 128 * ((width + 47) / 48) * height;
+        return ZKGetDefaultRowBytes(colorFormat, width) * height;
     case 31:
         return s + s / 2;
     case 32:
