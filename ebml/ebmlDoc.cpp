@@ -19,27 +19,22 @@ EbmlHead::EbmlHead()
 
 bool EbmlHead::eval(IElementCrawler & crawler)
 {
-  return evalChildren(crawler, {&ebmlVersion_, &ebmlReadVersion_, &ebmlMaxIdLength_, &ebmlMaxSizeLength_,
-                                &docType_, &docTypeVersion_, &docTypeReadVersion_});
+  return evalElements(crawler, children<IElement>(*this));
 }
 
 uint64 EbmlHead::calcSize() const
 {
-  return calcChildrenSize({&ebmlVersion_, &ebmlReadVersion_, &ebmlMaxIdLength_, &ebmlMaxSizeLength_,
-                           &docType_, &docTypeVersion_, &docTypeReadVersion_});
+  return calcElementsSize(children<const IElement>(*this));
 }
 
 TReceiptPtr EbmlHead::save(IStorage & storage) const
 {
-  return saveChildren(storage, {&ebmlVersion_, &ebmlReadVersion_, &ebmlMaxIdLength_, &ebmlMaxSizeLength_,
-                                &docType_, &docTypeVersion_, &docTypeReadVersion_});
+  return saveElements(storage, children<const IElement>(*this));
 }
 
 uint64 EbmlHead::load(IStorage & storage, uint64 bytesToRead, IDelegateLoad * delegate)
 {
-  return loadChildren(storage, bytesToRead, delegate,
-                      {&ebmlVersion_, &ebmlReadVersion_, &ebmlMaxIdLength_, &ebmlMaxSizeLength_, &docType_,
-                       &docTypeVersion_, &docTypeReadVersion_});
+  return loadElements(storage, bytesToRead, delegate, children<IElement>(*this));
 }
 
 EbmlDoc::EbmlDoc(const char * docType, uint64 docTypeVersion, uint64 docTypeReadVersion)

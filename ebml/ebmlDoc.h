@@ -3,6 +3,8 @@
 
 #include "ebml/ebmlElt.h"
 
+#include <array>
+
 namespace Ebml {
 
 struct TNameEBMLVersion { static constexpr const char * kName = "EBMLVersion"; };
@@ -39,6 +41,15 @@ public:
   TDocType docType_;
   TDocTypeVersion docTypeVersion_;
   TDocTypeReadVersion docTypeReadVersion_;
+
+private:
+  // The children in their saved order.
+  template <typename TElement, typename THead>
+  static std::array<TElement *, 7> children(THead & head)
+  {
+    return {{&head.ebmlVersion_, &head.ebmlReadVersion_, &head.ebmlMaxIdLength_, &head.ebmlMaxSizeLength_,
+             &head.docType_, &head.docTypeVersion_, &head.docTypeReadVersion_}};
+  }
 };
 
 class EbmlDoc : public EbmlMaster {

@@ -136,6 +136,16 @@ TReceiptPtr saveElements(IStorage & storage, const TElements & elts)
   return result;
 }
 
+// Loads the elements in order from what is left; returns the bytes consumed.
+template <typename TElements>
+uint64 loadElements(IStorage & storage, uint64 bytesToRead, IDelegateLoad * delegate, const TElements & elts)
+{
+  uint64 consumed = 0;
+  for (IElement * e : elts)
+    consumed += e->load(storage, bytesToRead - consumed, delegate);
+  return consumed;
+}
+
 // Visits elements; returning true stops the crawl. The default descends into payloads.
 class IElementCrawler {
 public:

@@ -182,7 +182,6 @@ public:
     if (!seekAbsolute(storage_, position) || seekPosition(storage_) != position)
       throw std::runtime_error("failed to seek");
   }
-  uint64 startPosition() const { return position_; }
 
   bool seekBack_;
 

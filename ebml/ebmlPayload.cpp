@@ -251,10 +251,7 @@ TReceiptPtr EbmlMaster::saveChildren(IStorage & storage, std::initializer_list<c
 uint64 EbmlMaster::loadChildren(IStorage & storage, uint64 bytesToRead, IDelegateLoad * delegate,
                                 std::initializer_list<IElement *> children)
 {
-  uint64 consumed = 0;
-  for (IElement * child : children)
-    consumed += child->load(storage, bytesToRead - consumed, delegate);
-  return consumed;
+  return loadElements(storage, bytesToRead, delegate, children);
 }
 
 } // namespace Ebml
