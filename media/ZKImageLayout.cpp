@@ -16,6 +16,24 @@ bool ZKIsOnePlaneFormat(uint32_t colorFormat)
     }
 }
 
+bool ZKPlanesFitArea(const ZKImage_t& image, const uint8_t* start, uint64_t size)
+{
+    const bool halfChromaRows = image.colorFormat == 6 || image.colorFormat == 31;
+    for (int k = 0; k < 4; ++k) {
+        const uint8_t* plane = image.planes[k];
+        if (plane == nullptr)
+            continue;
+        if (start == nullptr || plane < start || uint64_t(plane - start) > size)
+            return false;
+        const bool chroma = k == 1 || k == 2;
+        const uint64_t rows = chroma && halfChromaRows ? image.height / 2 : image.height;
+        const uint64_t rowBytes = k == 2 && image.rowBytes[2] == 0 ? image.rowBytes[1] : image.rowBytes[k];
+        if (rows * rowBytes > size - uint64_t(plane - start))
+            return false;
+    }
+    return true;
+}
+
 namespace {
 
 bool HasPlaneLayout(uint32_t f)

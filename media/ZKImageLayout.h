@@ -8,6 +8,12 @@
 // Formats whose pixels lie in plane 0 alone (17 among them, with no pixels).
 bool ZKIsOnePlaneFormat(uint32_t colorFormat);
 
+// True when every present plane, with all its rows at its row bytes, lies in
+// [start, start + size). Chroma planes of 4:2:0 formats have half the rows; a
+// plane 2 without row bytes of its own uses those of plane 1. For records
+// whose geometry came from elsewhere, before any plane is touched.
+bool ZKPlanesFitArea(const ZKImage_t& image, const uint8_t* start, uint64_t size);
+
 // Lays out a record over `data` (which may be null: then every plane stays
 // null). A rowBytes of 0 takes the format's default. Sets the data size,
 // format, geometry and bottom-up flag; resets colour range to 1, all row bytes

@@ -1,5 +1,7 @@
 #include "transport/TZKEncImage.h"
 
+#include "media/ZKImageLayout.h"
+
 #include "transport/TimeOffset.h"
 
 #include <cstring>
@@ -80,6 +82,10 @@ TZKImageFramePtr TZKEncImage::exportFrame(const CATime& offset) const
         for (int k = 1; k < 4; ++k)
             if (info.planeOffsets[k - 1] < dataSize)
                 laidOut.image.planes[k] = plane0 + info.planeOffsets[k - 1];
+        // Row bytes come from the sender too: every plane's rows must lie in
+        // the copied bytes before a compressor reads them.
+        if (!ZKPlanesFitArea(laidOut.image, plane0, dataSize))
+            return TZKImageFramePtr();
         frame->SetZKEncImage(&laidOut);
     }
     attachBundles(*frame, offset);

@@ -321,6 +321,22 @@ TEST(ExternalVideoProxy, AFrameWithoutPixelsHasNoImageDataAndNoBuffer)
     EXPECT_EQ(frame->GetWidth(), 4u);
 }
 
+TEST(ExternalVideoProxy, ChromaRowsPastThePixelBytesGiveNoFrame)
+{
+    // The plane offsets lie inside the 12 pixel bytes, but the row bytes the
+    // sender claims would carry a chroma plane's rows past them.
+    for (int plane : {1, 2}) {
+        GoldenFrame golden;
+        golden.record.image.rowBytes[plane] = 200;
+        std::vector<uint8_t> area(1024);
+        ExternalVideoProxy proxy;
+        proxy.Begin(area.data(), static_cast<uint32_t>(area.size()));
+        uint32_t size = 0;
+        ASSERT_EQ(proxy.SerializeFrame(&golden.record, size, false), 0u);
+        EXPECT_FALSE(readFrame(area, size)) << "plane " << plane;
+    }
+}
+
 TEST(ExternalVideoProxy, TheShortInformationFormReadsBack)
 {
     // A 96-byte TZKVideoInfo (eleven packed values, 4 reserved, then the times)
