@@ -231,7 +231,7 @@ struct TStreamSum {
 
 struct TRun {
     double seconds = 0;
-    double cpuSeconds = 0;  // both processes' when the service encodes
+    double cpuSeconds = 0;        // both processes' when the service encodes
     double clientCpuSeconds = 0;  // this process's part of it
     TStreamSum sum;
 };
@@ -272,8 +272,7 @@ public:
         Check(m_compressor->Begin(&geometry, false), "Begin");
         for (int n = 0; n < clip.count(); ++n) {
             ZKEncImage_t output = geometry;
-            Check(m_compressor->CompressFrame(&clip.frame(n), n == 0, n == clip.count() - 1, &output),
-                  "CompressFrame");
+            Check(m_compressor->CompressFrame(&clip.frame(n), n == 0, n == clip.count() - 1, &output), "CompressFrame");
             AddBundle(output.descriptors, run.sum);
             AddBundle(output.image.dataPackets, run.sum);
         }
@@ -440,8 +439,7 @@ TTransport MeasureTransport(const TClip& clip, const std::string& buildDir)
         if (echoed < clip.frameBytes())
             throw std::runtime_error("the echo plug-in did not return the frame's pixels");
     }
-    transport.echoCpuMs =
-        (ProcessCpuSeconds() + ChildCpuSeconds(client.servicePid()) - cpu) * 1000.0 / kEchoFrames;
+    transport.echoCpuMs = (ProcessCpuSeconds() + ChildCpuSeconds(client.servicePid()) - cpu) * 1000.0 / kEchoFrames;
     transport.echoMedianMs = Median(ms);
     transport.echoMeanMs = total / kEchoFrames;
     transport.replyBytes = result.replyBytes;
@@ -566,8 +564,8 @@ int main(int argc, char** argv)
         std::printf("\n%-10s %7s %14s %11s %7s %15s %13s %13s %9s  %s\n", "size", "frames", "in-process fps",
                     "service fps", "ratio", "extra ms/frame", "CPU ms/frame", "CPU ms/frame", "CPU ratio",
                     "same stream");
-        std::printf("%-10s %7s %14s %11s %7s %15s %13s %13s %9s\n", "", "", "", "", "", "", "in-process",
-                    "service", "");
+        std::printf("%-10s %7s %14s %11s %7s %15s %13s %13s %9s\n", "", "", "", "", "", "", "in-process", "service",
+                    "");
         for (const TSizeResult& r : results) {
             const double frames = r.frames;
             const double inFps = frames / r.inProcessSeconds;

@@ -156,7 +156,7 @@ private:
     std::map<std::string, double> m_seconds;
 };
 
-} // namespace
+}  // namespace
 
 int main(int argc, char** argv)
 {
@@ -165,8 +165,8 @@ int main(int argc, char** argv)
     benchmark::RunSpecifiedBenchmarks(&reporter);
     const double floor = reporter.seconds("BM_Memcpy/real_time");
     std::printf("\n1080p 4:2:0 frame, %u pixel bytes, element %u bytes\n", kFrameBytes, fixture().elementSize);
-    for (const char* name : {"BM_Memcpy/real_time", "BM_Serialize/real_time", "BM_Deserialize/real_time",
-                             "BM_RoundTrip/real_time"}) {
+    for (const char* name :
+         {"BM_Memcpy/real_time", "BM_Serialize/real_time", "BM_Deserialize/real_time", "BM_RoundTrip/real_time"}) {
         const double s = reporter.seconds(name);
         if (s <= 0.0)
             continue;

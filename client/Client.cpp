@@ -54,10 +54,9 @@ std::string DescribeEnd(ServiceProcess& process)
 
 }  // namespace
 
-ServiceError::ServiceError(Kind kind, int signal, int exitStatus, std::string lastErrorLines,
-                           const std::string& what)
-    : std::runtime_error(lastErrorLines.empty() ? what : what + "; its last words:\n" + lastErrorLines),
-      m_kind(kind), m_signal(signal), m_exitStatus(exitStatus), m_lastErrorLines(std::move(lastErrorLines))
+ServiceError::ServiceError(Kind kind, int signal, int exitStatus, std::string lastErrorLines, const std::string& what)
+    : std::runtime_error(lastErrorLines.empty() ? what : what + "; its last words:\n" + lastErrorLines), m_kind(kind),
+      m_signal(signal), m_exitStatus(exitStatus), m_lastErrorLines(std::move(lastErrorLines))
 {
 }
 
@@ -112,10 +111,9 @@ Client::TPrivate::TPrivate(const ClientOptions& options)
         throw ServiceError(ServiceError::Kind::StartFailed, 0, -1, "",
                            "cannot start the service: " + service + " is not an executable file");
     try {
-        m_process.reset(new ServiceProcess(service,
-                                           {m_channel.GetSharedMemoryName(), std::to_string(getpid()),
-                                            options.applicationName},
-                                           options.forwardServiceErrors));
+        m_process.reset(new ServiceProcess(
+            service, {m_channel.GetSharedMemoryName(), std::to_string(getpid()), options.applicationName},
+            options.forwardServiceErrors));
     } catch (const std::exception& e) {
         throw ServiceError(ServiceError::Kind::StartFailed, 0, -1, "", e.what());
     }
@@ -278,8 +276,8 @@ bool Client::IsLastPassEncodingReady()
 {
     TPrivate& p = *m_private;
     p.Record().m_isLastPassEncodingReady = 0;
-    const uint32_t status = p.Transact(CAExternalVideoProxySharedData::kIsLastPassEncodingReady,
-                                       "IsLastPassEncodingReady");
+    const uint32_t status =
+        p.Transact(CAExternalVideoProxySharedData::kIsLastPassEncodingReady, "IsLastPassEncodingReady");
     return status == 0 && p.Record().m_isLastPassEncodingReady != 0;
 }
 

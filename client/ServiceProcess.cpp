@@ -130,8 +130,7 @@ void ServiceProcess::kill()
         return;
     ::kill(m_pid, SIGKILL);
     int status = 0;
-    while (waitpid(m_pid, &status, 0) < 0 && errno == EINTR) {
-    }
+    while (waitpid(m_pid, &status, 0) < 0 && errno == EINTR) {}
     recordStatus(status);
 }
 

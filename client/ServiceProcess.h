@@ -16,8 +16,7 @@ namespace evc {
 class ServiceProcess {
 public:
     // Throws std::runtime_error when the program cannot be started.
-    ServiceProcess(const std::string& program, const std::vector<std::string>& arguments,
-                   bool forwardErrors = false);
+    ServiceProcess(const std::string& program, const std::vector<std::string>& arguments, bool forwardErrors = false);
     ~ServiceProcess();
 
     ServiceProcess(const ServiceProcess&) = delete;

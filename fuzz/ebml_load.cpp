@@ -17,43 +17,43 @@ using namespace EbmlTest;
 
 namespace {
 
-void check(bool ok, const char * what)
+void check(bool ok, const char* what)
 {
-  if (!ok) {
-    std::cerr << "fuzz_ebml_load: " << what << std::endl;
-    std::abort();
-  }
+    if (!ok) {
+        std::cerr << "fuzz_ebml_load: " << what << std::endl;
+        std::abort();
+    }
 }
 
-} // namespace
+}  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t * data, size_t size)
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-  static bool quiet = [] {
-    std::cerr.setstate(std::ios::failbit); // checksum warnings are expected here
-    return true;
-  }();
-  (void)quiet;
+    static bool quiet = [] {
+        std::cerr.setstate(std::ios::failbit);  // checksum warnings are expected here
+        return true;
+    }();
+    (void)quiet;
 
-  ConstMemoryStorage storage(data, size);
-  std::vector<std::unique_ptr<IElement>> elts;
-  elts.emplace_back(new TList);
-  elts.emplace_back(new TGroup);
-  elts.emplace_back(new TData);
-  elts.emplace_back(new EbmlDoc::THead);
-  for (const uint64 bound : {uint64(size), uintMax[8]}) {
-    for (auto & e : elts) {
-      storage.seekTo(0);
-      const uint64 consumed = e->load(storage, bound);
-      check(storage.absolutePosition() <= size, "position outside the area");
-      check(storage.absolutePosition() == consumed, "consumed count differs from the position");
-      if (consumed > 0) {
-        std::vector<uint8> area(std::size_t(e->calcSize()) + 1);
-        MemoryStorage out(area.data(), area.size());
-        check(bool(e->save(out)), "a loaded element does not save into its own size");
-      }
-      e->discardReceipts();
+    ConstMemoryStorage storage(data, size);
+    std::vector<std::unique_ptr<IElement>> elts;
+    elts.emplace_back(new TList);
+    elts.emplace_back(new TGroup);
+    elts.emplace_back(new TData);
+    elts.emplace_back(new EbmlDoc::THead);
+    for (const uint64 bound : {uint64(size), uintMax[8]}) {
+        for (auto& e : elts) {
+            storage.seekTo(0);
+            const uint64 consumed = e->load(storage, bound);
+            check(storage.absolutePosition() <= size, "position outside the area");
+            check(storage.absolutePosition() == consumed, "consumed count differs from the position");
+            if (consumed > 0) {
+                std::vector<uint8> area(std::size_t(e->calcSize()) + 1);
+                MemoryStorage out(area.data(), area.size());
+                check(bool(e->save(out)), "a loaded element does not save into its own size");
+            }
+            e->discardReceipts();
+        }
     }
-  }
-  return 0;
+    return 0;
 }

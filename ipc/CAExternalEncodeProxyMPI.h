@@ -13,73 +13,73 @@
 
 class CAExternalEncodeProxyMPI {
 public:
-  using TCommand = CAExternalVideoProxySharedData::TCommand;
+    using TCommand = CAExternalVideoProxySharedData::TCommand;
 
-  // Name of the record's block in the segment.
-  static const char* const kSharedDataName;
+    // Name of the record's block in the segment.
+    static const char* const kSharedDataName;
 
-  // Empty object: no segment, no record.
-  CAExternalEncodeProxyMPI();
-  // Creating side (client): a new backing file in the temporary folder, a
-  // segment of size bytes on it and the record in it. Throws std::runtime_error.
-  explicit CAExternalEncodeProxyMPI(size_t size);
-  // Attaching side (service): joins the segment whose backing file is key and
-  // waits up to ms milliseconds for the record. Throws std::runtime_error.
-  CAExternalEncodeProxyMPI(const std::string& key, unsigned int ms);
-  // Detaches; the creating side also removes the backing file and its lock.
-  virtual ~CAExternalEncodeProxyMPI();
+    // Empty object: no segment, no record.
+    CAExternalEncodeProxyMPI();
+    // Creating side (client): a new backing file in the temporary folder, a
+    // segment of size bytes on it and the record in it. Throws std::runtime_error.
+    explicit CAExternalEncodeProxyMPI(size_t size);
+    // Attaching side (service): joins the segment whose backing file is key and
+    // waits up to ms milliseconds for the record. Throws std::runtime_error.
+    CAExternalEncodeProxyMPI(const std::string& key, unsigned int ms);
+    // Detaches; the creating side also removes the backing file and its lock.
+    virtual ~CAExternalEncodeProxyMPI();
 
-  CAExternalEncodeProxyMPI(const CAExternalEncodeProxyMPI&) = delete;
-  CAExternalEncodeProxyMPI& operator=(const CAExternalEncodeProxyMPI&) = delete;
+    CAExternalEncodeProxyMPI(const CAExternalEncodeProxyMPI&) = delete;
+    CAExternalEncodeProxyMPI& operator=(const CAExternalEncodeProxyMPI&) = delete;
 
-  // The key to hand to the other process; empty on the attaching side.
-  const std::string& GetSharedMemoryName() const { return m_key; }
-  const std::string& key() const { return m_key; }
+    // The key to hand to the other process; empty on the attaching side.
+    const std::string& GetSharedMemoryName() const { return m_key; }
+    const std::string& key() const { return m_key; }
 
-  void setExternalProcessInfo(long long pid, const std::string& name);
-  long long getExternalProcessInfo(std::string& name) const;
+    void setExternalProcessInfo(long long pid, const std::string& name);
+    long long getExternalProcessInfo(std::string& name) const;
 
-  // Fields taken under the record's lock.
-  void SetCommand(TCommand command);
-  TCommand GetCommand() const;
-  void SetStatus(unsigned int status);
-  unsigned int GetStatus() const;
-  void SetIsKeyFrame(bool isKeyFrame);
-  bool GetIsKeyFrame() const;
-  void SetIsLastFrame(bool isLastFrame);
-  bool GetIsLastFrame() const;
+    // Fields taken under the record's lock.
+    void SetCommand(TCommand command);
+    TCommand GetCommand() const;
+    void SetStatus(unsigned int status);
+    unsigned int GetStatus() const;
+    void SetIsKeyFrame(bool isKeyFrame);
+    bool GetIsKeyFrame() const;
+    void SetIsLastFrame(bool isLastFrame);
+    bool GetIsLastFrame() const;
 
-  // Handshake. The timed waits take whole seconds and return true when a post
-  // was taken.
-  void PostCommand();
-  void WaitForCommand() const;
-  bool TimedWaitForCommand(int seconds) const;
-  void PostResponse();
-  void WaitForResponse() const;
-  bool TimedWaitForResponse(int seconds) const;
+    // Handshake. The timed waits take whole seconds and return true when a post
+    // was taken.
+    void PostCommand();
+    void WaitForCommand() const;
+    bool TimedWaitForCommand(int seconds) const;
+    void PostResponse();
+    void WaitForResponse() const;
+    bool TimedWaitForResponse(int seconds) const;
 
-  // The record itself, for the fields without accessors (hints, payload
-  // sizes, begin flag, last-pass answer). Touch them only on your turn of the
-  // alternation. Null in an empty object.
-  CAExternalVideoProxySharedData* sharedData() const { return m_shared; }
-  // Start of the payload area and the bytes available from there to the end
-  // of the segment. Lengths read from the other side must be checked against
-  // payloadCapacity() before use.
-  uint8_t* payload() const { return m_shared ? m_shared->m_payload : nullptr; }
-  size_t payloadCapacity() const;
+    // The record itself, for the fields without accessors (hints, payload
+    // sizes, begin flag, last-pass answer). Touch them only on your turn of the
+    // alternation. Null in an empty object.
+    CAExternalVideoProxySharedData* sharedData() const { return m_shared; }
+    // Start of the payload area and the bytes available from there to the end
+    // of the segment. Lengths read from the other side must be checked against
+    // payloadCapacity() before use.
+    uint8_t* payload() const { return m_shared ? m_shared->m_payload : nullptr; }
+    size_t payloadCapacity() const;
 
 protected:
-  CAExternalVideoProxySharedData* m_shared;
-  std::string m_key;
-  mutable CASharedMemory m_sharedMemory;
-  long long m_externalProcessId;
-  std::string m_externalProcessName;
+    CAExternalVideoProxySharedData* m_shared;
+    std::string m_key;
+    mutable CASharedMemory m_sharedMemory;
+    long long m_externalProcessId;
+    std::string m_externalProcessName;
 
 private:
-  void removeBackingFile();
-  // One field of the record, read or written under m_lock.
-  template <class T>
-  T readLocked(const T& field) const;
-  template <class T>
-  void writeLocked(T& field, T value);
+    void removeBackingFile();
+    // One field of the record, read or written under m_lock.
+    template <class T>
+    T readLocked(const T& field) const;
+    template <class T>
+    void writeLocked(T& field, T value);
 };

@@ -38,8 +38,7 @@ uint32_t CAAudioFrame::AdoptAudio(const ZKAudio_t& audio)
     if (!PointsInto(audio.data, CalcFrameSize()) || audio.sampleRate == 0)
         return kZKErrBadArgument;
     m_record.audio = audio;
-    m_record.audio.duration =
-        static_cast<uint64_t>(audio.numberSamples) * audio.timeScale / audio.sampleRate;
+    m_record.audio.duration = static_cast<uint64_t>(audio.numberSamples) * audio.timeScale / audio.sampleRate;
     m_time.Init(audio.time, audio.timeScale);
     m_duration.Init(m_record.audio.duration, audio.timeScale);
     return kZKNoErr;

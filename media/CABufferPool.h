@@ -43,6 +43,6 @@ private:
     void CleanPool();
 
     CAMutex m_mutex;
-    Array_c<unsigned int> m_poolSizes;   // distinct sizes, in order of first appearance
-    Array_c<CABuffer*> m_buffers;        // every owned buffer, in order of creation
+    Array_c<unsigned int> m_poolSizes;  // distinct sizes, in order of first appearance
+    Array_c<CABuffer*> m_buffers;       // every owned buffer, in order of creation
 };

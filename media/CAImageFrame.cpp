@@ -81,10 +81,9 @@ void CAImageFrame::LayOutRecord()
     const int width = static_cast<int>(image.width);
     const int height = static_cast<int>(image.height);
     if (m_isEOF) {
-        ThrowOnError(InitZKImage(&image, 0, nullptr, image.colorFormat, image.bottomUp != 0, rowBytes,
-                                 width, height, m_alphaEnabled, m_time.GetTime(), m_time.GetTimeScale(),
-                                 m_originalTime.GetTime(), m_originalTime.GetTimeScale(),
-                                 m_originalFrameWithinSecond));
+        ThrowOnError(InitZKImage(&image, 0, nullptr, image.colorFormat, image.bottomUp != 0, rowBytes, width, height,
+                                 m_alphaEnabled, m_time.GetTime(), m_time.GetTimeScale(), m_originalTime.GetTime(),
+                                 m_originalTime.GetTimeScale(), m_originalFrameWithinSecond));
         return;
     }
     ThrowUnlessSizeFits(image);
@@ -95,8 +94,8 @@ void CAImageFrame::LayOutRecord()
     }
     // Check the layout before giving up the old buffer.
     ZKImage_t probe = image;
-    ThrowOnError(InitZKImage(&probe, frameSize, nullptr, image.colorFormat, image.bottomUp != 0, rowBytes,
-                             width, height, m_alphaEnabled));
+    ThrowOnError(InitZKImage(&probe, frameSize, nullptr, image.colorFormat, image.bottomUp != 0, rowBytes, width,
+                             height, m_alphaEnabled));
     ReplaceBuffer(frameSize);
     ThrowOnError(InitZKImage(&image, frameSize, m_buffer->GetData(), image.colorFormat, image.colorRange,
                              image.bottomUp != 0, rowBytes, width, height, m_alphaEnabled, m_time.GetTime(),
@@ -131,8 +130,7 @@ ZKImage_t CAImageFrame::GetZKImage()
 uint32_t CAImageFrame::CheckFitsBuffer(const ZKImage_t& image) const
 {
     const uint8_t* first = image.planes[0];
-    if (!PointsInto(first, BufferSize()) ||
-        Extent(image, m_alphaEnabled) > static_cast<int64_t>(RoomAfter(first)))
+    if (!PointsInto(first, BufferSize()) || Extent(image, m_alphaEnabled) > static_cast<int64_t>(RoomAfter(first)))
         return kZKErrBadArgument;
     return kZKNoErr;
 }
@@ -257,8 +255,8 @@ bool CAImageFrame::HasSameSpecs(const CAImageFrame& other) const
 {
     const ZKImage_t& a = m_record.image;
     const ZKImage_t& b = other.m_record.image;
-    return a.bottomUp == b.bottomUp && a.colorFormat == b.colorFormat && a.width == b.width &&
-           a.height == b.height && m_time == other.m_time;
+    return a.bottomUp == b.bottomUp && a.colorFormat == b.colorFormat && a.width == b.width && a.height == b.height &&
+           m_time == other.m_time;
 }
 
 uint32_t CAImageFrame::CalcFrameSize() const

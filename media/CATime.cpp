@@ -61,16 +61,15 @@ bool CATime::operator==(const CATime& other) const
     // Cross-multiplied in signed 64 bits: exact whenever neither product overflows.
     int64_t p = 0;
     int64_t q = 0;
-    const bool pOverflow = __builtin_mul_overflow(static_cast<int64_t>(m_time),
-                                                  static_cast<int64_t>(other.m_timeScale), &p);
-    const bool qOverflow = __builtin_mul_overflow(static_cast<int64_t>(other.m_time),
-                                                  static_cast<int64_t>(m_timeScale), &q);
+    const bool pOverflow =
+        __builtin_mul_overflow(static_cast<int64_t>(m_time), static_cast<int64_t>(other.m_timeScale), &p);
+    const bool qOverflow =
+        __builtin_mul_overflow(static_cast<int64_t>(other.m_time), static_cast<int64_t>(m_timeScale), &q);
     if (!pOverflow && !qOverflow)
         return p == q;
 
     // Too large for exact arithmetic: equal within one unit of the coarser scale.
-    double tolerance = std::fmax(1.0 / static_cast<double>(m_timeScale),
-                                 1.0 / static_cast<double>(other.m_timeScale));
+    double tolerance = std::fmax(1.0 / static_cast<double>(m_timeScale), 1.0 / static_cast<double>(other.m_timeScale));
     tolerance = std::fmax(tolerance, DBL_EPSILON);
     return std::fabs(GetSeconds() - other.GetSeconds()) < tolerance;
 }
@@ -100,8 +99,7 @@ void CATime::Add(double seconds)
     // The rounding term is 1 / (2 * scale) units, not half a unit: it only
     // absorbs floating-point error in amounts that sit just below a whole unit.
     const double half = 1.0 / static_cast<double>(2 * m_timeScale);
-    const uint64_t units = ZKUtils::truncateToUInt64(
-        std::fabs(seconds) * static_cast<double>(m_timeScale) + half);
+    const uint64_t units = ZKUtils::truncateToUInt64(std::fabs(seconds) * static_cast<double>(m_timeScale) + half);
     if (seconds >= 0.0)
         m_time += units;
     else if (units <= m_time)
@@ -118,8 +116,7 @@ void CATime::Add(const CATime& other)
 void CATime::SetTime(const char* seconds)
 {
     const double value = seconds != nullptr ? std::atof(seconds) : 0.0;
-    Init(ZKUtils::truncateToUInt64(value * static_cast<double>(kTextTimeScale)),
-         kTextTimeScale);
+    Init(ZKUtils::truncateToUInt64(value * static_cast<double>(kTextTimeScale)), kTextTimeScale);
 }
 
 void CATime::ToString(std::string& text) const
@@ -129,13 +126,11 @@ void CATime::ToString(std::string& text) const
     const uint64_t wholeSeconds = m_time / scale;
     const uint64_t remainder = m_time % scale;
     // 128 bits so that fine time scales cannot overflow the product.
-    const uint64_t micros =
-        static_cast<uint64_t>(static_cast<unsigned __int128>(remainder) * 1000000u / scale);
+    const uint64_t micros = static_cast<uint64_t>(static_cast<unsigned __int128>(remainder) * 1000000u / scale);
 
     char buffer[64];
-    std::snprintf(buffer, sizeof buffer, "%02d%02d%02d.%06d",
-                  static_cast<int32_t>(wholeSeconds / 3600),
-                  static_cast<int32_t>((wholeSeconds / 60) % 60),
-                  static_cast<int32_t>(wholeSeconds % 60), static_cast<int32_t>(micros));
+    std::snprintf(buffer, sizeof buffer, "%02d%02d%02d.%06d", static_cast<int32_t>(wholeSeconds / 3600),
+                  static_cast<int32_t>((wholeSeconds / 60) % 60), static_cast<int32_t>(wholeSeconds % 60),
+                  static_cast<int32_t>(micros));
     text = buffer;
 }

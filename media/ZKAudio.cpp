@@ -90,14 +90,23 @@ EChannelMode ZKGetChannelMode(const char* name)
 EChannelMode ZKGetChannelMode(int channels)
 {
     switch (channels) {
-    case 1: return eChannelModeMono;
-    case 2: return eChannelModeStereo;
-    case 3: return eChannelMode2_1;
-    case 4: return eChannelModeQuad;
-    case 5: return eChannelMode4_1;
-    case 6: return eChannelMode5_1;
-    case 7: return eChannelMode6_1;
-    case 8: return eChannelMode7_1;
-    default: return eChannelModeUndefined;
+    case 1:
+        return eChannelModeMono;
+    case 2:
+        return eChannelModeStereo;
+    case 3:
+        return eChannelMode2_1;
+    case 4:
+        return eChannelModeQuad;
+    case 5:
+        return eChannelMode4_1;
+    case 6:
+        return eChannelMode5_1;
+    case 7:
+        return eChannelMode6_1;
+    case 8:
+        return eChannelMode7_1;
+    default:
+        return eChannelModeUndefined;
     }
 }

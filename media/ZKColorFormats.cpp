@@ -60,7 +60,10 @@ const FormatInfo* Find(uint32_t colorFormat)
     return colorFormat < eColorFormatCount ? &kFormats[colorFormat] : nullptr;
 }
 
-constexpr uint64_t Bits() { return 0; }
+constexpr uint64_t Bits()
+{
+    return 0;
+}
 template <typename... Rest>
 constexpr uint64_t Bits(unsigned first, Rest... rest)
 {
@@ -158,8 +161,7 @@ uint32_t ZKGetBitResolution(uint32_t colorFormat)
 
 bool ZKAreComponentsSwapped(uint32_t a, uint32_t b)
 {
-    return ZKIsARGBFormat(a) && ZKIsARGBFormat(b) &&
-           ZKGetBitResolution(a) == ZKGetBitResolution(b);
+    return ZKIsARGBFormat(a) && ZKIsARGBFormat(b) && ZKGetBitResolution(a) == ZKGetBitResolution(b);
 }
 
 bool ZKGetChangeBitResolutionSwapComponentOrder(uint32_t a, uint32_t b)

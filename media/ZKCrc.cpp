@@ -30,8 +30,7 @@ uint16_t Calc8BitCRC(const uint8_t* bytes, int length, uint16_t initial)
     return crc.checksum();
 }
 
-uint16_t Calc16BitCRCShort(const int16_t* samples, int width, int height, int stride,
-                           uint16_t initial)
+uint16_t Calc16BitCRCShort(const int16_t* samples, int width, int height, int stride, uint16_t initial)
 {
     if (samples == nullptr || width < 1 || height < 1)
         return initial;

@@ -13,5 +13,4 @@ uint16_t Calc8BitCRC(const uint8_t* bytes, int length, uint16_t initial);
 // Calc16BitCRC over height rows of width 16-bit samples, rows `stride`
 // samples apart. Each sample enters the register as its low byte, so samples
 // from 0 to 255 give the same result as their bytes fed to Calc16BitCRC.
-uint16_t Calc16BitCRCShort(const int16_t* samples, int width, int height, int stride,
-                           uint16_t initial);
+uint16_t Calc16BitCRCShort(const int16_t* samples, int width, int height, int stride, uint16_t initial);

@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr double kStdFrameRates[] = {1,  3,  5,     8,  10,     12,  15,     23.976, 24, 25,
+constexpr double kStdFrameRates[] = {1,     3,  5,  8,     10, 12,     15,  23.976, 24, 25,
                                      29.97, 30, 50, 59.94, 60, 119.88, 120, 239.76, 240};
 
 }  // namespace

@@ -11,8 +11,7 @@ namespace {
 
 // Copies `rows` rows, writing the destination from its last row backward when
 // flip is set.
-void CopyRows(const uint8_t* src, uint32_t srcRowBytes, uint8_t* dst, uint32_t dstRowBytes,
-              size_t rows, bool flip)
+void CopyRows(const uint8_t* src, uint32_t srcRowBytes, uint8_t* dst, uint32_t dstRowBytes, size_t rows, bool flip)
 {
     if (src == nullptr || dst == nullptr)
         return;
@@ -98,8 +97,7 @@ uint32_t ProResb64aPacking(const ZKImage_t* source, ZKImage_t* destination)
     // Strides are whole 16-bit samples.
     const size_t srcStride = size_t{source->rowBytes[0] / 2} * 2;
     const size_t dstStride = size_t{destination->rowBytes[0] / 2} * 2;
-    if (source->planes[0] == nullptr || destination->planes[0] == nullptr ||
-        srcStride < 2 * w || dstStride < 2 * w)
+    if (source->planes[0] == nullptr || destination->planes[0] == nullptr || srcStride < 2 * w || dstStride < 2 * w)
         return kZKErrBadArgument;
     if (destination->height < source->height)
         return kZKErrFormatMismatch;

@@ -8,8 +8,20 @@
 bool ZKIsOnePlaneFormat(uint32_t colorFormat)
 {
     switch (colorFormat) {
-    case 0: case 1: case 2: case 3: case 9: case 11: case 17:
-    case 18: case 19: case 20: case 21: case 22: case 23: case 30:
+    case 0:
+    case 1:
+    case 2:
+    case 3:
+    case 9:
+    case 11:
+    case 17:
+    case 18:
+    case 19:
+    case 20:
+    case 21:
+    case 22:
+    case 23:
+    case 30:
         return true;
     default:
         return false;
@@ -49,17 +61,15 @@ uint8_t* At(uint8_t* base, size_t offset)
 
 }  // namespace
 
-uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat,
-                     bool bottomUp, int rowBytes, int width, int height, bool alpha)
+uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat, bool bottomUp, int rowBytes,
+                     int width, int height, bool alpha)
 {
-    if (image == nullptr || rowBytes < 0 || width < 0 || height < 0 ||
-        !HasPlaneLayout(colorFormat))
+    if (image == nullptr || rowBytes < 0 || width < 0 || height < 0 || !HasPlaneLayout(colorFormat))
         return kZKErrBadArgument;
 
     const uint32_t w = static_cast<uint32_t>(width);
     const size_t h = static_cast<size_t>(height);
-    const uint32_t r = rowBytes != 0 ? static_cast<uint32_t>(rowBytes)
-                                     : ZKGetDefaultRowBytes(colorFormat, w);
+    const uint32_t r = rowBytes != 0 ? static_cast<uint32_t>(rowBytes) : ZKGetDefaultRowBytes(colorFormat, w);
 
     image->dataSize = dataSize;
     image->colorFormat = colorFormat;
@@ -120,21 +130,18 @@ uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t c
     return kZKNoErr;
 }
 
-uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat,
-                     bool bottomUp, int rowBytes, int width, int height, bool alpha,
-                     uint64_t time, uint64_t timeScale)
+uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat, bool bottomUp, int rowBytes,
+                     int width, int height, bool alpha, uint64_t time, uint64_t timeScale)
 {
-    return InitZKImage(image, dataSize, data, colorFormat, bottomUp, rowBytes, width, height,
-                       alpha, time, timeScale, 0, 1, 0);
+    return InitZKImage(image, dataSize, data, colorFormat, bottomUp, rowBytes, width, height, alpha, time, timeScale, 0,
+                       1, 0);
 }
 
-uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat,
-                     bool bottomUp, int rowBytes, int width, int height, bool alpha,
-                     uint64_t time, uint64_t timeScale, uint64_t originalTime,
+uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat, bool bottomUp, int rowBytes,
+                     int width, int height, bool alpha, uint64_t time, uint64_t timeScale, uint64_t originalTime,
                      uint64_t originalTimeScale, uint32_t originalFrameWithinSecond)
 {
-    const uint32_t result = InitZKImage(image, dataSize, data, colorFormat, bottomUp, rowBytes,
-                                        width, height, alpha);
+    const uint32_t result = InitZKImage(image, dataSize, data, colorFormat, bottomUp, rowBytes, width, height, alpha);
     if (result != kZKNoErr)
         return result;
     image->time = time;
@@ -145,53 +152,45 @@ uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t c
     return kZKNoErr;
 }
 
-uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat,
-                     uint32_t colorRange, bool bottomUp, int rowBytes, int width, int height,
-                     bool alpha, uint64_t time, uint64_t timeScale)
+uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat, uint32_t colorRange,
+                     bool bottomUp, int rowBytes, int width, int height, bool alpha, uint64_t time, uint64_t timeScale)
 {
-    return InitZKImage(image, dataSize, data, colorFormat, colorRange, bottomUp, rowBytes, width,
-                       height, alpha, time, timeScale, 0, 1, 0);
+    return InitZKImage(image, dataSize, data, colorFormat, colorRange, bottomUp, rowBytes, width, height, alpha, time,
+                       timeScale, 0, 1, 0);
 }
 
-uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat,
-                     uint32_t colorRange, bool bottomUp, int rowBytes, int width, int height,
-                     bool alpha, uint64_t time, uint64_t timeScale, uint64_t originalTime,
-                     uint64_t originalTimeScale, uint32_t originalFrameWithinSecond)
+uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat, uint32_t colorRange,
+                     bool bottomUp, int rowBytes, int width, int height, bool alpha, uint64_t time, uint64_t timeScale,
+                     uint64_t originalTime, uint64_t originalTimeScale, uint32_t originalFrameWithinSecond)
 {
-    const uint32_t result =
-        InitZKImage(image, dataSize, data, colorFormat, bottomUp, rowBytes, width, height, alpha,
-                    time, timeScale, originalTime, originalTimeScale, originalFrameWithinSecond);
+    const uint32_t result = InitZKImage(image, dataSize, data, colorFormat, bottomUp, rowBytes, width, height, alpha,
+                                        time, timeScale, originalTime, originalTimeScale, originalFrameWithinSecond);
     if (result == kZKNoErr)
         image->colorRange = colorRange;
     return result;
 }
 
-uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat,
-                     bool bottomUp, int width, int height, bool alpha)
+uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat, bool bottomUp, int width,
+                     int height, bool alpha)
 {
     return InitZKImage(image, dataSize, data, colorFormat, bottomUp, 0, width, height, alpha);
 }
 
-uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat,
-                     bool bottomUp, int width, int height, bool alpha, uint64_t time,
-                     uint64_t timeScale)
+uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat, bool bottomUp, int width,
+                     int height, bool alpha, uint64_t time, uint64_t timeScale)
 {
-    return InitZKImage(image, dataSize, data, colorFormat, bottomUp, 0, width, height, alpha,
-                       time, timeScale);
+    return InitZKImage(image, dataSize, data, colorFormat, bottomUp, 0, width, height, alpha, time, timeScale);
 }
 
-uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat,
-                     bool bottomUp, int width, int height, bool alpha, uint64_t time,
-                     uint64_t timeScale, uint64_t originalTime, uint64_t originalTimeScale,
-                     uint32_t originalFrameWithinSecond)
+uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat, bool bottomUp, int width,
+                     int height, bool alpha, uint64_t time, uint64_t timeScale, uint64_t originalTime,
+                     uint64_t originalTimeScale, uint32_t originalFrameWithinSecond)
 {
-    return InitZKImage(image, dataSize, data, colorFormat, bottomUp, 0, width, height, alpha,
-                       time, timeScale, originalTime, originalTimeScale,
-                       originalFrameWithinSecond);
+    return InitZKImage(image, dataSize, data, colorFormat, bottomUp, 0, width, height, alpha, time, timeScale,
+                       originalTime, originalTimeScale, originalFrameWithinSecond);
 }
 
-uint32_t CalcFrameSize(uint32_t colorFormat, uint32_t width, uint32_t height, uint32_t rowBytes,
-                       bool alpha)
+uint32_t CalcFrameSize(uint32_t colorFormat, uint32_t width, uint32_t height, uint32_t rowBytes, bool alpha)
 {
     if (colorFormat == 17)
         return 0;

@@ -21,48 +21,38 @@ bool ZKPlanesFitArea(const ZKImage_t& image, const uint8_t* start, uint64_t size
 // original time fields are left as they were unless an overload sets them.
 // Returns kZKErrBadArgument, with the record untouched, for a null record, a
 // negative row bytes, width or height, or a format without a plane layout.
-[[nodiscard]] uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data,
-                                   uint32_t colorFormat, bool bottomUp, int rowBytes, int width,
-                                   int height, bool alpha);
+[[nodiscard]] uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat, bool bottomUp,
+                                   int rowBytes, int width, int height, bool alpha);
 // ... then time and time scale; original time 0 at scale 1, frame 0.
-[[nodiscard]] uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data,
-                                   uint32_t colorFormat, bool bottomUp, int rowBytes, int width,
-                                   int height, bool alpha, uint64_t time, uint64_t timeScale);
+[[nodiscard]] uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat, bool bottomUp,
+                                   int rowBytes, int width, int height, bool alpha, uint64_t time, uint64_t timeScale);
 // ... then all five time fields.
-[[nodiscard]] uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data,
-                                   uint32_t colorFormat, bool bottomUp, int rowBytes, int width,
-                                   int height, bool alpha, uint64_t time, uint64_t timeScale,
+[[nodiscard]] uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat, bool bottomUp,
+                                   int rowBytes, int width, int height, bool alpha, uint64_t time, uint64_t timeScale,
                                    uint64_t originalTime, uint64_t originalTimeScale,
                                    uint32_t originalFrameWithinSecond);
 // With a colour range, set after the base form.
-[[nodiscard]] uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data,
-                                   uint32_t colorFormat, uint32_t colorRange, bool bottomUp,
-                                   int rowBytes, int width, int height, bool alpha, uint64_t time,
-                                   uint64_t timeScale);
-[[nodiscard]] uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data,
-                                   uint32_t colorFormat, uint32_t colorRange, bool bottomUp,
-                                   int rowBytes, int width, int height, bool alpha, uint64_t time,
-                                   uint64_t timeScale, uint64_t originalTime,
-                                   uint64_t originalTimeScale,
+[[nodiscard]] uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat,
+                                   uint32_t colorRange, bool bottomUp, int rowBytes, int width, int height, bool alpha,
+                                   uint64_t time, uint64_t timeScale);
+[[nodiscard]] uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat,
+                                   uint32_t colorRange, bool bottomUp, int rowBytes, int width, int height, bool alpha,
+                                   uint64_t time, uint64_t timeScale, uint64_t originalTime, uint64_t originalTimeScale,
                                    uint32_t originalFrameWithinSecond);
 // Default row bytes.
-[[nodiscard]] uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data,
-                                   uint32_t colorFormat, bool bottomUp, int width, int height,
-                                   bool alpha);
-[[nodiscard]] uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data,
-                                   uint32_t colorFormat, bool bottomUp, int width, int height,
-                                   bool alpha, uint64_t time, uint64_t timeScale);
-[[nodiscard]] uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data,
-                                   uint32_t colorFormat, bool bottomUp, int width, int height,
-                                   bool alpha, uint64_t time, uint64_t timeScale,
+[[nodiscard]] uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat, bool bottomUp,
+                                   int width, int height, bool alpha);
+[[nodiscard]] uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat, bool bottomUp,
+                                   int width, int height, bool alpha, uint64_t time, uint64_t timeScale);
+[[nodiscard]] uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat, bool bottomUp,
+                                   int width, int height, bool alpha, uint64_t time, uint64_t timeScale,
                                    uint64_t originalTime, uint64_t originalTimeScale,
                                    uint32_t originalFrameWithinSecond);
 
 // Bytes of a buffer holding every plane, in 32-bit arithmetic. A rowBytes of
 // 0 means bytes per pixel x width. Format 17 has no pixels (0); format 30 is
 // always measured by its packed groups, whatever rowBytes says.
-uint32_t CalcFrameSize(uint32_t colorFormat, uint32_t width, uint32_t height, uint32_t rowBytes,
-                       bool alpha);
+uint32_t CalcFrameSize(uint32_t colorFormat, uint32_t width, uint32_t height, uint32_t rowBytes, bool alpha);
 // Uses the record's format, width, height and plane-0 row bytes.
 uint32_t CalcFrameSize(const ZKImage_t& image, bool alpha);
 

@@ -21,9 +21,7 @@ uint64_t rebaseTime(uint64_t t, uint64_t from, uint64_t to)
     if (from == to)
         return t;
     assert(from != 0);
-    return truncateToUInt64(static_cast<double>(t) * static_cast<double>(to) /
-                                static_cast<double>(from) +
-                            0.5);
+    return truncateToUInt64(static_cast<double>(t) * static_cast<double>(to) / static_cast<double>(from) + 0.5);
 }
 
 }  // namespace ZKUtils

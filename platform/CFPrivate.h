@@ -38,7 +38,7 @@ struct __CFArray : TCFObject {
 struct __CFBundle : TCFObject {
     explicit __CFBundle(std::string path) : m_path(std::move(path)) {}
     ~__CFBundle() override;
-    std::string m_path;  // absolute path of the bundle folder
+    std::string m_path;        // absolute path of the bundle folder
     void* m_handle = nullptr;  // dlopen handle while the code is loaded
 };
 
@@ -53,8 +53,7 @@ std::string FileURLString(const std::string& absolutePath, bool isDirectory);
 CFURLRef MakeURL(const std::string& absolutePath, bool isDirectory);
 // Names directly inside folder that end in "." + extension, sorted by byte
 // order; false when the folder cannot be read.
-bool ListByExtension(const std::string& folder, const std::string& extension,
-                     std::vector<std::string>& names);
+bool ListByExtension(const std::string& folder, const std::string& extension, std::vector<std::string>& names);
 bool IsDirectory(const std::string& path);
 bool Exists(const std::string& path);
 

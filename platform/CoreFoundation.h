@@ -56,17 +56,15 @@ enum : OSErr {
 void CFRelease(CFTypeRef object);
 
 // Strings: UTF-8 text only.
-CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* text,
-                                      CFStringEncoding encoding);
+CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* text, CFStringEncoding encoding);
 // Copies the text and its terminator; false when the buffer is too small.
-Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex bufferSize,
-                           CFStringEncoding encoding);
+Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex bufferSize, CFStringEncoding encoding);
 
 // URLs of files: "file://" + the percent-encoded absolute path, with a
 // trailing "/" for a directory. A relative path is taken from the current
 // working directory.
-CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef allocator, CFStringRef filePath,
-                                       CFURLPathStyle pathStyle, Boolean isDirectory);
+CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef allocator, CFStringRef filePath, CFURLPathStyle pathStyle,
+                                       Boolean isDirectory);
 CFStringRef CFURLGetString(CFURLRef url);
 // True when the URL names an existing file or folder.
 Boolean CFURLGetFSRef(CFURLRef url, FSRef* reference);
@@ -85,12 +83,10 @@ CFURLRef CFBundleCopyBundleURL(CFBundleRef bundle);
 CFURLRef CFBundleCopyBuiltInPlugInsURL(CFBundleRef bundle);
 // Every folder directly inside the directory whose name ends in "." +
 // bundleType, sorted by name (byte order); null when the folder cannot be read.
-CFArrayRef CFBundleCreateBundlesFromDirectory(CFAllocatorRef allocator, CFURLRef directoryURL,
-                                              CFStringRef bundleType);
+CFArrayRef CFBundleCreateBundlesFromDirectory(CFAllocatorRef allocator, CFURLRef directoryURL, CFStringRef bundleType);
 // URLs of the entries of Contents/Resources[/subDirName] whose names end in
 // "." + resourceType, sorted by name; null when the folder cannot be read.
-CFArrayRef CFBundleCopyResourceURLsOfType(CFBundleRef bundle, CFStringRef resourceType,
-                                          CFStringRef subDirName);
+CFArrayRef CFBundleCopyResourceURLsOfType(CFBundleRef bundle, CFStringRef resourceType, CFStringRef subDirName);
 
 // dlopen of the executable (RTLD_NOW | RTLD_LOCAL); the loader's complaint
 // goes to standard error. Loading a loaded bundle again succeeds at once.

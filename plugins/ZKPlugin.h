@@ -11,8 +11,8 @@ struct ZKPlugin {
     int32_t m_bundleIndex = 0;    // index in the collection's loaded bundles
     uint32_t m_manufacturer = 0;  // four-character code as the bundle reports it
     uint32_t m_codec = 0;
-    uint64_t m_info = 0;          // third reported value; kept, not interpreted
-    T* m_prototype = nullptr;     // new compressors are made from it
+    uint64_t m_info = 0;       // third reported value; kept, not interpreted
+    T* m_prototype = nullptr;  // new compressors are made from it
 };
 
 // The first record, from index 0 upward, with a prototype whose codec matches

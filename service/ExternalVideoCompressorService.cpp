@@ -16,16 +16,14 @@ ExternalVideoCompressorService::ExternalVideoCompressorService(unsigned long lon
                                                                const std::string& clientApplicationName,
                                                                const std::string& clientShmKey,
                                                                int commandTimeoutSeconds)
-    : CAExternalEncodeProxyMPI(clientShmKey, kServiceAttachTimeoutMs),
-      m_commandTimeoutSeconds(commandTimeoutSeconds)
+    : CAExternalEncodeProxyMPI(clientShmKey, kServiceAttachTimeoutMs), m_commandTimeoutSeconds(commandTimeoutSeconds)
 {
     Run(clientProcessId, clientApplicationName);
 }
 
 ExternalVideoCompressorService::~ExternalVideoCompressorService() = default;
 
-void ExternalVideoCompressorService::Run(unsigned long long clientProcessId,
-                                         const std::string& clientApplicationName)
+void ExternalVideoCompressorService::Run(unsigned long long clientProcessId, const std::string& clientApplicationName)
 {
     setExternalProcessInfo(static_cast<long long>(clientProcessId), clientApplicationName);
     // The first response tells the client that the service is attached.
@@ -46,8 +44,7 @@ void ExternalVideoCompressorService::ServiceLoop()
                       << e.what() << std::endl;
             std::exit(0);
         } catch (...) {
-            std::cerr << "serviceLoop ExternalVideoCompressorService.mpi.readClient unknown exception"
-                      << std::endl;
+            std::cerr << "serviceLoop ExternalVideoCompressorService.mpi.readClient unknown exception" << std::endl;
             std::exit(0);
         }
         if (command == CAExternalVideoProxySharedData::kQuit)

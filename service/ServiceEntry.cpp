@@ -44,8 +44,7 @@ int RunServiceEntry(TArgumentMap& arguments, int commandTimeoutSeconds)
     QCoreApplication application(qtArgumentCount, qtArguments);
 
     if (arguments.size() != 4) {
-        std::cerr << "USAGE: " << programPath << " clientShmKey clientProcessId clientApplicationName"
-                  << std::endl;
+        std::cerr << "USAGE: " << programPath << " clientShmKey clientProcessId clientApplicationName" << std::endl;
         return 1;
     }
 

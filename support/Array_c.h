@@ -22,7 +22,10 @@ public:
     int GetCapacity() const { return m_capacity; }
 
     // The item at index, or null when index is not below the count.
-    T* operator[](unsigned long index) { return index < static_cast<unsigned long>(m_count) ? m_table[index] : nullptr; }
+    T* operator[](unsigned long index)
+    {
+        return index < static_cast<unsigned long>(m_count) ? m_table[index] : nullptr;
+    }
     const T* operator[](unsigned long index) const
     {
         return index < static_cast<unsigned long>(m_count) ? m_table[index] : nullptr;

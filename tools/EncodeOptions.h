@@ -12,7 +12,7 @@ struct EncodeOptions {
     std::string input;        // YUV4MPEG2 path or "-"; empty with a test pattern
     std::string testPattern;  // WxH@FPS:SECONDS
     std::string output;
-    std::string preset;       // empty: the bundled quality preset
+    std::string preset;  // empty: the bundled quality preset
     bool quiet = false;
     bool help = false;
 };

@@ -57,9 +57,9 @@ ZKEncImage_t Picture(const VideoFormat& format, std::vector<uint8_t>* pixels, ui
 {
     ZKEncImage_t record{};
     const uint32_t size = pixels != nullptr ? static_cast<uint32_t>(pixels->size()) : 0;
-    if (InitZKImage(&record.image, size, pixels != nullptr ? pixels->data() : nullptr, eColorFormatYUV420Planar,
-                    false, static_cast<int>(format.width), static_cast<int>(format.height), false,
-                    n * format.fpsDen, format.fpsNum) != 0)
+    if (InitZKImage(&record.image, size, pixels != nullptr ? pixels->data() : nullptr, eColorFormatYUV420Planar, false,
+                    static_cast<int>(format.width), static_cast<int>(format.height), false, n * format.fpsDen,
+                    format.fpsNum) != 0)
         throw EncodeError("cannot describe a " + std::to_string(format.width) + "x" + std::to_string(format.height) +
                           " picture");
     return record;

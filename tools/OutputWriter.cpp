@@ -189,8 +189,7 @@ std::unique_ptr<OutputWriter> MakeOutputWriter(const std::string& path, const Vi
         return std::make_unique<AnnexBWriter>(path);
     if (EndsWith(path, ".evcseg"))
         return std::make_unique<SegmentFileWriter>(path, format);
-    throw std::invalid_argument("cannot tell the output format of " + path +
-                                " (use the extension .h264 or .evcseg)");
+    throw std::invalid_argument("cannot tell the output format of " + path + " (use the extension .h264 or .evcseg)");
 }
 
 }  // namespace tools

@@ -113,8 +113,8 @@ std::string Y4mReader::readLine(const char* what)
         if (c == '\n')
             return line;
         if (line.size() >= kMaxLine)
-            throw Y4mError(std::string("the YUV4MPEG2 ") + what + " line is longer than " +
-                           std::to_string(kMaxLine) + " bytes");
+            throw Y4mError(std::string("the YUV4MPEG2 ") + what + " line is longer than " + std::to_string(kMaxLine) +
+                           " bytes");
         line.push_back(static_cast<char>(c));
     }
 }

@@ -25,7 +25,7 @@ struct Y4mHeader {
     uint32_t fpsDen = 1;
     uint32_t aspectNum = 0;  // A tag; 0:0 means unknown
     uint32_t aspectDen = 0;
-    char interlace = '?';   // I tag: p, t, b, m or ?
+    char interlace = '?';            // I tag: p, t, b, m or ?
     std::string chroma = "420jpeg";  // C tag without the C; every 4:2:0 siting is accepted
 };
 

@@ -79,7 +79,8 @@ int main(int argc, char** argv)
     } catch (const Y4mError& e) {
         if (progress)
             progress->abandon();
-        return Fail(options.input == "-" ? std::string("standard input: ") + e.what() : options.input + ": " + e.what());
+        return Fail(options.input == "-" ? std::string("standard input: ") + e.what()
+                                         : options.input + ": " + e.what());
     } catch (const std::exception& e) {
         if (progress)
             progress->abandon();

@@ -11,12 +11,9 @@ namespace {
 
 const CATime kNoOffset(0, 0);
 
-} // namespace
+}  // namespace
 
-ExternalVideoProxy::ExternalVideoProxy()
-    : Ebml::MemoryStorage(static_cast<uint8_t*>(nullptr), 0)
-{
-}
+ExternalVideoProxy::ExternalVideoProxy() : Ebml::MemoryStorage(static_cast<uint8_t*>(nullptr), 0) {}
 
 uint32_t ExternalVideoProxy::Begin(uint8_t* area, uint32_t size)
 {

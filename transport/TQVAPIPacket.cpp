@@ -3,11 +3,8 @@
 #include "transport/PacketBytes.h"
 
 TQVAPIPacket::TQVAPIPacket(const IPacket& source)
-    : m_type(source.getType())
-    , m_track(source.getTrack())
-    , m_time(source.getTime())
-    , m_timeBase(source.getTimeBase())
-    , m_duration(source.getDuration())
+    : m_type(source.getType()), m_track(source.getTrack()), m_time(source.getTime()), m_timeBase(source.getTimeBase()),
+      m_duration(source.getDuration())
 {
     ZKAssignPacketBytes(m_descriptor, source.getDescriptor(), source.getDescriptorSize());
     ZKAssignPacketBytes(m_data, source.getData(), source.getDataSize());

@@ -7,7 +7,6 @@
 #include "transport/TZKPacketHeaders.h"
 #include "transport/TimeOffset.h"
 
-
 bool TZKEbmlPacket::eval(Ebml::IElementCrawler& crawler)
 {
     return evalChildren(crawler, {&m_info});
@@ -28,8 +27,7 @@ Ebml::TReceiptPtr TZKEbmlPacket::save(Ebml::IStorage& storage) const
     return saveChildren(storage, {&m_info});
 }
 
-Ebml::uint64 TZKEbmlPacket::load(Ebml::IStorage& storage, Ebml::uint64 bytesToRead,
-                                 Ebml::IDelegateLoad* delegate)
+Ebml::uint64 TZKEbmlPacket::load(Ebml::IStorage& storage, Ebml::uint64 bytesToRead, Ebml::IDelegateLoad* delegate)
 {
     return loadChildren(storage, bytesToRead, delegate, {&m_info});
 }

@@ -39,8 +39,7 @@ Ebml::TReceiptPtr TZKEbmlPacketBundle::save(Ebml::IStorage& storage) const
     return result;
 }
 
-Ebml::uint64 TZKEbmlPacketBundle::load(Ebml::IStorage& storage, Ebml::uint64 bytesToRead,
-                                       Ebml::IDelegateLoad* delegate)
+Ebml::uint64 TZKEbmlPacketBundle::load(Ebml::IStorage& storage, Ebml::uint64 bytesToRead, Ebml::IDelegateLoad* delegate)
 {
     Ebml::uint64 consumed = m_info.load(storage, bytesToRead, delegate);
     consumed += m_members.load(storage, bytesToRead - consumed, delegate);
@@ -71,8 +70,7 @@ void TZKEbmlPacketBundle::importBundle(const IPacketBundle* bundle, const CATime
         // Type 28 is reserved for bundles by the packet contract.
         if (member->getType() == IPacketBundle::kBundleType) {
             m_members.push_back(TZKEbmlPacketBundleElt());
-            m_members.back<TZKEbmlPacketBundleElt>()->importBundle(
-                static_cast<const IPacketBundle*>(member), offset);
+            m_members.back<TZKEbmlPacketBundleElt>()->importBundle(static_cast<const IPacketBundle*>(member), offset);
         } else {
             m_members.push_back(TZKEbmlPacketElt());
             m_members.back<TZKEbmlPacketElt>()->importPacket(member, offset);

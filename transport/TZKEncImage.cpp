@@ -31,9 +31,8 @@ void TZKEncImage::importFrame(const ZKEncImage_t* record, const CATime& offset)
     if (image.planes[0] != nullptr && image.dataSize != 0) {
         setBytes(image.planes[0], image.dataSize);
         for (int k = 1; k < 4; ++k)
-            info.planeOffsets[k - 1] = image.planes[k] != nullptr
-                                           ? static_cast<uint32_t>(image.planes[k] - image.planes[0])
-                                           : image.dataSize;
+            info.planeOffsets[k - 1] =
+                image.planes[k] != nullptr ? static_cast<uint32_t>(image.planes[k] - image.planes[0]) : image.dataSize;
     }
     setInfo(info);
     importBundles(record->descriptors, image.dataPackets, offset);

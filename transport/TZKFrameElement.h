@@ -24,8 +24,7 @@ public:
     }
     bool isDefault() const override
     {
-        return !m_info.mustSave() && !m_bytes.mustSave() && !m_descriptors.mustSave() &&
-               !m_dataPackets.mustSave();
+        return !m_info.mustSave() && !m_bytes.mustSave() && !m_descriptors.mustSave() && !m_dataPackets.mustSave();
     }
     Ebml::uint64 calcSize() const override
     {

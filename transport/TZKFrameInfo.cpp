@@ -16,15 +16,14 @@ uint16_t get16(const uint8_t* in)
     return static_cast<uint16_t>(ZKGetLE<2>(in));
 }
 
-} // namespace
+}  // namespace
 
 namespace {
 
 // Where the fields after the eleven 32-bit values lie in each form.
 struct TVideoLayout {
     size_t stride;  // distance between the eleven 32-bit values
-    size_t time, timeScale, originalTime, originalTimeScale, originalFrameWithinSecond, streamFlags,
-        streamValue;
+    size_t time, timeScale, originalTime, originalTimeScale, originalFrameWithinSecond, streamFlags, streamValue;
 };
 constexpr TVideoLayout kVideoLong = {8, 88, 96, 104, 112, 120, 128, 136};
 constexpr TVideoLayout kVideoShort = {4, 48, 56, 64, 72, 80, 84, 88};
@@ -35,15 +34,14 @@ struct TAudioLayout {
 constexpr TAudioLayout kAudioLong = {32, 40, 48, 56, 64};
 constexpr TAudioLayout kAudioShort = {28, 30, 32, 36, 40};
 
-} // namespace
+}  // namespace
 
 void TZKVideoInfo::encode(uint8_t (&out)[kSize]) const
 {
     std::memset(out, 0, kSize);
     const TVideoLayout& at = kVideoLong;
-    const uint32_t slots[11] = {colorFormat, width, height, bottomUp,
-                                rowBytes[0], rowBytes[1], rowBytes[2], rowBytes[3],
-                                planeOffsets[0], planeOffsets[1], planeOffsets[2]};
+    const uint32_t slots[11] = {colorFormat, width,       height,          bottomUp,        rowBytes[0],    rowBytes[1],
+                                rowBytes[2], rowBytes[3], planeOffsets[0], planeOffsets[1], planeOffsets[2]};
     for (size_t i = 0; i < 11; ++i)
         ZKPutLE<4>(out + at.stride * i, slots[i]);
     ZKPutLE<8>(out + at.time, time);

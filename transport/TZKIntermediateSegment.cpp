@@ -6,8 +6,7 @@
 
 #include <algorithm>
 
-TZKIntermediateSegment::TZKIntermediateSegment()
-    : Ebml::FileStorage(std::string(), Ebml::File::kReadOnly)
+TZKIntermediateSegment::TZKIntermediateSegment() : Ebml::FileStorage(std::string(), Ebml::File::kReadOnly)
 {
     m_elements.addType<TZKEncImageElt>();
     m_elements.addType<TZKEncAudioElt>();

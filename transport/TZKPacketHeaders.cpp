@@ -10,7 +10,7 @@ uint32_t cutTo32(uint64_t value)
     return static_cast<uint32_t>(value);
 }
 
-} // namespace
+}  // namespace
 
 TZKPacketHeader TZKPacketHeader::of(const IPacket& packet)
 {

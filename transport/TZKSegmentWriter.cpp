@@ -11,7 +11,7 @@ namespace {
 
 const CATime kNoOffset(0, 0);
 
-} // namespace
+}  // namespace
 
 TZKSegmentWriter::~TZKSegmentWriter()
 {

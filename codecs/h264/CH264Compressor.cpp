@@ -148,8 +148,8 @@ uint32_t CH264Compressor::Begin(const ZKEncImage_t* sample, bool /*flag*/)
         return kStatusFormatMismatch;
     }
     // 4:2:0 needs whole chroma samples; the limit keeps sizes inside int.
-    if (image.width == 0 || image.height == 0 || image.width % 2 != 0 || image.height % 2 != 0 ||
-        image.width > 16384 || image.height > 16384) {
+    if (image.width == 0 || image.height == 0 || image.width % 2 != 0 || image.height % 2 != 0 || image.width > 16384 ||
+        image.height > 16384) {
         Complain("picture size " + std::to_string(image.width) + "x" + std::to_string(image.height) +
                  " is not supported (even sizes from 2 to 16384)");
         return kStatusBadArgument;

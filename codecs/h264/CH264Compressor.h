@@ -49,8 +49,7 @@ public:
     // picture the encoder hands back into output. isLastFrame flushes every
     // delayed picture into the same output and finishes the stream; input
     // may then be null.
-    uint32_t CompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool isLastFrame,
-                           ZKEncImage_t* output) override;
+    uint32_t CompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool isLastFrame, ZKEncImage_t* output) override;
     // Closes the stream; pictures still delayed in the encoder are dropped
     // (a last frame delivers them). Releases the last output's bundles.
     void End() override;
@@ -98,7 +97,7 @@ private:
     uint32_t m_width = 0;
     uint32_t m_height = 0;
     uint64_t m_timeScale = 0;
-    uint64_t m_nominalDuration = 1;  // one picture at the nominal frame rate
+    uint64_t m_nominalDuration = 1;                                    // one picture at the nominal frame rate
     std::vector<std::pair<uint32_t, std::vector<uint8_t>>> m_headers;  // (NAL type, Annex-B bytes)
     bool m_headersSent = false;
     bool m_finished = false;

@@ -2,8 +2,7 @@
 
 namespace h264 {
 
-TPacket::TPacket(uint32_t type, const uint8_t* data, size_t size, uint64_t time, uint64_t timeBase,
-                 uint64_t duration)
+TPacket::TPacket(uint32_t type, const uint8_t* data, size_t size, uint64_t time, uint64_t timeBase, uint64_t duration)
     : m_type(type), m_time(time), m_timeBase(timeBase), m_duration(duration)
 {
     if (data != nullptr)

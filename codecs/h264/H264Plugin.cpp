@@ -16,8 +16,7 @@ EVC_PLUGIN_EXPORT uint64_t QVGetNumberVideoCompressors()
     return 1;
 }
 
-EVC_PLUGIN_EXPORT void QVGetVideoCompressorInfo(uint64_t index, uint32_t* manufacturer, uint32_t* codec,
-                                                uint64_t* info)
+EVC_PLUGIN_EXPORT void QVGetVideoCompressorInfo(uint64_t index, uint32_t* manufacturer, uint32_t* codec, uint64_t* info)
 {
     if (index != 0)
         return;

@@ -12,8 +12,8 @@ namespace h264 {
 // character in the most significant byte.
 constexpr uint32_t FourCC(const char (&code)[5])
 {
-    return (uint32_t(uint8_t(code[0])) << 24) | (uint32_t(uint8_t(code[1])) << 16) |
-           (uint32_t(uint8_t(code[2])) << 8) | uint32_t(uint8_t(code[3]));
+    return (uint32_t(uint8_t(code[0])) << 24) | (uint32_t(uint8_t(code[1])) << 16) | (uint32_t(uint8_t(code[2])) << 8) |
+           uint32_t(uint8_t(code[3]));
 }
 
 // Presets name the compressor by these numbers in decimal:
@@ -41,11 +41,11 @@ constexpr uint32_t kPictureParameterSetPacket = 8;
 constexpr char kBitrate[] = "Bitrate";                    // eInt, kbit/s; 0: quality mode (CRF)
 constexpr char kKeyFrameInterval[] = "KeyFrameInterval";  // eInt, pictures; 0: the encoder's own (250)
 // Non-standard settings.
-constexpr char kPreset[] = "Preset";        // eEnum, "ultrafast" ... "placebo"; default "medium"
-constexpr char kTune[] = "Tune";            // eEnum, "none", "film", ... "zerolatency"; default "none"
-constexpr char kProfile[] = "Profile";      // eEnum, "auto", "baseline", "main", "high"; default "auto"
-constexpr char kCRF[] = "CRF";              // eDouble, 0 to 51; default 23; used when Bitrate is 0
-constexpr char kThreads[] = "Threads";      // eInt, 0: as many as the machine suits
+constexpr char kPreset[] = "Preset";    // eEnum, "ultrafast" ... "placebo"; default "medium"
+constexpr char kTune[] = "Tune";        // eEnum, "none", "film", ... "zerolatency"; default "none"
+constexpr char kProfile[] = "Profile";  // eEnum, "auto", "baseline", "main", "high"; default "auto"
+constexpr char kCRF[] = "CRF";          // eDouble, 0 to 51; default 23; used when Bitrate is 0
+constexpr char kThreads[] = "Threads";  // eInt, 0: as many as the machine suits
 // eDouble, nominal pictures per second; 0: 25. Rate control follows the
 // pictures' times (one picture of delay) except with Tune "zerolatency",
 // where it relies on this rate and every picture comes out of its own call.

@@ -11,12 +11,12 @@ class IPacket {
 public:
     virtual uint32_t getType() const = 0;
     virtual uint32_t getTrack() const = 0;
-    virtual uint64_t getTime() const = 0;       // in units of the time base
-    virtual uint64_t getTimeBase() const = 0;   // units per second
-    virtual uint64_t getDuration() const = 0;   // in units of the time base
+    virtual uint64_t getTime() const = 0;              // in units of the time base
+    virtual uint64_t getTimeBase() const = 0;          // units per second
+    virtual uint64_t getDuration() const = 0;          // in units of the time base
     virtual const uint8_t* getDescriptor() const = 0;  // null when there is none
     virtual uint64_t getDescriptorSize() const = 0;
-    virtual const uint8_t* getData() const = 0;        // null when there is none
+    virtual const uint8_t* getData() const = 0;  // null when there is none
     virtual uint64_t getDataSize() const = 0;
     // A new packet with the same content, owned by the caller.
     virtual IPacket* clone() const = 0;

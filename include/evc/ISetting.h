@@ -84,6 +84,6 @@ public:
     virtual void Reserved16() {}
     virtual void Reserved17() {}
     virtual void Reserved18() {}
-    virtual int32_t GetCount() const = 0;              // position 19
+    virtual int32_t GetCount() const = 0;                   // position 19
     virtual ISetting* GetSetting(int32_t index) const = 0;  // position 20; null when out of range
 };

@@ -17,8 +17,7 @@ extern "C" {
 typedef uint64_t (*QVGetNumberVideoCompressorsFunc)();
 // The codes of compressor index (from 0). The host zeroes the outputs first;
 // all three left 0 marks an empty slot.
-typedef void (*QVGetVideoCompressorInfoFunc)(uint64_t index, uint32_t* manufacturer, uint32_t* codec,
-                                             uint64_t* info);
+typedef void (*QVGetVideoCompressorInfoFunc)(uint64_t index, uint32_t* manufacturer, uint32_t* codec, uint64_t* info);
 // An object for the pair, or null. The host keeps it as the prototype that
 // new compressors are made from (CreateInstance).
 typedef IVideoCompressor* (*CreateVideoCompressorFunc)(uint32_t manufacturer, uint32_t codec);

@@ -25,94 +25,94 @@ bool zk_set_str(std::string& str, const char* text);
 // Millisecond stopwatch started at construction.
 class CASystemTime {
 public:
-  CASystemTime();
+    CASystemTime();
 
-  // Milliseconds since construction; wraps after about 49.7 days.
-  unsigned int elapsed() const;
+    // Milliseconds since construction; wraps after about 49.7 days.
+    unsigned int elapsed() const;
 
-  static void msleep(unsigned int ms);
+    static void msleep(unsigned int ms);
 
 private:
-  long long m_seconds;
-  long long m_microseconds;
+    long long m_seconds;
+    long long m_microseconds;
 };
 
 // Counting semaphore with a system-wide name, shared by unrelated processes.
 // The system object is opened under ZKMakePlatformSafeKey(name).
 class CASystemSemaphore {
 public:
-  CASystemSemaphore();
-  ~CASystemSemaphore();
-  CASystemSemaphore(const CASystemSemaphore&) = delete;
-  CASystemSemaphore& operator=(const CASystemSemaphore&) = delete;
+    CASystemSemaphore();
+    ~CASystemSemaphore();
+    CASystemSemaphore(const CASystemSemaphore&) = delete;
+    CASystemSemaphore& operator=(const CASystemSemaphore&) = delete;
 
-  bool create(const char* name, unsigned int initialCount);
-  bool attach(const char* name);
-  bool waitToAttach(const char* name, unsigned int ms);
+    bool create(const char* name, unsigned int initialCount);
+    bool attach(const char* name);
+    bool waitToAttach(const char* name, unsigned int ms);
 
-  bool wait();
-  bool tryWait();
-  bool timedWait(unsigned int ms);
-  bool post();
+    bool wait();
+    bool tryWait();
+    bool timedWait(unsigned int ms);
+    bool post();
 
-  bool isOpen() const { return m_private != nullptr; }
+    bool isOpen() const { return m_private != nullptr; }
 
-  // Removes the name from the system's name space; open handles stay valid.
-  // Linux keeps named semaphores until reboot, so whoever made a name for a
-  // session removes it when the session ends. A missing name is not an error.
-  static bool remove(const char* name);
+    // Removes the name from the system's name space; open handles stay valid.
+    // Linux keeps named semaphores until reboot, so whoever made a name for a
+    // session removes it when the session ends. A missing name is not an error.
+    static bool remove(const char* name);
 
 private:
-  class TPrivate;
-  std::unique_ptr<TPrivate> m_private;
+    class TPrivate;
+    std::unique_ptr<TPrivate> m_private;
 };
 
 // Process-local mutex with a polled timed lock.
 class CAThreadMutex {
 public:
-  CAThreadMutex();
-  ~CAThreadMutex();
-  CAThreadMutex(const CAThreadMutex&) = delete;
-  CAThreadMutex& operator=(const CAThreadMutex&) = delete;
+    CAThreadMutex();
+    ~CAThreadMutex();
+    CAThreadMutex(const CAThreadMutex&) = delete;
+    CAThreadMutex& operator=(const CAThreadMutex&) = delete;
 
-  bool lock();
-  bool unlock();
-  bool tryLock();
-  bool timedLock(unsigned int ms);
+    bool lock();
+    bool unlock();
+    bool tryLock();
+    bool timedLock(unsigned int ms);
 
 private:
-  class TPrivate;
-  std::unique_ptr<TPrivate> m_private;
+    class TPrivate;
+    std::unique_ptr<TPrivate> m_private;
 };
 
 // A file mapped read-write and shared by every process that opens the same
 // path, with a binary cross-process lock named after the path.
 class CAMemoryMappedFile {
 public:
-  CAMemoryMappedFile();
-  ~CAMemoryMappedFile();
-  CAMemoryMappedFile(const CAMemoryMappedFile&) = delete;
-  CAMemoryMappedFile& operator=(const CAMemoryMappedFile&) = delete;
+    CAMemoryMappedFile();
+    ~CAMemoryMappedFile();
+    CAMemoryMappedFile(const CAMemoryMappedFile&) = delete;
+    CAMemoryMappedFile& operator=(const CAMemoryMappedFile&) = delete;
 
-  bool create(const char* path, size_t size);
-  bool attach(const char* path);
-  bool waitToAttach(const char* path, unsigned int ms);
-  void detach();
+    bool create(const char* path, size_t size);
+    bool attach(const char* path);
+    bool waitToAttach(const char* path, unsigned int ms);
+    void detach();
 
-  void* data() const;
-  size_t size() const;
-  std::string name() const;
+    void* data() const;
+    size_t size() const;
+    std::string name() const;
 
-  bool lock();
-  bool unlock();
-  bool tryLock();
-  bool timedLock(unsigned int ms);
+    bool lock();
+    bool unlock();
+    bool tryLock();
+    bool timedLock(unsigned int ms);
 
-  // Creates a new empty file named prefix + ten unique characters in the
-  // temporary folder and stores its path.
-  static bool makeTempFile(std::string& path, const char* prefix);
+    // Creates a new empty file named prefix + ten unique characters in the
+    // temporary folder and stores its path.
+    static bool makeTempFile(std::string& path, const char* prefix);
 
 private:
-  class TPrivate;
-  std::unique_ptr<TPrivate> m_private;
+    class TPrivate;
+    std::unique_ptr<TPrivate> m_private;
 };

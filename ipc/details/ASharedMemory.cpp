@@ -9,7 +9,7 @@ namespace {
 
 constexpr size_t align8(size_t n)
 {
-  return (n + 7) & ~size_t(7);
+    return (n + 7) & ~size_t(7);
 }
 
 }  // namespace
@@ -19,12 +19,12 @@ constexpr size_t align8(size_t n)
 
 bool CASharedMemory::TFragment::contains(const TFragment& other) const
 {
-  return other.m_offset >= m_offset && other.m_offset + other.m_size <= m_offset + m_size;
+    return other.m_offset >= m_offset && other.m_offset + other.m_size <= m_offset + m_size;
 }
 
 bool CASharedMemory::TFragment::isAdjacent(const TFragment& other) const
 {
-  return m_offset + m_size == other.m_offset || other.m_offset + other.m_size == m_offset;
+    return m_offset + m_size == other.m_offset || other.m_offset + other.m_size == m_offset;
 }
 
 // ---------------------------------------------------------------------------
@@ -34,97 +34,97 @@ CASharedMemory::CASharedMemory() = default;
 
 CASharedMemory::~CASharedMemory()
 {
-  detach();
+    detach();
 }
 
 bool CASharedMemory::create(const char* key, size_t size)
 {
-  if (m_backend) {
-    if (m_backend->name() == key)
-      return m_backend->size() <= size;
-    detach();
-  }
-  clearCache();
-  m_changeCount = 0;
-  // The mapped file takes the size as a signed 32-bit count.
-  if (size > static_cast<size_t>(INT_MAX))
-    return false;
-  auto backend = std::make_unique<CAMemoryMappedFile>();
-  if (!backend->create(key, size))
-    return false;
-  m_backend = std::move(backend);
+    if (m_backend) {
+        if (m_backend->name() == key)
+            return m_backend->size() <= size;
+        detach();
+    }
+    clearCache();
+    m_changeCount = 0;
+    // The mapped file takes the size as a signed 32-bit count.
+    if (size > static_cast<size_t>(INT_MAX))
+        return false;
+    auto backend = std::make_unique<CAMemoryMappedFile>();
+    if (!backend->create(key, size))
+        return false;
+    m_backend = std::move(backend);
 
-  // The fragments tile whole 8-byte words; a file longer than asked for (an
-  // existing file) is used in full so that every process walks the same chain.
-  const size_t end = tableEnd();
-  if (end < kChangeCounterSize + kFragmentHeaderSize) {
-    detach();
-    return false;
-  }
-  TFragment all;
-  all.m_offset = kChangeCounterSize;
-  all.m_size = end - kChangeCounterSize;
-  all.m_headerSize = kFragmentHeaderSize;
-  m_freeFragments.push_back(all);
+    // The fragments tile whole 8-byte words; a file longer than asked for (an
+    // existing file) is used in full so that every process walks the same chain.
+    const size_t end = tableEnd();
+    if (end < kChangeCounterSize + kFragmentHeaderSize) {
+        detach();
+        return false;
+    }
+    TFragment all;
+    all.m_offset = kChangeCounterSize;
+    all.m_size = end - kChangeCounterSize;
+    all.m_headerSize = kFragmentHeaderSize;
+    m_freeFragments.push_back(all);
 
-  m_backend->lock();
-  saveTableOfContents();
-  m_backend->unlock();
-  return true;
+    m_backend->lock();
+    saveTableOfContents();
+    m_backend->unlock();
+    return true;
 }
 
 bool CASharedMemory::attach(const char* key)
 {
-  if (m_backend && m_backend->name() == key)
-    return true;
-  detach();
-  auto backend = std::make_unique<CAMemoryMappedFile>();
-  if (!backend->attach(key))
-    return false;
-  m_backend = std::move(backend);
-
-  bool loaded = false;
-  if (m_backend->lock()) {
-    loaded = loadTableOfContents();
-    m_backend->unlock();
-  }
-  // A segment whose chain cannot be walked is refused rather than half used.
-  if (!loaded) {
+    if (m_backend && m_backend->name() == key)
+        return true;
     detach();
-    return false;
-  }
-  return true;
+    auto backend = std::make_unique<CAMemoryMappedFile>();
+    if (!backend->attach(key))
+        return false;
+    m_backend = std::move(backend);
+
+    bool loaded = false;
+    if (m_backend->lock()) {
+        loaded = loadTableOfContents();
+        m_backend->unlock();
+    }
+    // A segment whose chain cannot be walked is refused rather than half used.
+    if (!loaded) {
+        detach();
+        return false;
+    }
+    return true;
 }
 
 bool CASharedMemory::waitToAttach(const char* key)
 {
-  while (!attach(key))
-    yield(1);
-  return true;
+    while (!attach(key))
+        yield(1);
+    return true;
 }
 
 void CASharedMemory::detach()
 {
-  m_backend.reset();
-  clearCache();
-  m_changeCount = 0;
+    m_backend.reset();
+    clearCache();
+    m_changeCount = 0;
 }
 
 std::string CASharedMemory::key() const
 {
-  assert(m_backend);
-  return m_backend ? m_backend->name() : std::string();
+    assert(m_backend);
+    return m_backend ? m_backend->name() : std::string();
 }
 
 size_t CASharedMemory::size() const
 {
-  assert(m_backend);
-  return m_backend ? m_backend->size() : 0;
+    assert(m_backend);
+    return m_backend ? m_backend->size() : 0;
 }
 
 void* CASharedMemory::data() const
 {
-  return m_backend ? m_backend->data() : nullptr;
+    return m_backend ? m_backend->data() : nullptr;
 }
 
 // ---------------------------------------------------------------------------
@@ -132,96 +132,96 @@ void* CASharedMemory::data() const
 
 void* CASharedMemory::allocate(const char* name, size_t size)
 {
-  assert(m_backend);
-  if (!m_backend || name == nullptr || !m_backend->lock())
-    return nullptr;
+    assert(m_backend);
+    if (!m_backend || name == nullptr || !m_backend->lock())
+        return nullptr;
 
-  void* block = nullptr;
-  const size_t nameSize = std::strlen(name);
-  const size_t end = tableEnd();
-  if (loadTableOfContents() && m_fragments.count(name) == 0 && nameSize < end && size < end) {
-    const size_t headerSize = kFragmentHeaderSize + align8(nameSize);
-    size_t needed = headerSize + align8(size);
+    void* block = nullptr;
+    const size_t nameSize = std::strlen(name);
+    const size_t end = tableEnd();
+    if (loadTableOfContents() && m_fragments.count(name) == 0 && nameSize < end && size < end) {
+        const size_t headerSize = kFragmentHeaderSize + align8(nameSize);
+        size_t needed = headerSize + align8(size);
 
-    auto best = m_freeFragments.begin();  // sorted by size: the first fit is the best fit
-    while (best != m_freeFragments.end() && best->m_size < needed)
-      ++best;
-    if (best != m_freeFragments.end()) {
-      // A remainder too small for a header of its own goes with the block.
-      if (best->m_size - needed < kFragmentHeaderSize)
-        needed = best->m_size;
+        auto best = m_freeFragments.begin();  // sorted by size: the first fit is the best fit
+        while (best != m_freeFragments.end() && best->m_size < needed)
+            ++best;
+        if (best != m_freeFragments.end()) {
+            // A remainder too small for a header of its own goes with the block.
+            if (best->m_size - needed < kFragmentHeaderSize)
+                needed = best->m_size;
 
-      TFragment fragment;
-      fragment.m_name = name;
-      fragment.m_offset = best->m_offset;
-      fragment.m_size = needed;
-      fragment.m_dataSize = size;
-      fragment.m_headerSize = headerSize;
+            TFragment fragment;
+            fragment.m_name = name;
+            fragment.m_offset = best->m_offset;
+            fragment.m_size = needed;
+            fragment.m_dataSize = size;
+            fragment.m_headerSize = headerSize;
 
-      best->m_offset += needed;
-      best->m_size -= needed;
-      bumpChangeCount();
-      if (best->m_size != 0) {
-        saveFragment(*best);
-        m_freeFragments.sort();
-      } else {
-        m_freeFragments.erase(best);
-      }
-      m_fragments.emplace(fragment.m_name, fragment);
-      saveFragment(fragment);
+            best->m_offset += needed;
+            best->m_size -= needed;
+            bumpChangeCount();
+            if (best->m_size != 0) {
+                saveFragment(*best);
+                m_freeFragments.sort();
+            } else {
+                m_freeFragments.erase(best);
+            }
+            m_fragments.emplace(fragment.m_name, fragment);
+            saveFragment(fragment);
 
-      unsigned char* data = base() + fragment.m_offset + headerSize;
-      // Free space is kept zeroed, but the payload area of a channel may have
-      // been written over it; a new block always starts clean.
-      std::memset(data, 0, fragment.m_size - headerSize);
-      block = data;
+            unsigned char* data = base() + fragment.m_offset + headerSize;
+            // Free space is kept zeroed, but the payload area of a channel may have
+            // been written over it; a new block always starts clean.
+            std::memset(data, 0, fragment.m_size - headerSize);
+            block = data;
+        }
     }
-  }
-  m_backend->unlock();
-  return block;
+    m_backend->unlock();
+    return block;
 }
 
 bool CASharedMemory::deallocate(void* address)
 {
-  assert(m_backend);
-  if (!m_backend || !m_backend->lock())
-    return false;
+    assert(m_backend);
+    if (!m_backend || !m_backend->lock())
+        return false;
 
-  bool freed = false;
-  if (loadTableOfContents()) {
-    const unsigned char* target = static_cast<const unsigned char*>(address);
-    for (auto it = m_fragments.begin(); it != m_fragments.end(); ++it) {
-      const unsigned char* start = base() + it->second.m_offset;
-      if (start + it->second.m_headerSize <= target && target < start + it->second.m_size) {
-        TFragment fragment = it->second;
-        m_fragments.erase(it);
-        reclaim(fragment);
-        freed = true;
-        break;
-      }
+    bool freed = false;
+    if (loadTableOfContents()) {
+        const unsigned char* target = static_cast<const unsigned char*>(address);
+        for (auto it = m_fragments.begin(); it != m_fragments.end(); ++it) {
+            const unsigned char* start = base() + it->second.m_offset;
+            if (start + it->second.m_headerSize <= target && target < start + it->second.m_size) {
+                TFragment fragment = it->second;
+                m_fragments.erase(it);
+                reclaim(fragment);
+                freed = true;
+                break;
+            }
+        }
     }
-  }
-  m_backend->unlock();
-  return freed;
+    m_backend->unlock();
+    return freed;
 }
 
 void* CASharedMemory::findAddr(const char* name, size_t* dataSize)
 {
-  assert(m_backend);
-  if (!m_backend || name == nullptr || !m_backend->lock())
-    return nullptr;
+    assert(m_backend);
+    if (!m_backend || name == nullptr || !m_backend->lock())
+        return nullptr;
 
-  void* block = nullptr;
-  if (loadTableOfContents()) {
-    const auto it = m_fragments.find(name);
-    if (it != m_fragments.end()) {
-      if (dataSize)
-        *dataSize = it->second.m_dataSize;
-      block = base() + it->second.m_offset + it->second.m_headerSize;
+    void* block = nullptr;
+    if (loadTableOfContents()) {
+        const auto it = m_fragments.find(name);
+        if (it != m_fragments.end()) {
+            if (dataSize)
+                *dataSize = it->second.m_dataSize;
+            block = base() + it->second.m_offset + it->second.m_headerSize;
+        }
     }
-  }
-  m_backend->unlock();
-  return block;
+    m_backend->unlock();
+    return block;
 }
 
 // ---------------------------------------------------------------------------
@@ -231,53 +231,53 @@ void* CASharedMemory::findAddr(const char* name, size_t* dataSize)
 // can only come from a damaged segment: nothing to take.
 bool CASharedMemory::tryTake(TSemaphore* semaphore) const
 {
-  volatile int32_t* count = &semaphore->m_count;
-  m_backend->lock();
-  const bool taken = *count > 0;
-  if (taken)
-    --*count;
-  m_backend->unlock();
-  return taken;
+    volatile int32_t* count = &semaphore->m_count;
+    m_backend->lock();
+    const bool taken = *count > 0;
+    if (taken)
+        --*count;
+    m_backend->unlock();
+    return taken;
 }
 
 bool CASharedMemory::semaphoreWait(TSemaphore* semaphore) const
 {
-  if (!isInside(semaphore))
-    return false;
-  while (!tryTake(semaphore))
-    yield(1);
-  return true;
+    if (!isInside(semaphore))
+        return false;
+    while (!tryTake(semaphore))
+        yield(1);
+    return true;
 }
 
 bool CASharedMemory::semaphoreWaitTimed(TSemaphore* semaphore, unsigned int ms) const
 {
-  if (!isInside(semaphore))
-    return false;
-  const CASystemTime clock;
-  // The count is looked at once before the time, so a limit of 0 still takes
-  // an available count.
-  while (!tryTake(semaphore)) {
-    if (clock.elapsed() >= ms)
-      return false;
-    yield(1);
-  }
-  return true;
+    if (!isInside(semaphore))
+        return false;
+    const CASystemTime clock;
+    // The count is looked at once before the time, so a limit of 0 still takes
+    // an available count.
+    while (!tryTake(semaphore)) {
+        if (clock.elapsed() >= ms)
+            return false;
+        yield(1);
+    }
+    return true;
 }
 
 bool CASharedMemory::semaphorePost(TSemaphore* semaphore) const
 {
-  if (!isInside(semaphore))
-    return false;
-  volatile int32_t* count = &semaphore->m_count;
-  m_backend->lock();
-  ++*count;
-  m_backend->unlock();
-  return true;
+    if (!isInside(semaphore))
+        return false;
+    volatile int32_t* count = &semaphore->m_count;
+    m_backend->lock();
+    ++*count;
+    m_backend->unlock();
+    return true;
 }
 
 void CASharedMemory::yield(int ms)
 {
-  CASystemTime::msleep(static_cast<unsigned int>(ms));
+    CASystemTime::msleep(static_cast<unsigned int>(ms));
 }
 
 // ---------------------------------------------------------------------------
@@ -285,163 +285,162 @@ void CASharedMemory::yield(int ms)
 
 unsigned char* CASharedMemory::base() const
 {
-  return static_cast<unsigned char*>(m_backend->data());
+    return static_cast<unsigned char*>(m_backend->data());
 }
 
 size_t CASharedMemory::tableEnd() const
 {
-  const size_t length = m_backend->size();
-  if (length < kChangeCounterSize)
-    return 0;
-  return kChangeCounterSize + ((length - kChangeCounterSize) & ~size_t(7));
+    const size_t length = m_backend->size();
+    if (length < kChangeCounterSize)
+        return 0;
+    return kChangeCounterSize + ((length - kChangeCounterSize) & ~size_t(7));
 }
 
 uint64_t CASharedMemory::readWord(size_t offset) const
 {
-  uint64_t value;
-  std::memcpy(&value, base() + offset, sizeof value);
-  return value;
+    uint64_t value;
+    std::memcpy(&value, base() + offset, sizeof value);
+    return value;
 }
 
 void CASharedMemory::writeWord(size_t offset, uint64_t value)
 {
-  std::memcpy(base() + offset, &value, sizeof value);
+    std::memcpy(base() + offset, &value, sizeof value);
 }
 
 bool CASharedMemory::isInside(const TSemaphore* semaphore) const
 {
-  assert(m_backend);
-  if (!m_backend)
-    return false;
-  const unsigned char* p = reinterpret_cast<const unsigned char*>(semaphore);
-  const bool inside = p >= base() && p + sizeof(TSemaphore) <= base() + m_backend->size();
-  assert(inside && "semaphore outside the segment");
-  return inside;
+    assert(m_backend);
+    if (!m_backend)
+        return false;
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(semaphore);
+    const bool inside = p >= base() && p + sizeof(TSemaphore) <= base() + m_backend->size();
+    assert(inside && "semaphore outside the segment");
+    return inside;
 }
 
 void CASharedMemory::clearCache()
 {
-  m_fragments.clear();
-  m_freeFragments.clear();
+    m_fragments.clear();
+    m_freeFragments.clear();
 }
 
 bool CASharedMemory::loadTableOfContents()
 {
-  if (tableEnd() < kChangeCounterSize + kFragmentHeaderSize) {
-    clearCache();
-    m_changeCount = 0;
-    return false;
-  }
-  const uint64_t changeCount = readWord(0);
-  if (changeCount <= m_changeCount)
-    return true;
+    if (tableEnd() < kChangeCounterSize + kFragmentHeaderSize) {
+        clearCache();
+        m_changeCount = 0;
+        return false;
+    }
+    const uint64_t changeCount = readWord(0);
+    if (changeCount <= m_changeCount)
+        return true;
 
-  std::map<std::string, TFragment> fragments;
-  std::list<TFragment> freeFragments;
-  const size_t end = tableEnd();
-  bool intact = true;
-  for (size_t offset = kChangeCounterSize; offset < end;) {
-    TFragment fragment;
-    if (!loadFragment(offset, fragment)) {
-      intact = false;
-      break;
+    std::map<std::string, TFragment> fragments;
+    std::list<TFragment> freeFragments;
+    const size_t end = tableEnd();
+    bool intact = true;
+    for (size_t offset = kChangeCounterSize; offset < end;) {
+        TFragment fragment;
+        if (!loadFragment(offset, fragment)) {
+            intact = false;
+            break;
+        }
+        offset += fragment.m_size;
+        if (fragment.m_name.empty())
+            freeFragments.push_back(fragment);
+        else if (!fragments.emplace(fragment.m_name, fragment).second) {
+            intact = false;  // two blocks of one name
+            break;
+        }
     }
-    offset += fragment.m_size;
-    if (fragment.m_name.empty())
-      freeFragments.push_back(fragment);
-    else if (!fragments.emplace(fragment.m_name, fragment).second) {
-      intact = false;  // two blocks of one name
-      break;
+    if (!intact) {
+        // Refuse the whole table; the next operation walks it again.
+        clearCache();
+        m_changeCount = 0;
+        return false;
     }
-  }
-  if (!intact) {
-    // Refuse the whole table; the next operation walks it again.
-    clearCache();
-    m_changeCount = 0;
-    return false;
-  }
-  freeFragments.sort();  // stable: equal sizes stay in address order
-  m_fragments.swap(fragments);
-  m_freeFragments.swap(freeFragments);
-  m_changeCount = changeCount;
-  return true;
+    freeFragments.sort();  // stable: equal sizes stay in address order
+    m_fragments.swap(fragments);
+    m_freeFragments.swap(freeFragments);
+    m_changeCount = changeCount;
+    return true;
 }
 
 // Reads the header at offset; false for any header that does not describe a
 // fragment lying wholly inside the tiled part of the segment.
 bool CASharedMemory::loadFragment(size_t offset, TFragment& fragment) const
 {
-  const size_t end = tableEnd();
-  if (offset > end || end - offset < kFragmentHeaderSize)
-    return false;
-  const uint64_t size = readWord(offset);
-  if (size < kFragmentHeaderSize || size % 8 != 0 || size > end - offset)
-    return false;
-  const uint64_t dataSize = readWord(offset + 8);
-  const uint64_t nameSize = readWord(offset + 16);
-  if (nameSize > size - kFragmentHeaderSize)
-    return false;
-  const size_t headerSize = kFragmentHeaderSize + align8(nameSize);
-  if (headerSize > size || (nameSize != 0 && dataSize > size - headerSize))
-    return false;
+    const size_t end = tableEnd();
+    if (offset > end || end - offset < kFragmentHeaderSize)
+        return false;
+    const uint64_t size = readWord(offset);
+    if (size < kFragmentHeaderSize || size % 8 != 0 || size > end - offset)
+        return false;
+    const uint64_t dataSize = readWord(offset + 8);
+    const uint64_t nameSize = readWord(offset + 16);
+    if (nameSize > size - kFragmentHeaderSize)
+        return false;
+    const size_t headerSize = kFragmentHeaderSize + align8(nameSize);
+    if (headerSize > size || (nameSize != 0 && dataSize > size - headerSize))
+        return false;
 
-  fragment.m_name.assign(reinterpret_cast<const char*>(base() + offset + kFragmentHeaderSize),
-                         nameSize);
-  fragment.m_offset = offset;
-  fragment.m_size = size;
-  fragment.m_dataSize = nameSize != 0 ? dataSize : 0;
-  fragment.m_headerSize = headerSize;
-  return true;
+    fragment.m_name.assign(reinterpret_cast<const char*>(base() + offset + kFragmentHeaderSize), nameSize);
+    fragment.m_offset = offset;
+    fragment.m_size = size;
+    fragment.m_dataSize = nameSize != 0 ? dataSize : 0;
+    fragment.m_headerSize = headerSize;
+    return true;
 }
 
 void CASharedMemory::saveFragment(const TFragment& fragment)
 {
-  const size_t nameSize = fragment.m_name.size();
-  assert(fragment.m_offset + kFragmentHeaderSize + align8(nameSize) <= tableEnd() &&
-         "toc + align<8>(nameSize) <= end");
-  unsigned char* toc = base() + fragment.m_offset;
-  writeWord(fragment.m_offset, fragment.m_size);
-  writeWord(fragment.m_offset + 8, fragment.m_dataSize);
-  writeWord(fragment.m_offset + 16, nameSize);
-  std::memcpy(toc + kFragmentHeaderSize, fragment.m_name.data(), nameSize);
-  std::memset(toc + kFragmentHeaderSize + nameSize, 0, align8(nameSize) - nameSize);
+    const size_t nameSize = fragment.m_name.size();
+    assert(fragment.m_offset + kFragmentHeaderSize + align8(nameSize) <= tableEnd() &&
+           "toc + align<8>(nameSize) <= end");
+    unsigned char* toc = base() + fragment.m_offset;
+    writeWord(fragment.m_offset, fragment.m_size);
+    writeWord(fragment.m_offset + 8, fragment.m_dataSize);
+    writeWord(fragment.m_offset + 16, nameSize);
+    std::memcpy(toc + kFragmentHeaderSize, fragment.m_name.data(), nameSize);
+    std::memset(toc + kFragmentHeaderSize + nameSize, 0, align8(nameSize) - nameSize);
 }
 
 void CASharedMemory::saveTableOfContents()
 {
-  bumpChangeCount();
-  for (const auto& entry : m_fragments)
-    saveFragment(entry.second);
-  for (const TFragment& fragment : m_freeFragments)
-    saveFragment(fragment);
+    bumpChangeCount();
+    for (const auto& entry : m_fragments)
+        saveFragment(entry.second);
+    for (const TFragment& fragment : m_freeFragments)
+        saveFragment(fragment);
 }
 
 void CASharedMemory::bumpChangeCount()
 {
-  m_changeCount = readWord(0) + 1;
-  writeWord(0, m_changeCount);
+    m_changeCount = readWord(0) + 1;
+    writeWord(0, m_changeCount);
 }
 
 void CASharedMemory::reclaim(TFragment fragment)
 {
-  fragment.m_name.clear();
-  fragment.m_dataSize = 0;
-  fragment.m_headerSize = kFragmentHeaderSize;
-  for (bool merged = true; merged;) {
-    merged = false;
-    for (auto it = m_freeFragments.begin(); it != m_freeFragments.end(); ++it) {
-      if (fragment.isAdjacent(*it)) {
-        fragment.m_offset = std::min(fragment.m_offset, it->m_offset);
-        fragment.m_size += it->m_size;
-        m_freeFragments.erase(it);
-        merged = true;
-        break;
-      }
+    fragment.m_name.clear();
+    fragment.m_dataSize = 0;
+    fragment.m_headerSize = kFragmentHeaderSize;
+    for (bool merged = true; merged;) {
+        merged = false;
+        for (auto it = m_freeFragments.begin(); it != m_freeFragments.end(); ++it) {
+            if (fragment.isAdjacent(*it)) {
+                fragment.m_offset = std::min(fragment.m_offset, it->m_offset);
+                fragment.m_size += it->m_size;
+                m_freeFragments.erase(it);
+                merged = true;
+                break;
+            }
+        }
     }
-  }
-  bumpChangeCount();
-  saveFragment(fragment);
-  std::memset(base() + fragment.m_offset + 8, 0, fragment.m_size - 8);
-  m_freeFragments.push_back(fragment);
-  m_freeFragments.sort();
+    bumpChangeCount();
+    saveFragment(fragment);
+    std::memset(base() + fragment.m_offset + 8, 0, fragment.m_size - 8);
+    m_freeFragments.push_back(fragment);
+    m_freeFragments.sort();
 }

@@ -16,99 +16,99 @@
 
 class CASharedMemory {
 public:
-  // Counting semaphore living inside a block of the segment; the segment's
-  // cross-process lock protects it.
-  struct TSemaphore {
-    explicit TSemaphore(int32_t count = 0) : m_count(count) {}
-    int32_t m_count;
-  };
+    // Counting semaphore living inside a block of the segment; the segment's
+    // cross-process lock protects it.
+    struct TSemaphore {
+        explicit TSemaphore(int32_t count = 0) : m_count(count) {}
+        int32_t m_count;
+    };
 
-  // Sizes of the segment's own bookkeeping, in bytes.
-  static constexpr size_t kChangeCounterSize = 8;
-  static constexpr size_t kFragmentHeaderSize = 24;  // size, data size, name size
+    // Sizes of the segment's own bookkeeping, in bytes.
+    static constexpr size_t kChangeCounterSize = 8;
+    static constexpr size_t kFragmentHeaderSize = 24;  // size, data size, name size
 
-  CASharedMemory();
-  ~CASharedMemory();
-  CASharedMemory(const CASharedMemory&) = delete;
-  CASharedMemory& operator=(const CASharedMemory&) = delete;
+    CASharedMemory();
+    ~CASharedMemory();
+    CASharedMemory(const CASharedMemory&) = delete;
+    CASharedMemory& operator=(const CASharedMemory&) = delete;
 
-  bool create(const char* key, size_t size);
-  bool attach(const char* key);
-  bool waitToAttach(const char* key);
-  void detach();
+    bool create(const char* key, size_t size);
+    bool attach(const char* key);
+    bool waitToAttach(const char* key);
+    void detach();
 
-  bool isOpen() const { return m_backend != nullptr; }
-  std::string key() const;
-  size_t size() const;
-  // Start of the mapping (the change counter); null when empty.
-  void* data() const;
+    bool isOpen() const { return m_backend != nullptr; }
+    std::string key() const;
+    size_t size() const;
+    // Start of the mapping (the change counter); null when empty.
+    void* data() const;
 
-  // A new zero-filled block of at least size bytes named name, or null when no
-  // free fragment is large enough, the name exists or the table is damaged.
-  void* allocate(const char* name, size_t size);
-  // Frees the block whose data contains address; false when none does.
-  bool deallocate(void* address);
-  // The data of the block named name, or null; dataSize receives its length.
-  void* findAddr(const char* name, size_t* dataSize = nullptr);
+    // A new zero-filled block of at least size bytes named name, or null when no
+    // free fragment is large enough, the name exists or the table is damaged.
+    void* allocate(const char* name, size_t size);
+    // Frees the block whose data contains address; false when none does.
+    bool deallocate(void* address);
+    // The data of the block named name, or null; dataSize receives its length.
+    void* findAddr(const char* name, size_t* dataSize = nullptr);
 
-  // The semaphore must lie inside this segment; false otherwise.
-  bool semaphoreWait(TSemaphore* semaphore) const;
-  bool semaphoreWaitTimed(TSemaphore* semaphore, unsigned int ms) const;
-  bool semaphorePost(TSemaphore* semaphore) const;
+    // The semaphore must lie inside this segment; false otherwise.
+    bool semaphoreWait(TSemaphore* semaphore) const;
+    bool semaphoreWaitTimed(TSemaphore* semaphore, unsigned int ms) const;
+    bool semaphorePost(TSemaphore* semaphore) const;
 
-  static void yield(int ms);
+    static void yield(int ms);
 
-  template <class T>
-  T* construct(const char* name)
-  {
-    void* block = allocate(name, sizeof(T));
-    return block ? new (block) T() : nullptr;
-  }
-
-  template <class T>
-  T* waitToFindTimed(const char* name, unsigned int ms)
-  {
-    const CASystemTime clock;
-    for (;;) {
-      if (void* block = findAddr(name, nullptr))
-        return static_cast<T*>(block);
-      if (clock.elapsed() >= ms)
-        return nullptr;
-      yield(1);
+    template <class T>
+    T* construct(const char* name)
+    {
+        void* block = allocate(name, sizeof(T));
+        return block ? new (block) T() : nullptr;
     }
-  }
+
+    template <class T>
+    T* waitToFindTimed(const char* name, unsigned int ms)
+    {
+        const CASystemTime clock;
+        for (;;) {
+            if (void* block = findAddr(name, nullptr))
+                return static_cast<T*>(block);
+            if (clock.elapsed() >= ms)
+                return nullptr;
+            yield(1);
+        }
+    }
 
 private:
-  struct TFragment {
-    std::string m_name;
-    size_t m_offset = 0;
-    size_t m_size = 0;
-    size_t m_dataSize = 0;
-    size_t m_headerSize = 0;
+    struct TFragment {
+        std::string m_name;
+        size_t m_offset = 0;
+        size_t m_size = 0;
+        size_t m_dataSize = 0;
+        size_t m_headerSize = 0;
 
-    bool contains(const TFragment& other) const;
-    bool isAdjacent(const TFragment& other) const;
-    bool operator<(const TFragment& other) const { return m_size < other.m_size; }
-  };
+        bool contains(const TFragment& other) const;
+        bool isAdjacent(const TFragment& other) const;
+        bool operator<(const TFragment& other) const { return m_size < other.m_size; }
+    };
 
-  unsigned char* base() const;
-  // End of the part of the mapping that fragments tile (a multiple of 8).
-  size_t tableEnd() const;
-  uint64_t readWord(size_t offset) const;
-  void writeWord(size_t offset, uint64_t value);
-  bool isInside(const TSemaphore* semaphore) const;
-  bool tryTake(TSemaphore* semaphore) const;
+    unsigned char* base() const;
+    // End of the part of the mapping that fragments tile (a multiple of 8).
+    size_t tableEnd() const;
+    uint64_t readWord(size_t offset) const;
+    void writeWord(size_t offset, uint64_t value);
+    bool isInside(const TSemaphore* semaphore) const;
+    bool tryTake(TSemaphore* semaphore) const;
 
-  bool loadTableOfContents();
-  bool loadFragment(size_t offset, TFragment& fragment) const;
-  void saveFragment(const TFragment& fragment);
-  void saveTableOfContents();
-  void bumpChangeCount();
-  void reclaim(TFragment fragment);
-  void clearCache();
+    bool loadTableOfContents();
+    bool loadFragment(size_t offset, TFragment& fragment) const;
+    void saveFragment(const TFragment& fragment);
+    void saveTableOfContents();
+    void bumpChangeCount();
+    void reclaim(TFragment fragment);
+    void clearCache();
 
-  std::map<std::string, TFragment> m_fragments;
-  std::list<TFragment> m_freeFragments;
-  std::unique_ptr<CAMemoryMappedFile> m_backend;
-  uint64_t m_changeCount = 0;
+    std::map<std::string, TFragment> m_fragments;
+    std::list<TFragment> m_freeFragments;
+    std::unique_ptr<CAMemoryMappedFile> m_backend;
+    uint64_t m_changeCount = 0;
 };

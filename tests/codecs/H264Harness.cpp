@@ -280,14 +280,16 @@ TCommandResult RunCommand(const std::string& command)
 std::string ProbeStream(const std::string& path)
 {
     return RunCommand("ffprobe -v error -f h264 -count_frames -select_streams v:0 "
-               "-show_entries stream=width,height,nb_read_frames -of default=nw=1 '" + path + "'")
+                      "-show_entries stream=width,height,nb_read_frames -of default=nw=1 '" +
+                      path + "'")
         .output;
 }
 
 std::vector<int> ProbeKeyFrames(const std::string& path)
 {
     const std::string text =
-        RunCommand("ffprobe -v error -f h264 -select_streams v:0 -show_entries frame=key_frame -of csv=p=0 '" + path + "'")
+        RunCommand("ffprobe -v error -f h264 -select_streams v:0 -show_entries frame=key_frame -of csv=p=0 '" + path +
+                   "'")
             .output;
     std::vector<int> keys;
     std::istringstream lines(text);

@@ -88,10 +88,10 @@ struct TPacketCopy {
 struct TStream {
     std::vector<TPacketCopy> descriptors;
     std::vector<TPacketCopy> pictures;
-    int descriptorOutputs = 0;           // outputs that carried descriptors
+    int descriptorOutputs = 0;            // outputs that carried descriptors
     std::vector<size_t> picturesPerCall;  // pictures in each output
     std::vector<uint32_t> statuses;
-    double seconds = 0;                  // time spent in CompressFrame
+    double seconds = 0;  // time spent in CompressFrame
 
     // Descriptors first, then the pictures: an Annex-B elementary stream.
     std::vector<uint8_t> AnnexB() const;

@@ -30,7 +30,8 @@ TEST(H264Collection, TheBundleIsDiscoveredAndCreatedByItsCodes)
     {
         std::unique_ptr<IVideoCompressor> exact(collection.CreateVideoCompressor(codes::kManufacturer, codes::kCodec));
         std::unique_ptr<IVideoCompressor> anyMaker(collection.CreateVideoCompressor(0, codes::kCodec));
-        std::unique_ptr<IVideoCompressor> other(collection.CreateVideoCompressor(codes::kManufacturer, codes::FourCC("hvc1")));
+        std::unique_ptr<IVideoCompressor> other(
+            collection.CreateVideoCompressor(codes::kManufacturer, codes::FourCC("hvc1")));
         ASSERT_NE(exact, nullptr);
         EXPECT_NE(exact.get(), record->m_prototype) << "the host gets an instance, not the prototype";
         EXPECT_NE(anyMaker, nullptr);

@@ -103,8 +103,7 @@ TEST_F(H264Test, BeginRejectsBadSamplesAndSettings)
         {"preset in capitals", [](IVideoCompressor& c, ZKEncImage_t&) { SetEnum(c, "Preset", "Medium"); },
          kBadArgument},
         {"unknown tune", [](IVideoCompressor& c, ZKEncImage_t&) { SetEnum(c, "Tune", "loud"); }, kBadArgument},
-        {"10-bit profile", [](IVideoCompressor& c, ZKEncImage_t&) { SetEnum(c, "Profile", "high10"); },
-         kBadArgument},
+        {"10-bit profile", [](IVideoCompressor& c, ZKEncImage_t&) { SetEnum(c, "Profile", "high10"); }, kBadArgument},
         {"lossless in baseline",
          [](IVideoCompressor& c, ZKEncImage_t&) {
              SetEnum(c, "Profile", "baseline");

@@ -126,7 +126,7 @@ TEST_F(H264Test, LosslessRoundTripKeepsPaddedAndBottomUpRows)
         TTempFile encoded, decoded;
         encoded.Write(stream.AnnexB());
         const TCommandResult result = RunCommand("ffmpeg -nostdin -y -v error -f h264 -i '" + encoded.Path() +
-                                          "' -f rawvideo -pix_fmt yuv420p '" + decoded.Path() + "'");
+                                                 "' -f rawvideo -pix_fmt yuv420p '" + decoded.Path() + "'");
         ASSERT_EQ(result.status, 0) << result.output;
         const std::vector<uint8_t> pixels = decoded.Read();
         ASSERT_EQ(pixels.size(), expected.size());

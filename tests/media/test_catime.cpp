@@ -30,9 +30,9 @@ TEST(CATime, ConversionRoundsHalfUp)
     const struct {
         uint64_t time, scale, to, expected;
     } cases[] = {
-        {1, 3, 2, 1},      // 0.667 rounds up
-        {1, 4, 2, 1},      // exactly a half rounds up
-        {1, 5, 2, 0},      // 0.4 rounds down
+        {1, 3, 2, 1},  // 0.667 rounds up
+        {1, 4, 2, 1},  // exactly a half rounds up
+        {1, 5, 2, 0},  // 0.4 rounds down
         {1, 3, 1000, 333},
         {2, 3, 1000, 667},
         {3003, 30000, 90000, 9009},
@@ -72,12 +72,11 @@ TEST(CATime, Equality)
         {CATime(3000000000, 3000000000), CATime(5000000002, 5000000000), false},
         {CATime(3000000000, 3000000000), CATime(4999999999, 5000000000), true},
         // Same products, both sides overflowing and exactly equal in seconds.
-        {CATime(4000000000000000000ull, 4000000000), CATime(8000000000000000000ull, 8000000000),
-         true},
+        {CATime(4000000000000000000ull, 4000000000), CATime(8000000000000000000ull, 8000000000), true},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(c.a == c.b, c.equal) << c.a.GetTime() << "/" << c.a.GetTimeScale() << " vs "
-                                       << c.b.GetTime() << "/" << c.b.GetTimeScale();
+        EXPECT_EQ(c.a == c.b, c.equal) << c.a.GetTime() << "/" << c.a.GetTimeScale() << " vs " << c.b.GetTime() << "/"
+                                       << c.b.GetTimeScale();
         EXPECT_EQ(c.b == c.a, c.equal) << "equality must be symmetric";
         EXPECT_EQ(c.a != c.b, !c.equal);
     }
@@ -85,7 +84,7 @@ TEST(CATime, Equality)
 
 TEST(CATime, Ordering)
 {
-    EXPECT_TRUE(CATime(3, 2) < CATime(2, 1));   // seconds compared
+    EXPECT_TRUE(CATime(3, 2) < CATime(2, 1));        // seconds compared
     EXPECT_TRUE(CATime(5, 1000) > CATime(4, 1000));  // counts compared
     EXPECT_TRUE(CATime(4, 1000) <= CATime(4, 1000));
     EXPECT_TRUE(CATime(4, 1000) >= CATime(4, 1000));
@@ -121,12 +120,12 @@ TEST(CATime, AddSeconds)
         double seconds;
         uint64_t expected;
     } cases[] = {
-        {5, 1, -10.0, 0},        // never below zero
+        {5, 1, -10.0, 0},  // never below zero
         {5, 1, -5.0, 0},
         {5, 1, -4.0, 1},
-        {5, 1000, 0.0015, 6},    // 1.5 units + 1/2000: truncated to 1, not rounded to 2
+        {5, 1000, 0.0015, 6},  // 1.5 units + 1/2000: truncated to 1, not rounded to 2
         {5, 1000, -0.0015, 4},
-        {0, 100, 2.3, 230},      // 229.99999999999997 + 0.005 reaches 230
+        {0, 100, 2.3, 230},  // 229.99999999999997 + 0.005 reaches 230
         {0, 10000000, 1.0, 10000000},
         {7, 3, 0.0, 7},
     };
@@ -154,13 +153,8 @@ TEST(CATime, SetTimeFromText)
         const char* text;
         uint64_t expected;
     } cases[] = {
-        {"1.5", 15000000},
-        {"abc", 0},
-        {"", 0},
-        {"  2.25xyz", 22500000},
-        {"0.00000019", 1},   // 1.9 units truncated
-        {"3600", 36000000000},
-        {"-3", 0},           // a time is never negative
+        {"1.5", 15000000},     {"abc", 0}, {"", 0}, {"  2.25xyz", 22500000}, {"0.00000019", 1},  // 1.9 units truncated
+        {"3600", 36000000000}, {"-3", 0},  // a time is never negative
         {nullptr, 0},
     };
     for (const auto& c : cases) {
@@ -179,10 +173,10 @@ TEST(CATime, ToString)
     } cases[] = {
         {0, 1, "000000.000000"},
         {3723500, 1000, "010203.500000"},
-        {360000, 1, "1000000.000000"},          // 100 hours, not wrapped at 24
+        {360000, 1, "1000000.000000"},  // 100 hours, not wrapped at 24
         {86399, 1, "235959.000000"},
         {1, 3, "000000.333333"},
-        {2, 3, "000000.666666"},                // truncated, not rounded
+        {2, 3, "000000.666666"},  // truncated, not rounded
         {1234567, 10000000, "000000.123456"},
         {59999999, 1000000, "000059.999999"},
         // remainder x 10^6 exceeds 64 bits at this scale

@@ -94,17 +94,14 @@ TEST(ColorFormats, ConversionsOutsideRgb)
         uint32_t source, destination;
         bool possible;
     } cases[] = {
-        {6, 10, true}, {6, 8, true}, {6, 4, false}, {6, 13, false},
-        {13, 1, true}, {13, 3, true}, {13, 0, false}, {13, 6, false},
-        {30, 6, true}, {30, 1, false}, {8, 6, true}, {9, 6, true}, {9, 1, false},
-        {11, 3, true}, {11, 0, false}, {1, 13, true}, {0, 13, false}, {0, 6, true},
-        {18, 30, true}, {23, 32, true}, {4, 6, false}, {20, 0, false},
-        {24, 6, false}, {31, 6, false}, {32, 6, false}, {7, 6, false}, {17, 17, false},
-        {33, 6, false}, {6, 33, false}, {0xFFFFFFFF, 0, false},
+        {6, 10, true},  {6, 8, true},   {6, 4, false},   {6, 13, false}, {13, 1, true},  {13, 3, true},
+        {13, 0, false}, {13, 6, false}, {30, 6, true},   {30, 1, false}, {8, 6, true},   {9, 6, true},
+        {9, 1, false},  {11, 3, true},  {11, 0, false},  {1, 13, true},  {0, 13, false}, {0, 6, true},
+        {18, 30, true}, {23, 32, true}, {4, 6, false},   {20, 0, false}, {24, 6, false}, {31, 6, false},
+        {32, 6, false}, {7, 6, false},  {17, 17, false}, {33, 6, false}, {6, 33, false}, {0xFFFFFFFF, 0, false},
     };
     for (const auto& c : cases)
-        EXPECT_EQ(ZKCanDoColorConversion(c.source, c.destination), c.possible)
-            << c.source << " -> " << c.destination;
+        EXPECT_EQ(ZKCanDoColorConversion(c.source, c.destination), c.possible) << c.source << " -> " << c.destination;
 
     int possible = 0;
     for (uint32_t s = 0; s < eColorFormatCount; ++s)

@@ -47,8 +47,8 @@ TEST(ZKCrc, SampleRowsMatchTheirBytes)
 {
     // Three rows of four samples, stride six; the two padding samples per row
     // must not take part.
-    const int16_t samples[] = {'1', '2', '3', '4', 999, 999, '5', '6', '7', '8', 999, 999,
-                               '9', 'a', 'b', 'c', 999, 999};
+    const int16_t samples[] = {'1', '2', '3', '4', 999, 999, '5', '6', '7',
+                               '8', 999, 999, '9', 'a', 'b', 'c', 999, 999};
     const char* bytes = "123456789abc";
     EXPECT_EQ(Calc16BitCRCShort(samples, 4, 3, 6, 0xFFFF), Calc16BitCRC(Bytes(bytes), 12, 0xFFFF));
     EXPECT_EQ(Calc16BitCRCShort(samples, 0, 3, 6, 0x77), 0x77);

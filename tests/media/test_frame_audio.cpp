@@ -42,8 +42,11 @@ TEST_F(AudioFrameTest, SetFormatDerivesTheSampleSize)
     const struct {
         EAudioFormatType format;
         uint16_t bits;
-    } cases[] = {{eAudioFormat8Bit, 8}, {eAudioFormat16BitA, 16}, {eAudioFormat24Bit, 24},
-                 {eAudioFormat32BitB, 32}, {eAudioFormatUnsized, 0}};
+    } cases[] = {{eAudioFormat8Bit, 8},
+                 {eAudioFormat16BitA, 16},
+                 {eAudioFormat24Bit, 24},
+                 {eAudioFormat32BitB, 32},
+                 {eAudioFormatUnsized, 0}};
     CAAudioFrame frame;
     for (const auto& c : cases) {
         EXPECT_EQ(frame.SetFormat(c.format), kZKNoErr);

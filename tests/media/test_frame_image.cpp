@@ -266,9 +266,9 @@ TEST_F(ImageFrameTest, ImportEncImageTakesANewBufferAndMovesThePlanesOntoIt)
 {
     ZKEncImage_t source{};
     uint8_t foreign[16];
-    ASSERT_EQ(InitZKImage(&source.image, 3110400, foreign, eColorFormatYUV420Planar, false, 0, 1920, 1080,
-                          false, 1, 25),
-              kZKNoErr);
+    ASSERT_EQ(
+        InitZKImage(&source.image, 3110400, foreign, eColorFormatYUV420Planar, false, 0, 1920, 1080, false, 1, 25),
+        kZKNoErr);
     TestPacketBundle* data = new TestPacketBundle(1);
     TestPacketBundle* descriptors = new TestPacketBundle(2);
     source.image.dataPackets = data;

@@ -10,13 +10,10 @@ TEST(StdFrameRates, Closest)
     const struct {
         double rate, tolerance, expected, difference;
     } cases[] = {
-        {29.9, 0.1, 29.97, 0.07},
-        {29.9, 0.01, 0.0, 0.07},     // too far, but the difference is still reported
-        {24.0, 0.0, 24.0, 0.0},
-        {23.98, 0.01, 23.976, -0.004},
-        {2.0, 1.0, 1.0, -1.0},       // tie between 1 and 3: the lower stays
-        {0.0, 5.0, 1.0, 1.0},
-        {1000.0, 1e9, 240.0, -760.0},
+        {29.9, 0.1, 29.97, 0.07},  {29.9, 0.01, 0.0, 0.07},  // too far, but the difference is still reported
+        {24.0, 0.0, 24.0, 0.0},    {23.98, 0.01, 23.976, -0.004},
+        {2.0, 1.0, 1.0, -1.0},  // tie between 1 and 3: the lower stays
+        {0.0, 5.0, 1.0, 1.0},      {1000.0, 1e9, 240.0, -760.0},
         {59.9, 0.05, 59.94, 0.04},
     };
     for (const auto& c : cases) {
@@ -33,7 +30,7 @@ TEST(StdFrameRates, Next)
     const struct {
         double rate, expected;
     } cases[] = {
-        {24.0, 24.0}, {23.99, 23.976}, {300.0, 300.0}, {0.5, 3.0}, {1.0, 3.0},
+        {24.0, 24.0}, {23.99, 23.976}, {300.0, 300.0}, {0.5, 3.0},     {1.0, 3.0},
         {3.01, 3.0},  {3.02, 5.0},     {29.98, 29.97}, {240.0, 240.0}, {240.03, 240.03},
     };
     for (const auto& c : cases)

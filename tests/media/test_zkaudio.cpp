@@ -62,11 +62,9 @@ TEST(ZKAudio, ChannelModes)
         const char* name;
         int channels;
     } table[] = {
-        {1, "Mono", 1},          {2, "Stereo", 2},     {3, "Joint Stereo", 2},
-        {4, "Dual Channel", 2},  {5, "4.1", 5},        {6, "5.1", 6},
-        {7, "6.1", 7},           {8, "7.1", 8},        {9, "2.1", 3},
-        {10, "Quad", 4},         {11, "2 Channel", 2}, {12, "4 Channel", 4},
-        {13, "6 Channel", 6},    {14, "8 Channel", 8},
+        {1, "Mono", 1},       {2, "Stereo", 2},     {3, "Joint Stereo", 2}, {4, "Dual Channel", 2}, {5, "4.1", 5},
+        {6, "5.1", 6},        {7, "6.1", 7},        {8, "7.1", 8},          {9, "2.1", 3},          {10, "Quad", 4},
+        {11, "2 Channel", 2}, {12, "4 Channel", 4}, {13, "6 Channel", 6},   {14, "8 Channel", 8},
     };
     for (const auto& row : table) {
         EXPECT_STREQ(ZKGetChannelModeName(row.mode), row.name);
@@ -85,10 +83,9 @@ TEST(ZKAudio, ChannelModes)
 
 TEST(ZKAudio, ChannelModeForCount)
 {
-    const EChannelMode expected[] = {eChannelModeUndefined, eChannelModeMono, eChannelModeStereo,
-                                     eChannelMode2_1,       eChannelModeQuad, eChannelMode4_1,
-                                     eChannelMode5_1,       eChannelMode6_1,  eChannelMode7_1,
-                                     eChannelModeUndefined};
+    const EChannelMode expected[] = {eChannelModeUndefined, eChannelModeMono,     eChannelModeStereo, eChannelMode2_1,
+                                     eChannelModeQuad,      eChannelMode4_1,      eChannelMode5_1,    eChannelMode6_1,
+                                     eChannelMode7_1,       eChannelModeUndefined};
     for (int count = 0; count < 10; ++count)
         EXPECT_EQ(ZKGetChannelMode(count), expected[count]) << count << " channels";
     EXPECT_EQ(ZKGetChannelMode(-2), eChannelModeUndefined);

@@ -19,8 +19,8 @@ struct Picture {
     Picture(uint32_t format, int width, int height, int rowBytes, bool alpha, bool bottomUp)
         : bytes(CalcFrameSize(format, width, height, rowBytes, alpha))
     {
-        EXPECT_EQ(InitZKImage(&image, static_cast<uint32_t>(bytes.size()), bytes.data(), format,
-                              bottomUp, rowBytes, width, height, alpha),
+        EXPECT_EQ(InitZKImage(&image, static_cast<uint32_t>(bytes.size()), bytes.data(), format, bottomUp, rowBytes,
+                              width, height, alpha),
                   kZKNoErr);
     }
 
@@ -39,10 +39,7 @@ struct Picture {
             return 0;
         return (image.colorFormat == 6 && (p == 1 || p == 2)) ? image.height / 2 : image.height;
     }
-    uint32_t Stride(int p) const
-    {
-        return image.colorFormat == 6 && p == 2 ? image.rowBytes[1] : image.rowBytes[p];
-    }
+    uint32_t Stride(int p) const { return image.colorFormat == 6 && p == 2 ? image.rowBytes[1] : image.rowBytes[p]; }
     uint8_t* Row(int p, uint32_t r) { return image.planes[p] + r * Stride(p); }
 };
 
@@ -187,10 +184,8 @@ TEST(ZKImageCopy, ProResb64aPackingSwapsBytes)
         d.planes[0] = dest;
         d.bottomUp = flip ? 1 : 0;
         ASSERT_EQ(ProResb64aPacking(&s, &d), kZKNoErr);
-        const uint8_t straight[12] = {0x02, 0x01, 0x04, 0x03, 0x06, 0x05,
-                                      0x12, 0x11, 0x14, 0x13, 0x16, 0x15};
-        const uint8_t flipped[12] = {0x12, 0x11, 0x14, 0x13, 0x16, 0x15,
-                                     0x02, 0x01, 0x04, 0x03, 0x06, 0x05};
+        const uint8_t straight[12] = {0x02, 0x01, 0x04, 0x03, 0x06, 0x05, 0x12, 0x11, 0x14, 0x13, 0x16, 0x15};
+        const uint8_t flipped[12] = {0x12, 0x11, 0x14, 0x13, 0x16, 0x15, 0x02, 0x01, 0x04, 0x03, 0x06, 0x05};
         EXPECT_EQ(0, std::memcmp(dest, flip ? flipped : straight, sizeof dest));
 
         d.rowBytes[0] = 5;  // rows too short for three samples

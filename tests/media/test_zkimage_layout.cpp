@@ -18,12 +18,12 @@ TEST(ZKImageLayout, CalcFrameSize)
     } cases[] = {
         {6, 1920, 1080, 0, false, 3110400},
         {6, 1920, 1080, 0, true, 5184000},
-        {6, 5, 3, 0, false, 22},       // 15 + 15/2, truncated
-        {6, 8, 4, 10, false, 60},      // given row bytes win
+        {6, 5, 3, 0, false, 22},   // 15 + 15/2, truncated
+        {6, 8, 4, 10, false, 60},  // given row bytes win
         {13, 4, 2, 0, false, 24},
         {13, 4, 2, 0, true, 32},
         {24, 4, 2, 0, false, 48},
-        {24, 4, 2, 0, true, 48},       // no alpha plane for 24
+        {24, 4, 2, 0, true, 48},  // no alpha plane for 24
         {31, 4, 2, 0, false, 24},
         {31, 4, 2, 0, true, 24},
         {32, 4, 2, 0, false, 32},
@@ -38,7 +38,7 @@ TEST(ZKImageLayout, CalcFrameSize)
         {1, 3, 2, 16, false, 32},
         {18, 2, 2, 0, true, 32},
         {9, 4, 4, 0, false, 32},
-        {7, 4, 4, 0, false, 0},        // no bytes per pixel to derive rows from
+        {7, 4, 4, 0, false, 0},  // no bytes per pixel to derive rows from
         {7, 4, 4, 10, false, 40},
     };
     for (const auto& c : cases) {
@@ -71,9 +71,9 @@ const LayoutCase kLayouts[] = {
     {6, 8, 4, 0, true, {8, 4, 0, 8}, {0, 32, 40, 48}},
     {6, 8, 4, 10, true, {10, 5, 0, 10}, {0, 40, 50, 60}},
     {6, 5, 3, 0, true, {5, 2, 0, 5}, {0, 15, 17, 22}},
-    {31, 8, 4, 0, true, {16, 8, 0, 0}, {0, 64, 80, kAbsent}},   // never an alpha plane
+    {31, 8, 4, 0, true, {16, 8, 0, 0}, {0, 64, 80, kAbsent}},  // never an alpha plane
     {32, 8, 4, 0, false, {16, 8, 8, 0}, {0, 64, 96, kAbsent}},
-    {13, 8, 4, 0, true, {8, 8, 8, 0}, {0, 32, 64, kAbsent}},    // alpha asked, none set
+    {13, 8, 4, 0, true, {8, 8, 8, 0}, {0, 32, 64, kAbsent}},  // alpha asked, none set
     {24, 8, 4, 0, false, {16, 16, 16, 0}, {0, 64, 128, kAbsent}},
     {30, 50, 2, 0, false, {256, 0, 0, 0}, {0, kAbsent, kAbsent, kAbsent}},
     {1, 8, 4, 0, true, {32, 0, 0, 0}, {0, kAbsent, kAbsent, kAbsent}},
@@ -100,8 +100,8 @@ void ExpectPlanes(const ZKImage_t& image, const uint8_t* base, const long (&offs
     }
 }
 
-void ExpectTimes(const ZKImage_t& image, uint64_t time, uint64_t timeScale,
-                 uint64_t originalTime, uint64_t originalTimeScale, uint32_t frameWithinSecond)
+void ExpectTimes(const ZKImage_t& image, uint64_t time, uint64_t timeScale, uint64_t originalTime,
+                 uint64_t originalTimeScale, uint32_t frameWithinSecond)
 {
     EXPECT_EQ(image.time, time);
     EXPECT_EQ(image.timeScale, timeScale);
@@ -115,12 +115,10 @@ TEST(ZKImageLayout, InitPlaneLayouts)
     std::vector<uint8_t> buffer(4096);
     uint8_t* const base = buffer.data();
     for (const LayoutCase& c : kLayouts) {
-        SCOPED_TRACE(testing::Message() << "format " << c.format << " " << c.width << "x"
-                                        << c.height << " R=" << c.rowBytes << " alpha=" << c.alpha);
+        SCOPED_TRACE(testing::Message() << "format " << c.format << " " << c.width << "x" << c.height
+                                        << " R=" << c.rowBytes << " alpha=" << c.alpha);
         ZKImage_t image = Garbage();
-        ASSERT_EQ(InitZKImage(&image, 4096, base, c.format, true, c.rowBytes, c.width, c.height,
-                              c.alpha),
-                  kZKNoErr);
+        ASSERT_EQ(InitZKImage(&image, 4096, base, c.format, true, c.rowBytes, c.width, c.height, c.alpha), kZKNoErr);
         for (int i = 0; i < 4; ++i)
             EXPECT_EQ(image.rowBytes[i], c.rowBytesOut[i]) << "row bytes " << i;
         ExpectPlanes(image, base, c.planeOffset);
@@ -157,8 +155,7 @@ TEST(ZKImageLayout, InitFullHdYuv420)
 {
     std::vector<uint8_t> buffer(CalcFrameSize(6, 1920, 1080, 0, false));
     ZKImage_t image{};
-    ASSERT_EQ(InitZKImage(&image, static_cast<uint32_t>(buffer.size()), buffer.data(), 6, false,
-                          1920, 1080, false),
+    ASSERT_EQ(InitZKImage(&image, static_cast<uint32_t>(buffer.size()), buffer.data(), 6, false, 1920, 1080, false),
               kZKNoErr);
     EXPECT_EQ(image.rowBytes[0], 1920u);
     EXPECT_EQ(image.rowBytes[1], 960u);
@@ -184,8 +181,7 @@ TEST(ZKImageLayout, InitRefusesFormatsWithoutLayout)
     for (uint32_t format : refused) {
         ZKImage_t image = Garbage();
         const ZKImage_t before = image;
-        EXPECT_EQ(InitZKImage(&image, sizeof data, data, format, false, 0, 4, 4, false),
-                  kZKErrBadArgument)
+        EXPECT_EQ(InitZKImage(&image, sizeof data, data, format, false, 0, 4, 4, false), kZKErrBadArgument)
             << "format " << format;
         EXPECT_EQ(0, std::memcmp(&image, &before, sizeof image)) << "format " << format;
     }
@@ -201,23 +197,18 @@ TEST(ZKImageLayout, InitOverloadsSetTimesAndRange)
     uint8_t data[256];
     ZKImage_t image = Garbage();
 
-    ASSERT_EQ(InitZKImage(&image, sizeof data, data, 1, false, 0, 4, 4, false, 42, 90000),
-              kZKNoErr);
+    ASSERT_EQ(InitZKImage(&image, sizeof data, data, 1, false, 0, 4, 4, false, 42, 90000), kZKNoErr);
     ExpectTimes(image, 42, 90000, 0, 1, 0);
     EXPECT_EQ(image.colorRange, 1u);
 
-    ASSERT_EQ(InitZKImage(&image, sizeof data, data, 1, false, 0, 4, 4, false, 1, 2, 3, 4, 5),
-              kZKNoErr);
+    ASSERT_EQ(InitZKImage(&image, sizeof data, data, 1, false, 0, 4, 4, false, 1, 2, 3, 4, 5), kZKNoErr);
     ExpectTimes(image, 1, 2, 3, 4, 5);
 
-    ASSERT_EQ(InitZKImage(&image, sizeof data, data, 1, 7u, false, 0, 4, 4, false, 8, 9),
-              kZKNoErr);
+    ASSERT_EQ(InitZKImage(&image, sizeof data, data, 1, 7u, false, 0, 4, 4, false, 8, 9), kZKNoErr);
     EXPECT_EQ(image.colorRange, 7u);
     ExpectTimes(image, 8, 9, 0, 1, 0);
 
-    ASSERT_EQ(InitZKImage(&image, sizeof data, data, 1, 3u, true, 20, 4, 4, false, 10, 11, 12,
-                          13, 14),
-              kZKNoErr);
+    ASSERT_EQ(InitZKImage(&image, sizeof data, data, 1, 3u, true, 20, 4, 4, false, 10, 11, 12, 13, 14), kZKNoErr);
     EXPECT_EQ(image.colorRange, 3u);
     EXPECT_EQ(image.rowBytes[0], 20u);
     ExpectTimes(image, 10, 11, 12, 13, 14);
@@ -226,15 +217,13 @@ TEST(ZKImageLayout, InitOverloadsSetTimesAndRange)
     ASSERT_EQ(InitZKImage(&image, sizeof data, data, 1, false, 4, 4, false, 15, 16), kZKNoErr);
     EXPECT_EQ(image.rowBytes[0], 16u);
     ExpectTimes(image, 15, 16, 0, 1, 0);
-    ASSERT_EQ(InitZKImage(&image, sizeof data, data, 1, false, 5, 4, false, 1, 2, 3, 4, 5),
-              kZKNoErr);
+    ASSERT_EQ(InitZKImage(&image, sizeof data, data, 1, false, 5, 4, false, 1, 2, 3, 4, 5), kZKNoErr);
     EXPECT_EQ(image.rowBytes[0], 20u);
     ExpectTimes(image, 1, 2, 3, 4, 5);
 
     // A refused format leaves the time fields alone too.
     ZKImage_t before = image;
-    EXPECT_EQ(InitZKImage(&image, sizeof data, data, 4, 1u, false, 0, 4, 4, false, 1, 2),
-              kZKErrBadArgument);
+    EXPECT_EQ(InitZKImage(&image, sizeof data, data, 4, 1u, false, 0, 4, 4, false, 1, 2), kZKErrBadArgument);
     EXPECT_EQ(0, std::memcmp(&image, &before, sizeof image));
 }
 
@@ -243,13 +232,11 @@ TEST(ZKImageLayout, ReplaceYUVImageKeepsTheInitLayout)
     std::vector<uint8_t> first(4096);
     std::vector<uint8_t> second(4096);
     for (const LayoutCase& c : kLayouts) {
-        if (c.format != 6 && c.format != 13 && c.format != 24 && c.format != 31 &&
-            c.format != 32)
+        if (c.format != 6 && c.format != 13 && c.format != 24 && c.format != 31 && c.format != 32)
             continue;
         SCOPED_TRACE(testing::Message() << "format " << c.format << " alpha=" << c.alpha);
         ZKImage_t image{};
-        ASSERT_EQ(InitZKImage(&image, 4096, first.data(), c.format, false, c.rowBytes, c.width,
-                              c.height, c.alpha),
+        ASSERT_EQ(InitZKImage(&image, 4096, first.data(), c.format, false, c.rowBytes, c.width, c.height, c.alpha),
                   kZKNoErr);
         ReplaceYUVImage(&image, second.data());
         ExpectPlanes(image, second.data(), c.planeOffset);

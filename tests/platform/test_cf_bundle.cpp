@@ -57,8 +57,8 @@ protected:
 
 TEST_F(CFBundleTest, ListsBundlesOfOneTypeSortedByName)
 {
-    for (const char* folder : {"b.qv64", "a.qv64", "c d.qv64", "A.qv64", "x.qv640", "z.QV64", ".qv64", "old.qv64.bak",
-                               "nested/deep.qv64"})
+    for (const char* folder :
+         {"b.qv64", "a.qv64", "c d.qv64", "A.qv64", "x.qv640", "z.QV64", ".qv64", "old.qv64.bak", "nested/deep.qv64"})
         m_temp.Folder("PlugIns/" + std::string(folder));
     m_temp.File("PlugIns/file.qv64", "not a folder");
 
@@ -67,7 +67,8 @@ TEST_F(CFBundleTest, ListsBundlesOfOneTypeSortedByName)
     CFArrayRef bundles = CFBundleCreateBundlesFromDirectory(kCFAllocatorDefault, folder, type.get());
     std::vector<std::string> names;
     for (CFIndex i = 0; i < CFArrayGetCount(bundles); ++i)
-        names.push_back(LastName(BundleUrlText(static_cast<CFBundleRef>(const_cast<void*>(CFArrayGetValueAtIndex(bundles, i))))));
+        names.push_back(
+            LastName(BundleUrlText(static_cast<CFBundleRef>(const_cast<void*>(CFArrayGetValueAtIndex(bundles, i))))));
     EXPECT_EQ(names, (std::vector<std::string>{"A.qv64/", "a.qv64/", "b.qv64/", "c%20d.qv64/"}));
     EXPECT_EQ(CFArrayGetValueAtIndex(bundles, CFArrayGetCount(bundles)), nullptr);
     EXPECT_EQ(CFArrayGetValueAtIndex(bundles, -1), nullptr);
@@ -114,7 +115,9 @@ TEST_F(CFBundleTest, LoadsTheExecutableNamedByInfoPlistOrByTheFolder)
   <key>CFBundleName</key><string>other</string>
   <key>CFBundleExecutable</key><string>%s</string>
 </dict></plist>)";
-    auto plistNaming = [&](const std::string& name) { return plist.substr(0, plist.find("%s")) + name + plist.substr(plist.find("%s") + 2); };
+    auto plistNaming = [&](const std::string& name) {
+        return plist.substr(0, plist.find("%s")) + name + plist.substr(plist.find("%s") + 2);
+    };
 
     fs::copy_file(code, m_temp.Folder("plain.qv64/Contents/Linux") / "plain");
     fs::copy_file(code, m_temp.Folder("named.qv64/Contents/Linux") / "code");

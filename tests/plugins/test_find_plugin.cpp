@@ -35,13 +35,9 @@ TEST(FindPlugin, SearchRules)
         uint32_t manufacturer, codec;
         int expectedId;  // 0: none
     } cases[] = {
-        {0, 10, 1},  // any manufacturer: first registered with a prototype
-        {6, 10, 2},
-        {7, 10, 0},  // only the record without a prototype matches
-        {0, 11, 3},
-        {5, 11, 0},
-        {0, 12, 0},
-        {6, 0, 0},  // codec 0 is not a wildcard
+        {0, 10, 1},                                     // any manufacturer: first registered with a prototype
+        {6, 10, 2}, {7, 10, 0},                         // only the record without a prototype matches
+        {0, 11, 3}, {5, 11, 0}, {0, 12, 0}, {6, 0, 0},  // codec 0 is not a wildcard
     };
     for (const auto& test : cases) {
         const ZKPlugin<TFakeCompressor>* found = FindPlugin(records, test.manufacturer, test.codec);

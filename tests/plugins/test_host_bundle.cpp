@@ -59,8 +59,8 @@ TEST(HostBundle, SelfHostingBundlesSearchTheirOwnPlugIns)
         fs::create_directory_symlink(fs::path(BuildDir()) / kHostBundle / "Contents/PlugIns/test_echo.qv64",
                                      temp.Folder(std::string(test.bundle) + "/Contents/PlugIns") / "test_echo.qv64");
 
-        const std::string command = std::string(kProbeSwitch) + "=1 '" + probe.string() +
-                                    "' --gtest_filter=HostBundleProbe.Report 2>/dev/null";
+        const std::string command =
+            std::string(kProbeSwitch) + "=1 '" + probe.string() + "' --gtest_filter=HostBundleProbe.Report 2>/dev/null";
         FILE* pipe = popen(command.c_str(), "r");
         ASSERT_NE(pipe, nullptr);
         std::string output;

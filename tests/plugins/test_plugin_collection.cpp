@@ -98,8 +98,8 @@ TEST_F(PluginCollectionTest, DiscoversTheHostBundleAndSkipsBadBundles)
     EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
     for (const char* loaded : {"test_echo.qv64", "test_empty.qv64", "test_faulty.qv64"})
         EXPECT_TRUE(Contains(names, loaded)) << loaded;
-    for (const char* skipped : {"test_noload.qv64", "test_nocode.qv64", "GpuAvcEncoder%20Mach-O.qv64",
-                                "GpuH264Ac3%20Mach-O.qv64"})
+    for (const char* skipped :
+         {"test_noload.qv64", "test_nocode.qv64", "GpuAvcEncoder%20Mach-O.qv64", "GpuH264Ac3%20Mach-O.qv64"})
         EXPECT_FALSE(Contains(names, skipped)) << skipped;
     // The loader's own reason for the bundle that would not load.
     EXPECT_NE(errors.find("evc_test_symbol_that_nothing_defines"), std::string::npos) << errors;
@@ -179,8 +179,7 @@ TEST_F(PluginCollectionTest, RegistersOfferedCompressorsByCodes)
     // Registered again by a later call; the first registration keeps winning.
     m_collection.LoadVideoPlugin(kTestManufacturer, kEchoCodec);
     EXPECT_EQ(Registrations().size(), 5u);
-    EXPECT_EQ(FindPlugin(m_collection.GetCompressors(), 0, kEchoCodec),
-              m_collection.GetCompressors()[0]);
+    EXPECT_EQ(FindPlugin(m_collection.GetCompressors(), 0, kEchoCodec), m_collection.GetCompressors()[0]);
 }
 
 TEST_F(PluginCollectionTest, FirstRegistrationWinsForAnyManufacturer)

@@ -105,9 +105,9 @@ TEST(PluginLayout, OperationsSitAtTheirPositions)
     input.image.time = 3003;
     input.image.timeScale = 30000;
     ZKEncImage_t output{};
-    EXPECT_EQ(CallSlot<uint32_t>(compressor, kCompressFrame, static_cast<const ZKEncImage_t*>(&input), true, true,
-                                 &output),
-              0u);
+    EXPECT_EQ(
+        CallSlot<uint32_t>(compressor, kCompressFrame, static_cast<const ZKEncImage_t*>(&input), true, true, &output),
+        0u);
     CallSlot<void>(compressor, kEnd);
     EXPECT_TRUE(CallSlot<bool>(compressor, kIsLastPassEncodingReady));
 

@@ -24,7 +24,8 @@ TEST(PresetCodes, ReadsTheCompressorCodes)
         {"plain", R"(<Output><VideoCompressor Manufacture4cc="1161257812" Codec4cc="1701012335"/></Output>)", true,
          1161257812, 1701012335},
         {"declaration and comment first",
-         "<?xml version=\"1.0\"?><!-- preset --><Output><VideoCompressor Manufacture4cc=\"5\" Codec4cc=\"6\"/></Output>",
+         "<?xml version=\"1.0\"?><!-- preset --><Output><VideoCompressor Manufacture4cc=\"5\" "
+         "Codec4cc=\"6\"/></Output>",
          true, 5, 6},
         {"not the first child", R"(<Output><Audio/><VideoCompressor Manufacture4cc="5" Codec4cc="6"/></Output>)", true,
          5, 6},
@@ -109,14 +110,10 @@ TEST_F(PresetSettingsTest, AppliesEveryKindByName)
 
     const TEchoReport report = Report();
     const std::pair<const char*, const char*> expected[] = {
-        {"setting.Bitrate", "5000 sets=1"},
-        {"setting.KeyFrameInterval", "250 sets=2"},  // applied in document order
-        {"setting.Quality", "0.25 sets=1"},
-        {"setting.TwoPass", "true sets=1"},
-        {"setting.Preset", "slow sets=1"},
-        {"setting.Tune", "grain sets=2"},  // the later element wins
-        {"setting.Offset", "7 sets=1"},
-        {"setting.Gain", "1 sets=0"},  // no value, no type, unknown type
+        {"setting.Bitrate", "5000 sets=1"},   {"setting.KeyFrameInterval", "250 sets=2"},  // applied in document order
+        {"setting.Quality", "0.25 sets=1"},   {"setting.TwoPass", "true sets=1"},
+        {"setting.Preset", "slow sets=1"},    {"setting.Tune", "grain sets=2"},  // the later element wins
+        {"setting.Offset", "7 sets=1"},       {"setting.Gain", "1 sets=0"},      // no value, no type, unknown type
         {"setting.ReturnStatus", "0 sets=0"},
     };
     for (const auto& [name, value] : expected)
@@ -158,8 +155,8 @@ TEST_F(PresetSettingsTest, AppliesNothingWithoutAStructure)
          "<Output><VideoCompressor>text<StandardSettings><Bitrate Type=\"eInt\" Value=\"1\"/>"
          "</StandardSettings></VideoCompressor></Output>",
          true},
-        {"no VideoCompressor", "<Output><StandardSettings><Bitrate Type=\"eInt\" Value=\"1\"/></StandardSettings></Output>",
-         true},
+        {"no VideoCompressor",
+         "<Output><StandardSettings><Bitrate Type=\"eInt\" Value=\"1\"/></StandardSettings></Output>", true},
         {"empty VideoCompressor", "<Output><VideoCompressor/></Output>", true},
         {"wrong root",
          "<Input><VideoCompressor><StandardSettings><Bitrate Type=\"eInt\" Value=\"1\"/></StandardSettings>"

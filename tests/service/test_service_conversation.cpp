@@ -85,19 +85,18 @@ TEST_F(ServiceConversation, CommandsBeforeACompressorAnswerNoCompressor)
 
 TEST_F(ServiceConversation, PresetSettingsReachTheEchoCompressor)
 {
-    const std::string settings =
-        "    <StandardSettings>\n"
-        "      <Bitrate Type=\"eInt\" Value=\"1234\"/>\n"
-        "      <TwoPass Type=\"eBool\" Value=\"true\"/>\n"
-        "      <Quality Type=\"eDouble\" Value=\"0.75\"/>\n"
-        "      <Preset Type=\"eEnum\" Value=\"standard-only-name\"/>\n"
-        "    </StandardSettings>\n"
-        "    <NonStandardSettings>\n"
-        "      <Preset Type=\"eEnum\" Value=\"slow\"/>\n"
-        "      <Offset Type=\"eUnsignedInt\" Value=\"-1\"/>\n"
-        "      <Twin Type=\"eInt\" Value=\"3\"/>\n"
-        "      <Twin Type=\"eInt\" Value=\"9\"/>\n"
-        "    </NonStandardSettings>\n";
+    const std::string settings = "    <StandardSettings>\n"
+                                 "      <Bitrate Type=\"eInt\" Value=\"1234\"/>\n"
+                                 "      <TwoPass Type=\"eBool\" Value=\"true\"/>\n"
+                                 "      <Quality Type=\"eDouble\" Value=\"0.75\"/>\n"
+                                 "      <Preset Type=\"eEnum\" Value=\"standard-only-name\"/>\n"
+                                 "    </StandardSettings>\n"
+                                 "    <NonStandardSettings>\n"
+                                 "      <Preset Type=\"eEnum\" Value=\"slow\"/>\n"
+                                 "      <Offset Type=\"eUnsignedInt\" Value=\"-1\"/>\n"
+                                 "      <Twin Type=\"eInt\" Value=\"3\"/>\n"
+                                 "      <Twin Type=\"eInt\" Value=\"9\"/>\n"
+                                 "    </NonStandardSettings>\n";
     ASSERT_EQ(harness->SetOutput(EchoPreset(settings)), 0u);
     TestImage image(16, 8, 40, 600);
     ASSERT_EQ(Compress(image, true, false), 0u);
@@ -158,8 +157,7 @@ TEST_F(ServiceConversation, FramesHintsAndBeginSampleArriveIntact)
     const ZKEncImage_t out = reply->GetZKEncImage();
     ASSERT_NE(out.image.dataPackets, nullptr);
     ASSERT_GE(out.image.dataPackets->size(), 2u);
-    EXPECT_EQ(PacketData(out.image.dataPackets->get(1)),
-              std::string(image.bytes.begin(), image.bytes.end()));
+    EXPECT_EQ(PacketData(out.image.dataPackets->get(1)), std::string(image.bytes.begin(), image.bytes.end()));
     ASSERT_NE(out.descriptors, nullptr);
     ASSERT_EQ(out.descriptors->size(), 1u);
     const TEchoReport begin = ParseEchoReport(PacketData(out.descriptors->get(0)));
@@ -278,10 +276,10 @@ TEST_F(ServiceConversation, NegativeSetOutputLengthEndsTheService)
 
 TEST_F(ServiceConversation, ACrashingCompressorTakesOnlyTheServiceDown)
 {
-    ASSERT_EQ(harness->SetOutput(EchoPreset(
-                  "<NonStandardSettings><Fault Type=\"eEnum\" Value=\"CompressFrame:segv\"/></NonStandardSettings>",
-                  "faul")),
-              0u);
+    ASSERT_EQ(
+        harness->SetOutput(EchoPreset(
+            "<NonStandardSettings><Fault Type=\"eEnum\" Value=\"CompressFrame:segv\"/></NonStandardSettings>", "faul")),
+        0u);
     TestImage image(8, 8, 0, 25);
     EXPECT_EQ(Compress(image, false, false), ~0u);
     EXPECT_EQ(harness->WaitExit(), 128 + SIGSEGV);

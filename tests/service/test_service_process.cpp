@@ -24,8 +24,7 @@ TEST(ServiceProcess, WrongArgumentCountPrintsUsageAndExitsWithOne)
 {
     const std::string program = BuildPath("bin/evc-service");
     const std::string usage = "USAGE: " + program + " clientShmKey clientProcessId clientApplicationName";
-    for (const auto& arguments : std::vector<std::vector<std::string>>{
-             {}, {"a", "1"}, {"a", "1", "b", "c"}}) {
+    for (const auto& arguments : std::vector<std::vector<std::string>>{{}, {"a", "1"}, {"a", "1", "b", "c"}}) {
         const auto [status, errors] = RunProgram(program, arguments);
         EXPECT_EQ(status, 1) << arguments.size();
         EXPECT_EQ(errors, usage);
@@ -69,9 +68,17 @@ TEST(ServiceProcess, SilentClientEndsTheLoopWithStatusZero)
 TEST(ZKConvertToScalar, ReadsLikeAFormattedStreamExtraction)
 {
     const std::pair<const char*, long long> cases[] = {
-        {" 42", 42},   {"+42", 42}, {"42xyz", 42}, {"-7", -7}, {"\t\n9", 9}, {"0x2A", 0},
-        {"abc", 0},    {"", 0},     {"99999999999999999999", 0},
-        {"9223372036854775807", LLONG_MAX}, {"-9223372036854775808", LLONG_MIN},
+        {" 42", 42},
+        {"+42", 42},
+        {"42xyz", 42},
+        {"-7", -7},
+        {"\t\n9", 9},
+        {"0x2A", 0},
+        {"abc", 0},
+        {"", 0},
+        {"99999999999999999999", 0},
+        {"9223372036854775807", LLONG_MAX},
+        {"-9223372036854775808", LLONG_MIN},
     };
     for (const auto& [text, value] : cases)
         EXPECT_EQ(ZKConvertToScalar<long long>(text), value) << '"' << text << '"';

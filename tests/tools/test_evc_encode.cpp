@@ -77,10 +77,11 @@ protected:
     // Decodes an Annex-B file with ffmpeg and checks what ffprobe says of it.
     std::vector<uint8_t> Decode(const std::string& h264, uint32_t width, uint32_t height, size_t frames)
     {
-        const CommandResult probe = RunCommand(
-            "ffprobe -v error -count_frames -select_streams v:0 -show_entries "
-            "stream=codec_name,width,height,nb_read_frames -of default=noprint_wrappers=1 '" + h264 + "'",
-            *m_dir);
+        const CommandResult probe =
+            RunCommand("ffprobe -v error -count_frames -select_streams v:0 -show_entries "
+                       "stream=codec_name,width,height,nb_read_frames -of default=noprint_wrappers=1 '" +
+                           h264 + "'",
+                       *m_dir);
         EXPECT_EQ(probe.status, 0) << probe.err;
         EXPECT_NE(probe.out.find("codec_name=h264"), std::string::npos) << probe.out;
         EXPECT_NE(probe.out.find("width=" + std::to_string(width) + "\n"), std::string::npos) << probe.out;
@@ -152,8 +153,7 @@ TEST_F(EvcEncodeTest, StandardInputToSegmentFile)
     const std::string input = m_dir->file("clip.y4m");
     WriteFile(input, MakeY4m(kWidth, kHeight, " F25:1", pictures));
     const std::string output = m_dir->file("clip.evcseg");
-    const CommandResult run =
-        Encode("-q --preset " + Preset("h264-preview.xml") + " - -o '" + output + "'", input);
+    const CommandResult run = Encode("-q --preset " + Preset("h264-preview.xml") + " - -o '" + output + "'", input);
     ASSERT_EQ(run.status, 0) << run.err;
 
     TZKIntermediateSegment segment;
@@ -226,8 +226,7 @@ TEST_F(EvcEncodeTest, FailuresExitWithOneClearLine)
         {"odd size", "'" + odd + "' -o '" + out + "'", "picture size 63x48 is not supported", 1},
         {"truncated picture", "'" + truncated + "' -o '" + out + "'", "truncated", 1},
         {"preset not XML", "--preset '" + notXml + "' '" + good + "' -o '" + out + "'", "0x800300EA", 1},
-        {"preset with another root", "--preset '" + wrongRoot + "' '" + good + "' -o '" + out + "'", "0x800300EA",
-         1},
+        {"preset with another root", "--preset '" + wrongRoot + "' '" + good + "' -o '" + out + "'", "0x800300EA", 1},
         {"codes nobody offers", "--preset '" + nobody + "' '" + good + "' -o '" + out + "'", "0x800300E9", 1},
         {"missing preset", "--preset '" + m_dir->file("none.xml") + "' '" + good + "' -o '" + out + "'",
          "cannot read preset", 1},

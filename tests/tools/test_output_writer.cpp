@@ -42,8 +42,8 @@ TEST(OutputWriter, AnnexBIsHeadersThenPicturesInOrder)
     writer->close();
     EXPECT_EQ(writer->bytesWritten(), 6u + 6 + 7 + 6 + 5);
 
-    const std::vector<uint8_t> golden = {0, 0, 0, 1, 0x67, 0xAA, 0, 0, 0, 1, 0x68, 0xBB, 0, 0, 0, 1, 0x65, 1, 2,
-                                         0, 0, 0, 1, 0x41, 3,    0, 0, 1, 0x41, 4};
+    const std::vector<uint8_t> golden = {0, 0,    0, 1, 0x67, 0xAA, 0, 0, 0,    1, 0x68, 0xBB, 0, 0,    0,
+                                         1, 0x65, 1, 2, 0,    0,    0, 1, 0x41, 3, 0,    0,    1, 0x41, 4};
     EXPECT_EQ(ReadFile(path), golden);
     writer.reset();
     EXPECT_EQ(ReadFile(path), golden) << "a closed file is kept";

@@ -33,8 +33,8 @@ TEST(Y4mReader, HeaderTable)
         {"no F tag means 25 fps", "YUV4MPEG2 W2 H2\n", 2, 2, 25, 1, 0, 0, '?', "420jpeg", 6, ""},
         {"paldv siting", "YUV4MPEG2 H2 W2 C420paldv It\n", 2, 2, 25, 1, 0, 0, 't', "420paldv", 6, ""},
         {"mpeg2 siting", "YUV4MPEG2 W2 H2 C420mpeg2\n", 2, 2, 25, 1, 0, 0, '?', "420mpeg2", 6, ""},
-        {"plain 420, odd sizes round chroma up", "YUV4MPEG2 W3 H3 C420\n", 3, 3, 25, 1, 0, 0, '?', "420",
-         9 + 2 * 4, ""},
+        {"plain 420, odd sizes round chroma up", "YUV4MPEG2 W3 H3 C420\n", 3, 3, 25, 1, 0, 0, '?', "420", 9 + 2 * 4,
+         ""},
         {"bad magic", "YUV4MPEG W2 H2\n", 0, 0, 0, 0, 0, 0, 0, "", 0, "not a YUV4MPEG2 stream"},
         {"magic glued to a tag", "YUV4MPEG2W2 H2\n", 0, 0, 0, 0, 0, 0, 0, "", 0, "not a YUV4MPEG2 stream"},
         {"empty input", "", 0, 0, 0, 0, 0, 0, 0, "", 0, "cut short"},
@@ -50,8 +50,7 @@ TEST(Y4mReader, HeaderTable)
         {"frame rate without colon", "YUV4MPEG2 W2 H2 F25\n", 0, 0, 0, 0, 0, 0, 0, "", 0, "expected N:D"},
         {"zero frame rate", "YUV4MPEG2 W2 H2 F25:0\n", 0, 0, 0, 0, 0, 0, 0, "", 0, "frame rate"},
         {"bad interlace", "YUV4MPEG2 W2 H2 Ix\n", 0, 0, 0, 0, 0, 0, 0, "", 0, "interlace"},
-        {"endless header", "YUV4MPEG2 " + std::string(5000, 'X') + "\n", 0, 0, 0, 0, 0, 0, 0, "", 0,
-         "longer than"},
+        {"endless header", "YUV4MPEG2 " + std::string(5000, 'X') + "\n", 0, 0, 0, 0, 0, 0, 0, "", 0, "longer than"},
     };
     for (const HeaderCase& c : cases) {
         SCOPED_TRACE(c.name);

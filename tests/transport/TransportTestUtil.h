@@ -59,9 +59,10 @@ inline void expectSamePacket(const IPacket* expected, const IPacket* actual, con
     EXPECT_EQ(actual->getTimeBase(), expected->getTimeBase()) << where;
     EXPECT_EQ(actual->getDuration(), expected->getDuration()) << where;
     EXPECT_EQ(bytesOf(actual->getDescriptor(), actual->getDescriptorSize()),
-              bytesOf(expected->getDescriptor(), expected->getDescriptorSize())) << where;
-    EXPECT_EQ(bytesOf(actual->getData(), actual->getDataSize()),
-              bytesOf(expected->getData(), expected->getDataSize())) << where;
+              bytesOf(expected->getDescriptor(), expected->getDescriptorSize()))
+        << where;
+    EXPECT_EQ(bytesOf(actual->getData(), actual->getDataSize()), bytesOf(expected->getData(), expected->getDataSize()))
+        << where;
     if (expected->getType() != IPacketBundle::kBundleType)
         return;
     auto* e = static_cast<const IPacketBundle*>(expected);
@@ -88,4 +89,4 @@ inline std::vector<uint8_t> readHexFile(const std::string& path)
     return bytes;
 }
 
-} // namespace transport_test
+}  // namespace transport_test

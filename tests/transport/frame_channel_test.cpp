@@ -17,11 +17,11 @@ const std::string kDataDir = EVC_TRANSPORT_TEST_DATA;
 
 // Positions inside enc_image_golden.hex, from the byte groups of that file:
 // EncImage head 3, TZKVideoInfo 3 + 144, ImageData 2 + 12, then Descriptors.
-constexpr size_t kDescriptorsAt = 3 + 147 + 14;          // 0x89
+constexpr size_t kDescriptorsAt = 3 + 147 + 14;                             // 0x89
 constexpr size_t kDescPacketChildSizeAt = kDescriptorsAt + 2 + 42 + 2 + 1;  // size of its 0x81
-constexpr size_t kDataPacketsAt = kDescriptorsAt + 2 + 90;  // 0x90
-constexpr size_t kDataBundleHeaderAt = kDataPacketsAt + 4;   // after 90 DB 83 A8
-constexpr size_t kDataPacketHeaderAt = kDataBundleHeaderAt + 40 + 4;  // after 82 AF 81 AD
+constexpr size_t kDataPacketsAt = kDescriptorsAt + 2 + 90;                  // 0x90
+constexpr size_t kDataBundleHeaderAt = kDataPacketsAt + 4;                  // after 90 DB 83 A8
+constexpr size_t kDataPacketHeaderAt = kDataBundleHeaderAt + 40 + 4;        // after 82 AF 81 AD
 
 // The frame that enc_image_golden.hex describes, with the bundles it owns.
 struct GoldenFrame {
@@ -166,15 +166,15 @@ TEST(ExternalVideoProxy, RoundTripsA420FrameWithNestedBundles)
     for (uint8_t& p : pixels)
         p = static_cast<uint8_t>(random());
 
-    TPacketBundlePtr descriptors(bundle(3, 0, 90000, 0, {'h', 'd', 'r'},
-                                        {packet(5, 3, 0, 90000, 0, {}, {0, 0, 0, 1, 0x67}),
-                                         packet(5, 3, 0, 90000, 0, {9}, {0, 0, 0, 1, 0x68})}));
+    TPacketBundlePtr descriptors(bundle(
+        3, 0, 90000, 0, {'h', 'd', 'r'},
+        {packet(5, 3, 0, 90000, 0, {}, {0, 0, 0, 1, 0x67}), packet(5, 3, 0, 90000, 0, {9}, {0, 0, 0, 1, 0x68})}));
     // A, nested B holding C, then D.
-    TPacketBundlePtr dataPackets(bundle(
-        1, 3003, 30000, 1001, {},
-        {packet(1, 1, 3003, 30000, 1001, {0xA}, std::vector<uint8_t>(300, 0xA1)),
-         bundle(2, 3003, 30000, 0, {0xB, 0xB}, {packet(7, 2, 3004, 30000, 1, {}, {0xC})}),
-         packet(4, 1, 4004, 30000, 1001, {}, std::vector<uint8_t>(5000, 0xD4))}));
+    TPacketBundlePtr dataPackets(
+        bundle(1, 3003, 30000, 1001, {},
+               {packet(1, 1, 3003, 30000, 1001, {0xA}, std::vector<uint8_t>(300, 0xA1)),
+                bundle(2, 3003, 30000, 0, {0xB, 0xB}, {packet(7, 2, 3004, 30000, 1, {}, {0xC})}),
+                packet(4, 1, 4004, 30000, 1001, {}, std::vector<uint8_t>(5000, 0xD4))}));
 
     ZKEncImage_t record;
     std::memset(&record, 0, sizeof record);
@@ -273,7 +273,7 @@ TEST(ExternalVideoProxy, AppendedRawFramesReadBackInOrder)
     ExternalVideoProxy proxy;
     proxy.Begin(area.data(), static_cast<uint32_t>(area.size()));
     uint32_t size1 = 0, size2 = 0;
-    first.dataPackets.release();   // the raw form always destroys the data packets
+    first.dataPackets.release();  // the raw form always destroys the data packets
     second.dataPackets.release();
     ASSERT_EQ(proxy.SerializeFrame(&first.record.image, size1, true), 0u);
     EXPECT_EQ(first.record.image.dataPackets, nullptr);
@@ -457,4 +457,4 @@ TEST(ExternalVideoProxy, MalformedAreasGiveNoFrameOrAWellFormedOne)
     }
 }
 
-} // namespace
+}  // namespace

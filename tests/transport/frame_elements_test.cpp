@@ -32,8 +32,7 @@ std::vector<uint8_t> saveElement(const Ebml::IElement& element)
 // into the storage, so the three live and die together (element first).
 template <class TElement>
 struct Loaded {
-    explicit Loaded(const std::vector<uint8_t>& source)
-        : bytes(source), storage(bytes.data(), bytes.size())
+    explicit Loaded(const std::vector<uint8_t>& source) : bytes(source), storage(bytes.data(), bytes.size())
     {
         EXPECT_EQ(element.load(storage, bytes.size()), bytes.size());
     }
@@ -82,10 +81,10 @@ TEST(TZKEbmlPacket, ChildIsHeaderThenDescriptorThenData)
 
 TEST(TZKEbmlPacketBundle, ListKeepsOrderAndNestingOfMembers)
 {
-    TPacketBundlePtr source(bundle(0, 0, 1000, 0, {},
-                                   {packet(1, 0, 0, 1000, 0, {}, {'A'}),
-                                    bundle(0, 0, 1000, 0, {}, {packet(1, 0, 0, 1000, 0, {}, {'C'})}),
-                                    packet(1, 0, 0, 1000, 0, {}, {'D'})}));
+    TPacketBundlePtr source(
+        bundle(0, 0, 1000, 0, {},
+               {packet(1, 0, 0, 1000, 0, {}, {'A'}), bundle(0, 0, 1000, 0, {}, {packet(1, 0, 0, 1000, 0, {}, {'C'})}),
+                packet(1, 0, 0, 1000, 0, {}, {'D'})}));
     TZKEbmlPacketBundleElt element;
     element->importBundle(source.get(), kNoOffset);
     auto loaded = loadElement<TZKEbmlPacketBundleElt>(saveElement(element));
@@ -94,7 +93,8 @@ TEST(TZKEbmlPacketBundle, ListKeepsOrderAndNestingOfMembers)
     for (const Ebml::IElement* member : loaded->element->members().elts())
         ids.push_back(member->getId());
     EXPECT_EQ(ids, (std::vector<uint64_t>{0x82, 0x84, 0x82}));
-    const auto* nested = static_cast<const TZKEbmlPacketBundleElt*>(*std::next(loaded->element->members().elts().begin()));
+    const auto* nested =
+        static_cast<const TZKEbmlPacketBundleElt*>(*std::next(loaded->element->members().elts().begin()));
     ASSERT_EQ(nested->payload().members().getCount(), 1u);
     EXPECT_EQ(nested->payload().members().elts().front()->getId(), 0x82u);
 
@@ -200,14 +200,14 @@ TEST(TZKEncAudio, ReadsTheShortInformationFormAndRefusesOthers)
     for (uint8_t infoSize : {48, 50}) {
         std::vector<uint8_t> element = {0x92, uint8_t(0x80 | (2 + infoSize + 2 + 4)), 0x86, uint8_t(0x80 | infoSize)};
         std::vector<uint8_t> info(infoSize, 0);
-        info[0] = 100;     // time
-        info[8] = 0x80;    // time scale 0xBB80 = 48000
+        info[0] = 100;   // time
+        info[8] = 0x80;  // time scale 0xBB80 = 48000
         info[9] = 0xBB;
-        info[24] = 2;      // format
-        info[28] = 1;      // channels
-        info[30] = 16;     // sample size
-        info[36] = 2;      // number of samples
-        info[40] = 5;      // track index
+        info[24] = 2;   // format
+        info[28] = 1;   // channels
+        info[30] = 16;  // sample size
+        info[36] = 2;   // number of samples
+        info[40] = 5;   // track index
         element.insert(element.end(), info.begin(), info.end());
         element.insert(element.end(), {0x88, 0x84, 1, 2, 3, 4});
         auto loaded = loadElement<TZKEncAudioElt>(element);
@@ -226,4 +226,4 @@ TEST(TZKEncAudio, ReadsTheShortInformationFormAndRefusesOthers)
     }
 }
 
-} // namespace
+}  // namespace

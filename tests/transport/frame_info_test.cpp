@@ -27,13 +27,13 @@ TEST(TZKVideoInfo, ReadsThePackedShortForm)
     // colour format, width, height, bottom-up, row bytes 0-3, plane offsets 1-3
     for (uint32_t v : {6u, 1920u, 1080u, 1u, 1920u, 960u, 960u, 0u, 2073600u, 2592000u, 3110400u})
         put(bytes, v, 4);
-    put(bytes, 0xEEEEEEEE, 4);   // reserved
-    put(bytes, 3003, 8);         // time
-    put(bytes, 30000, 8);        // time scale
-    put(bytes, 77, 8);           // original time
-    put(bytes, 25, 8);           // original time scale
-    put(bytes, 24, 4);           // original frame within second
-    put(bytes, 0xA5, 4);         // stream flags
+    put(bytes, 0xEEEEEEEE, 4);             // reserved
+    put(bytes, 3003, 8);                   // time
+    put(bytes, 30000, 8);                  // time scale
+    put(bytes, 77, 8);                     // original time
+    put(bytes, 25, 8);                     // original time scale
+    put(bytes, 24, 4);                     // original frame within second
+    put(bytes, 0xA5, 4);                   // stream flags
     put(bytes, 0x1122334455667788ull, 8);  // stream value
     ASSERT_EQ(bytes.size(), TZKVideoInfo::kShortSize);
 
@@ -68,16 +68,16 @@ TEST(TZKVideoInfo, ReadsThePackedShortForm)
 TEST(TZKAudioInfo, ReadsThePackedShortForm)
 {
     std::vector<uint8_t> bytes;
-    put(bytes, 96000, 8);   // time
-    put(bytes, 48000, 8);   // time scale
-    put(bytes, 1024, 8);    // duration
-    put(bytes, 2, 4);       // format
-    put(bytes, 2, 2);       // channels
-    put(bytes, 16, 2);      // sample size
-    put(bytes, 48000, 4);   // sample rate
-    put(bytes, 1024, 4);    // number of samples
-    put(bytes, 3, 4);       // track index
-    put(bytes, 0, 4);       // reserved
+    put(bytes, 96000, 8);  // time
+    put(bytes, 48000, 8);  // time scale
+    put(bytes, 1024, 8);   // duration
+    put(bytes, 2, 4);      // format
+    put(bytes, 2, 2);      // channels
+    put(bytes, 16, 2);     // sample size
+    put(bytes, 48000, 4);  // sample rate
+    put(bytes, 1024, 4);   // number of samples
+    put(bytes, 3, 4);      // track index
+    put(bytes, 0, 4);      // reserved
     ASSERT_EQ(bytes.size(), TZKAudioInfo::kShortSize);
 
     TZKAudioInfo info;
@@ -126,8 +126,8 @@ TEST(TZKPacketView, RefusesChildrenShorterThanWhatTheyAnnounce)
         {44, 4, 1, false},
         {144, 4, 100, true},
         {143, 4, 100, false},
-        {200, 4, 100, true},                 // trailing bytes are ignored
-        {64, 0xFFFFFFFF, 0xFFFFFFFF, false}, // the sum must not wrap
+        {200, 4, 100, true},                  // trailing bytes are ignored
+        {64, 0xFFFFFFFF, 0xFFFFFFFF, false},  // the sum must not wrap
     };
     for (const Case& c : cases) {
         std::vector<uint8_t> child(c.childSize + 8, 0x5A);
@@ -161,8 +161,8 @@ TEST(TZKBundleView, RefusesChildrenShorterThanWhatTheyAnnounce)
     header.duration = 6;
     header.descriptorSize = 20;
     header.encode(child.data());
-    EXPECT_EQ(child[16], 0x90);   // time base at 16, little-endian
-    EXPECT_EQ(child[32], 20);     // descriptor size at 32
+    EXPECT_EQ(child[16], 0x90);  // time base at 16, little-endian
+    EXPECT_EQ(child[32], 20);    // descriptor size at 32
 
     TZKBundleView view;
     EXPECT_FALSE(view.parse(child.data(), 39));
@@ -175,4 +175,4 @@ TEST(TZKBundleView, RefusesChildrenShorterThanWhatTheyAnnounce)
     EXPECT_EQ(view.descriptor, child.data() + 40);
 }
 
-} // namespace
+}  // namespace

@@ -192,4 +192,4 @@ TEST(TPacketBundle, CloneIsDeepAndKeepsOrderAndNesting)
     EXPECT_EQ(live, 0);
 }
 
-} // namespace
+}  // namespace

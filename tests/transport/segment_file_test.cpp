@@ -106,7 +106,7 @@ TEST_F(SegmentFileTest, WrittenFramesReadBackWithProgressRewindAndEnd)
 
     {
         TZKSegmentWriter writer;
-        ASSERT_TRUE(writer.open(file, CATime(50, 25)));   // starts at 2 s
+        ASSERT_TRUE(writer.open(file, CATime(50, 25)));  // starts at 2 s
         for (uint64_t n = 0; n < 3; ++n) {
             pixels[0] = static_cast<uint8_t>(n);
             ZKEncImage_t image = imageRecord(pixels, 50 + n);
@@ -188,7 +188,7 @@ TEST_F(SegmentFileTest, EmptyShortMissingAndDamagedFiles)
     {
         TZKSegmentWriter writer;
         ASSERT_TRUE(writer.open(empty, CATime(0, 1000)));
-    }   // the destructor completes the header
+    }  // the destructor completes the header
     ASSERT_EQ(contents(empty).size(), 24u);
     ASSERT_TRUE(segment.open(empty));
     EXPECT_EQ(segment.getPayloadSize(), 0u);
@@ -221,4 +221,4 @@ TEST_F(SegmentFileTest, EmptyShortMissingAndDamagedFiles)
     EXPECT_EQ(segment.readNext(), nullptr);
 }
 
-} // namespace
+}  // namespace

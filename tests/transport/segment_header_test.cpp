@@ -8,7 +8,7 @@ TEST(TZKSegmentHeader, EncodesThreeLittleEndianNumbers)
 {
     TZKSegmentHeader header;
     header.start = 0x0102030405060708ull;
-    header.duration = 90000;      // 0x15F90
+    header.duration = 90000;  // 0x15F90
     header.timeScale = 0xFFFFFFFFFFFFFFFEull;
     uint8_t bytes[TZKSegmentHeader::kSize];
     header.encode(bytes);

@@ -37,8 +37,9 @@ void Describe(std::string& text, const std::string& prefix, const ZKEncImage_t* 
     Line(text, prefix + ".width", Number(i.width));
     Line(text, prefix + ".height", Number(i.height));
     Line(text, prefix + ".bottomUp", Number(i.bottomUp));
-    Line(text, prefix + ".rowBytes", Number(i.rowBytes[0]) + "," + Number(i.rowBytes[1]) + "," +
-                                         Number(i.rowBytes[2]) + "," + Number(i.rowBytes[3]));
+    Line(text, prefix + ".rowBytes",
+         Number(i.rowBytes[0]) + "," + Number(i.rowBytes[1]) + "," + Number(i.rowBytes[2]) + "," +
+             Number(i.rowBytes[3]));
     std::string planes;
     for (int p = 0; p < 4; ++p)
         planes += std::string(p ? "," : "") + (i.planes[p] != nullptr ? "1" : "0");
@@ -113,8 +114,7 @@ public:
         return static_cast<uint32_t>(m_status->Value());
     }
 
-    uint32_t CompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool isLastFrame,
-                           ZKEncImage_t* output) override
+    uint32_t CompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool isLastFrame, ZKEncImage_t* output) override
     {
         ++m_frames;
         if (isLastFrame)
@@ -194,8 +194,7 @@ EVC_PLUGIN_EXPORT uint64_t QVGetNumberVideoCompressors()
     return sizeof kOffers / sizeof kOffers[0];
 }
 
-EVC_PLUGIN_EXPORT void QVGetVideoCompressorInfo(uint64_t index, uint32_t* manufacturer, uint32_t* codec,
-                                                uint64_t* info)
+EVC_PLUGIN_EXPORT void QVGetVideoCompressorInfo(uint64_t index, uint32_t* manufacturer, uint32_t* codec, uint64_t* info)
 {
     kit::WriteOffer(kOffers, index, manufacturer, codec, info);
 }

@@ -27,8 +27,7 @@ EVC_PLUGIN_EXPORT uint64_t QVGetNumberVideoCompressors()
     return 2;
 }
 
-EVC_PLUGIN_EXPORT void QVGetVideoCompressorInfo(uint64_t index, uint32_t* manufacturer, uint32_t* codec,
-                                                uint64_t* info)
+EVC_PLUGIN_EXPORT void QVGetVideoCompressorInfo(uint64_t index, uint32_t* manufacturer, uint32_t* codec, uint64_t* info)
 {
     if (index == 1 && manufacturer != nullptr && codec != nullptr && info != nullptr) {
         *manufacturer = 0;

@@ -126,8 +126,7 @@ EVC_PLUGIN_EXPORT uint64_t QVGetNumberVideoCompressors()
     return sizeof kOffers / sizeof kOffers[0];
 }
 
-EVC_PLUGIN_EXPORT void QVGetVideoCompressorInfo(uint64_t index, uint32_t* manufacturer, uint32_t* codec,
-                                                uint64_t* info)
+EVC_PLUGIN_EXPORT void QVGetVideoCompressorInfo(uint64_t index, uint32_t* manufacturer, uint32_t* codec, uint64_t* info)
 {
     // Written before the fault, so a throwing entry leaves its outputs.
     kit::WriteOffer(kOffers, index, manufacturer, codec, info);

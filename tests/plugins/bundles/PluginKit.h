@@ -179,7 +179,9 @@ public:
 
 class TIntSetting : public TReportingSetting<IIntSetting> {
 public:
-    TIntSetting(const char* name, int32_t initial) : TReportingSetting(name, std::to_string(initial)), m_value(initial) {}
+    TIntSetting(const char* name, int32_t initial) : TReportingSetting(name, std::to_string(initial)), m_value(initial)
+    {
+    }
     void SetValue(int32_t value) override
     {
         m_value = value;
