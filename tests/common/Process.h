@@ -1,0 +1,43 @@
+// Other processes for tests: a forked body whose answer comes back through a pipe, programs of
+// the build, and shell commands with their output.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include <sys/types.h>
+
+namespace evctest {
+
+// Runs body in a forked child; the child's answer ("" for success, else what went wrong) comes
+// back through a pipe. The child ends with _exit, so nothing of the test runner runs twice; a
+// child still running when the object goes is killed and reaped.
+class ChildProcess {
+public:
+    explicit ChildProcess(std::function<std::string()> body);
+    ~ChildProcess();
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+
+    // Waits up to ms for the child; its answer, or a text saying it crashed or overstayed.
+    std::string Finish(unsigned ms = 20000);
+
+private:
+    void Reap(bool kill);
+    pid_t m_pid = -1;
+    int m_readFd = -1;
+    int m_status = 0;
+    bool m_reaped = false;
+};
+
+// EVC_BUILD_DIR (set by CTest) + "/" + relative; empty when the variable is not set.
+std::string BuildPath(const std::string& relative = "");
+
+// Runs a shell command with standard error joined to standard output.
+struct CommandResult {
+    int status = -1;  // exit status, -1 when it did not exit normally
+    std::string output;
+};
+CommandResult RunCommand(const std::string& command);
+
+}  // namespace evctest
