@@ -1,6 +1,7 @@
 // Round trip of an empty command through the client/service record: the
 // client posts a command, a second process takes it and posts the response.
-// Both sides poll their in-segment semaphore once a millisecond, so the
+// Measured twice in one run: with futex wake-ups (a post wakes the sleeping
+// peer) and with EVC_NO_FUTEX=1 (both sides poll once a millisecond), so the
 // figures are printed next to that polling period.
 
 #include "ipc/CAExternalEncodeProxyMPI.h"
@@ -11,6 +12,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <vector>
 
 #include <sys/wait.h>
@@ -24,7 +26,8 @@ struct Summary {
     size_t samples = 0;
     double medianMs = 0;
     double p99Ms = 0;
-} g_last;
+};
+Summary g_results[2];  // [1]: wake-ups, [0]: polling
 
 // The service side: answers every command until the quit code.
 [[noreturn]] void serve(const std::string& key)
@@ -81,6 +84,10 @@ double percentile(std::vector<double>& sorted, double fraction)
 
 void BM_EmptyCommandRoundTrip(benchmark::State& state)
 {
+    const bool wakeUps = state.range(0) != 0;
+    // Both sides read the switch when they open the segment; the service is a
+    // fork of this process and inherits it.
+    setenv("EVC_NO_FUTEX", wakeUps ? "0" : "1", 1);
     CAExternalEncodeProxyMPI client(1 << 16);
     ServiceProcess service(client.GetSharedMemoryName());
     if (!service.started() || !client.TimedWaitForResponse(10)) {
@@ -104,16 +111,23 @@ void BM_EmptyCommandRoundTrip(benchmark::State& state)
     if (roundTripsMs.empty())
         return;
     std::sort(roundTripsMs.begin(), roundTripsMs.end());
-    g_last.samples = roundTripsMs.size();
-    g_last.medianMs = percentile(roundTripsMs, 0.5);
-    g_last.p99Ms = percentile(roundTripsMs, 0.99);
-    state.counters["median_ms"] = g_last.medianMs;
-    state.counters["p99_ms"] = g_last.p99Ms;
-    state.counters["median/poll"] = g_last.medianMs / kPollingPeriodMs;
-    state.counters["p99/poll"] = g_last.p99Ms / kPollingPeriodMs;
+    Summary& summary = g_results[wakeUps ? 1 : 0];
+    summary.samples = roundTripsMs.size();
+    summary.medianMs = percentile(roundTripsMs, 0.5);
+    summary.p99Ms = percentile(roundTripsMs, 0.99);
+    state.counters["median_ms"] = summary.medianMs;
+    state.counters["p99_ms"] = summary.p99Ms;
+    state.counters["median/poll"] = summary.medianMs / kPollingPeriodMs;
+    state.counters["p99/poll"] = summary.p99Ms / kPollingPeriodMs;
 }
 
-BENCHMARK(BM_EmptyCommandRoundTrip)->UseManualTime()->MinTime(3.0)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_EmptyCommandRoundTrip)
+    ->ArgName("wakeups")
+    ->Arg(1)
+    ->Arg(0)
+    ->UseManualTime()
+    ->MinTime(3.0)
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
@@ -124,10 +138,17 @@ int main(int argc, char** argv)
         return 1;
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
-    if (g_last.samples != 0)
-        std::printf("\nempty command round trip over %zu samples: median %.3f ms, 99th percentile "
-                    "%.3f ms; polling period %.1f ms; ratio median/poll %.2f, p99/poll %.2f\n",
-                    g_last.samples, g_last.medianMs, g_last.p99Ms, kPollingPeriodMs, g_last.medianMs / kPollingPeriodMs,
-                    g_last.p99Ms / kPollingPeriodMs);
+    std::printf("\nempty command round trip     samples   median ms   p99 ms   median/poll  p99/poll\n");
+    const char* names[2] = {"polling (EVC_NO_FUTEX=1)", "futex wake-ups"};
+    for (int mode : {1, 0}) {
+        const Summary& r = g_results[mode];
+        if (r.samples != 0)
+            std::printf("%-28s %8zu %11.3f %8.3f %13.3f %9.3f\n", names[mode], r.samples, r.medianMs, r.p99Ms,
+                        r.medianMs / kPollingPeriodMs, r.p99Ms / kPollingPeriodMs);
+    }
+    if (g_results[0].samples != 0 && g_results[1].samples != 0)
+        std::printf("polling period %.1f ms; polling median / futex median %.1f (goals with futexes: median <= "
+                    "0.050 ms, p99 <= 0.200 ms)\n",
+                    kPollingPeriodMs, g_results[0].medianMs / g_results[1].medianMs);
     return 0;
 }

@@ -213,3 +213,9 @@ bool CAExternalEncodeProxyMPI::TimedWaitForResponse(int seconds) const
     assert(m_shared);
     return m_sharedMemory.semaphoreWaitTimed(&m_shared->m_responseSemaphore, secondsToMs(seconds));
 }
+
+bool CAExternalEncodeProxyMPI::WaitForResponseWithin(unsigned int ms) const
+{
+    assert(m_shared);
+    return m_sharedMemory.semaphoreWaitTimed(&m_shared->m_responseSemaphore, ms);
+}

@@ -57,6 +57,9 @@ public:
     void PostResponse();
     void WaitForResponse() const;
     bool TimedWaitForResponse(int seconds) const;
+    // The same with a limit in milliseconds, for a caller that waits in
+    // slices and watches the other process between them.
+    bool WaitForResponseWithin(unsigned int ms) const;
 
     // The record itself, for the fields without accessors (hints, payload
     // sizes, begin flag, last-pass answer). Touch them only on your turn of the

@@ -1,5 +1,7 @@
 #include "ipc/details/ASharedMemory.h"
 
+#include "ipc/details/FutexWake.h"
+
 #include <algorithm>
 #include <cassert>
 #include <climits>
@@ -46,6 +48,7 @@ bool CASharedMemory::create(const char* key, size_t size)
     }
     clearCache();
     m_changeCount = 0;
+    m_wakeUps = ZKFutexWakeUpsEnabled();
     // The mapped file takes the size as a signed 32-bit count.
     if (size > static_cast<size_t>(INT_MAX))
         return false;
@@ -82,6 +85,7 @@ bool CASharedMemory::attach(const char* key)
     if (!backend->attach(key))
         return false;
     m_backend = std::move(backend);
+    m_wakeUps = ZKFutexWakeUpsEnabled();
 
     bool loaded = false;
     if (m_backend->lock()) {
@@ -229,23 +233,37 @@ void* CASharedMemory::findAddr(const char* name, size_t* dataSize)
 
 // One poll of a semaphore: takes a count if one is there. A count below zero
 // can only come from a damaged segment: nothing to take.
-bool CASharedMemory::tryTake(TSemaphore* semaphore) const
+bool CASharedMemory::tryTake(TSemaphore* semaphore, int32_t& seen) const
 {
     volatile int32_t* count = &semaphore->m_count;
     m_backend->lock();
-    const bool taken = *count > 0;
+    seen = *count;
+    const bool taken = seen > 0;
     if (taken)
         --*count;
     m_backend->unlock();
     return taken;
 }
 
+// Between two polls. The futex sleep compares the word with the value seen
+// under the lock, so a post made after that look ends the sleep at once; the
+// 1 ms limit keeps a peer that only polls (and never wakes us) as fast as
+// before.
+void CASharedMemory::pause(const TSemaphore* semaphore, int32_t seen) const
+{
+    if (m_wakeUps)
+        ZKFutexWait(&semaphore->m_count, seen, 1000);
+    else
+        yield(1);
+}
+
 bool CASharedMemory::semaphoreWait(TSemaphore* semaphore) const
 {
     if (!isInside(semaphore))
         return false;
-    while (!tryTake(semaphore))
-        yield(1);
+    int32_t seen = 0;
+    while (!tryTake(semaphore, seen))
+        pause(semaphore, seen);
     return true;
 }
 
@@ -256,14 +274,17 @@ bool CASharedMemory::semaphoreWaitTimed(TSemaphore* semaphore, unsigned int ms) 
     const CASystemTime clock;
     // The count is looked at once before the time, so a limit of 0 still takes
     // an available count.
-    while (!tryTake(semaphore)) {
+    int32_t seen = 0;
+    while (!tryTake(semaphore, seen)) {
         if (clock.elapsed() >= ms)
             return false;
-        yield(1);
+        pause(semaphore, seen);
     }
     return true;
 }
 
+// The count changes under the lock as for a polling peer; the wake only
+// shortens the sleep of a waiter that uses futexes.
 bool CASharedMemory::semaphorePost(TSemaphore* semaphore) const
 {
     if (!isInside(semaphore))
@@ -272,6 +293,8 @@ bool CASharedMemory::semaphorePost(TSemaphore* semaphore) const
     m_backend->lock();
     ++*count;
     m_backend->unlock();
+    if (m_wakeUps)
+        ZKFutexWake(count);
     return true;
 }
 

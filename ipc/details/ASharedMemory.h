@@ -51,12 +51,19 @@ public:
     // The data of the block named name, or null; dataSize receives its length.
     void* findAddr(const char* name, size_t* dataSize = nullptr);
 
-    // The semaphore must lie inside this segment; false otherwise.
+    // The semaphore must lie inside this segment; false otherwise. A waiter
+    // looks at the count under the segment's lock and, between looks, sleeps
+    // until a post wakes it or 1 ms has passed, so a peer that never wakes
+    // anybody (it only polls) is still seen within a millisecond.
     bool semaphoreWait(TSemaphore* semaphore) const;
     bool semaphoreWaitTimed(TSemaphore* semaphore, unsigned int ms) const;
     bool semaphorePost(TSemaphore* semaphore) const;
 
     static void yield(int ms);
+
+    // Whether posts wake sleeping waiters and waits sleep until woken; fixed
+    // when the segment is created or attached (off with EVC_NO_FUTEX=1).
+    bool wakeUps() const { return m_wakeUps; }
 
     template <class T>
     T* construct(const char* name)
@@ -97,7 +104,10 @@ private:
     uint64_t readWord(size_t offset) const;
     void writeWord(size_t offset, uint64_t value);
     bool isInside(const TSemaphore* semaphore) const;
-    bool tryTake(TSemaphore* semaphore) const;
+    // One look at the count under the lock; seen receives the count when
+    // nothing was taken.
+    bool tryTake(TSemaphore* semaphore, int32_t& seen) const;
+    void pause(const TSemaphore* semaphore, int32_t seen) const;
 
     bool loadTableOfContents();
     bool loadFragment(size_t offset, TFragment& fragment) const;
@@ -111,4 +121,5 @@ private:
     std::list<TFragment> m_freeFragments;
     std::unique_ptr<CAMemoryMappedFile> m_backend;
     uint64_t m_changeCount = 0;
+    bool m_wakeUps = false;
 };

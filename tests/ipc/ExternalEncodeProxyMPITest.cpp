@@ -21,6 +21,34 @@ class TestChannel : public CAExternalEncodeProxyMPI {
 public:
     using CAExternalEncodeProxyMPI::CAExternalEncodeProxyMPI;
     const uint8_t* segment() const { return static_cast<const uint8_t*>(m_sharedMemory.data()); }
+    bool wakeUps() const { return m_sharedMemory.wakeUps(); }
+};
+
+// Sets or clears the switch that turns futex wake-ups off, for one side
+// (this process) while the object lives; a forked child inherits it.
+class WakeUpSwitch {
+public:
+    explicit WakeUpSwitch(bool wakeUps)
+    {
+        const char* old = getenv("EVC_NO_FUTEX");
+        m_had = old != nullptr;
+        if (m_had)
+            m_old = old;
+        setenv("EVC_NO_FUTEX", wakeUps ? "0" : "1", 1);
+    }
+    ~WakeUpSwitch()
+    {
+        if (m_had)
+            setenv("EVC_NO_FUTEX", m_old.c_str(), 1);
+        else
+            unsetenv("EVC_NO_FUTEX");
+    }
+    WakeUpSwitch(const WakeUpSwitch&) = delete;
+    WakeUpSwitch& operator=(const WakeUpSwitch&) = delete;
+
+private:
+    bool m_had = false;
+    std::string m_old;
 };
 
 std::string constructionError(const std::function<void()>& construct)
@@ -42,6 +70,8 @@ class ExternalEncodeProxyMPITest : public IpcScratchTest {
 protected:
     // Registers a creating side's key: its file and lock must be gone at the end.
     void watch(const CAExternalEncodeProxyMPI& client) { expectLockRemoved(client.key()); }
+    // Forty commands and the quit, each side waking its peer or not.
+    void converse(bool clientWakeUps, bool serviceWakeUps);
 };
 
 TEST_F(ExternalEncodeProxyMPITest, FreshChannelLayout)
@@ -199,9 +229,12 @@ TEST_F(ExternalEncodeProxyMPITest, CreatingSideFailuresLeaveNothing)
 
 // A stand-in for the service: answers every command until the quit code with a
 // status built from what it read, and a reply that reverses the payload.
-std::string serveUntilQuit(const std::string& key, int* served)
+std::string serveUntilQuit(const std::string& key, int* served, bool wakeUps)
 {
+    const WakeUpSwitch mode(wakeUps);
     TestChannel service(key, 10000);
+    if (service.wakeUps() != wakeUps)
+        return "the service ignored EVC_NO_FUTEX";
     service.setExternalProcessInfo(getppid(), "client");
     service.PostResponse();  // ready
     for (;;) {
@@ -225,11 +258,28 @@ std::string serveUntilQuit(const std::string& key, int* served)
     }
 }
 
+// Every pairing of a side that sleeps on futexes and wakes its peer with one
+// that only polls holds a whole conversation.
 TEST_F(ExternalEncodeProxyMPITest, ClientAndServiceAlternate)
+{
+    const struct {
+        bool clientWakeUps;
+        bool serviceWakeUps;
+    } modes[] = {{true, true}, {true, false}, {false, true}, {false, false}};
+    for (const auto& mode : modes) {
+        SCOPED_TRACE(::testing::Message()
+                     << "client wake-ups " << mode.clientWakeUps << ", service wake-ups " << mode.serviceWakeUps);
+        converse(mode.clientWakeUps, mode.serviceWakeUps);
+    }
+}
+
+void ExternalEncodeProxyMPITest::converse(bool clientWakeUps, bool serviceWakeUps)
 {
     std::string key;
     {
+        const WakeUpSwitch clientMode(clientWakeUps);
         TestChannel client(1 << 20);
+        ASSERT_EQ(client.wakeUps(), clientWakeUps);
         watch(client);
         key = client.GetSharedMemoryName();
         client.setExternalProcessInfo(4242, "service");
@@ -239,7 +289,7 @@ TEST_F(ExternalEncodeProxyMPITest, ClientAndServiceAlternate)
 
         ChildProcess service([&] {
             int served = 0;
-            const std::string outcome = serveUntilQuit(key, &served);
+            const std::string outcome = serveUntilQuit(key, &served, serviceWakeUps);
             return outcome.empty() && served != 40 ? "served " + std::to_string(served) : outcome;
         });
         ASSERT_TRUE(client.TimedWaitForResponse(10));  // the service is ready
@@ -274,6 +324,25 @@ TEST_F(ExternalEncodeProxyMPITest, ClientAndServiceAlternate)
     }
     EXPECT_FALSE(fileExists(key));
     EXPECT_FALSE(lockExists(key));
+}
+
+// A peer that never posts: the wait still ends at its limit (not before),
+// whether it sleeps on the futex or polls.
+TEST_F(ExternalEncodeProxyMPITest, WaitsWithoutAPostEndAtTheirLimit)
+{
+    for (const bool wakeUps : {true, false}) {
+        SCOPED_TRACE(wakeUps ? "futex" : "polling");
+        const WakeUpSwitch mode(wakeUps);
+        TestChannel client(4096);
+        watch(client);
+        ASSERT_EQ(client.wakeUps(), wakeUps);
+        EXPECT_FALSE(client.TimedWaitForResponse(0));
+        const CASystemTime clock;
+        EXPECT_FALSE(client.WaitForResponseWithin(30));
+        EXPECT_GE(clock.elapsed(), 30u);
+        client.PostResponse();
+        EXPECT_TRUE(client.WaitForResponseWithin(0));
+    }
 }
 
 TEST_F(ExternalEncodeProxyMPITest, TimedWaitsTakeOnePostEach)
