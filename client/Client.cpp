@@ -24,6 +24,8 @@ constexpr uint64_t kElementMargin = 1 << 20;
 // The service posts its first response once attached; a fresh process with
 // plug-ins not yet loaded answers well within this.
 constexpr std::chrono::milliseconds kStartTimeout{20000};
+// How often a wait for the service looks at the child (waitpid) and the clock.
+constexpr unsigned kWatchSliceMs = 2;
 
 std::string ProgramFolder()
 {
@@ -137,19 +139,20 @@ void Client::TPrivate::Fail(const char* name)
 void Client::TPrivate::WaitForResponse(const char* name, std::chrono::milliseconds timeout)
 {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
-    for (unsigned poll = 0;; ++poll) {
-        if (m_channel.TimedWaitForResponse(0))
+    for (;;) {
+        // Sleeps on the response semaphore, which the service's post ends at
+        // once, in short slices; between them the child and the clock are
+        // looked at, so a crash is reported within a slice.
+        if (m_channel.WaitForResponseWithin(kWatchSliceMs))
             return;
-        // The child and the clock are looked at every 16 polls (about 8 ms):
-        // often enough to report a crash at once, rarely enough to leave the
-        // CPU to the codec.
-        if (poll % 16 == 15) {
-            if (!m_process->alive())
-                Fail(name);
-            if (std::chrono::steady_clock::now() >= deadline)
-                Fail(name);
+        if (!m_process->alive()) {
+            // A response posted just before the end still counts.
+            if (m_channel.WaitForResponseWithin(0))
+                return;
+            Fail(name);
         }
-        usleep(500);
+        if (std::chrono::steady_clock::now() >= deadline)
+            Fail(name);
     }
 }
 
