@@ -5,25 +5,24 @@
 
 #include <cstdint>
 
+#include "evc/FourCC.h"
+
 namespace evc {
 namespace h264 {
 
-// A four-character code as the 32-bit number plug-ins report: the first
-// character in the most significant byte.
-constexpr uint32_t FourCC(const char (&code)[5])
-{
-    return (uint32_t(uint8_t(code[0])) << 24) | (uint32_t(uint8_t(code[1])) << 16) | (uint32_t(uint8_t(code[2])) << 8) |
-           uint32_t(uint8_t(code[3]));
-}
+using evc::FourCC;
 
 // Presets name the compressor by these numbers in decimal:
 // Manufacture4cc="1702257440" ('evc '), Codec4cc="1635148593" ('avc1').
-constexpr uint32_t kManufacturer = FourCC("evc ");
+constexpr uint32_t kManufacturer = evc::kManufacturer;
 constexpr uint32_t kCodec = FourCC("avc1");
 static_assert(kManufacturer == 1702257440u && kCodec == 1635148593u, "codes as presets spell them");
 
-// The only input colour format: 8-bit 4:2:0, three planes (EColorFormats 6).
+// Input colour formats (EColorFormats): 6 (8-bit 4:2:0) is the usual one;
+// also 31 (10-bit 4:2:0), 32 (10-bit 4:2:2) and 13 (8-bit 4:4:4). Others are
+// refused with 0x800F0007.
 constexpr uint32_t kInputColorFormat = 6;
+constexpr uint32_t kInputColorFormats[] = {6, 31, 32, 13};
 
 // Types of the packets in an output's data packets bundle: one packet per
 // compressed picture, in decode order, Annex-B bytes (start codes included),
@@ -41,9 +40,12 @@ constexpr uint32_t kPictureParameterSetPacket = 8;
 constexpr char kBitrate[] = "Bitrate";                    // eInt, kbit/s; 0: quality mode (CRF)
 constexpr char kKeyFrameInterval[] = "KeyFrameInterval";  // eInt, pictures; 0: the encoder's own (250)
 // Non-standard settings.
-constexpr char kPreset[] = "Preset";    // eEnum, "ultrafast" ... "placebo"; default "medium"
-constexpr char kTune[] = "Tune";        // eEnum, "none", "film", ... "zerolatency"; default "none"
-constexpr char kProfile[] = "Profile";  // eEnum, "auto", "baseline", "main", "high"; default "auto"
+constexpr char kPreset[] = "Preset";  // eEnum, "ultrafast" ... "placebo"; default "medium"
+constexpr char kTune[] = "Tune";      // eEnum, "none", "film", ... "zerolatency"; default "none"
+// eEnum, "auto", "baseline", "main", "high", "high10", "high422", "high444";
+// default "auto". "high" means the High profile that fits the input format
+// (High 10, High 4:2:2 or High 4:4:4 Predictive for the formats beyond 6).
+constexpr char kProfile[] = "Profile";
 constexpr char kCRF[] = "CRF";          // eDouble, 0 to 51; default 23; used when Bitrate is 0
 constexpr char kThreads[] = "Threads";  // eInt, 0: as many as the machine suits
 // eDouble, nominal pictures per second; 0: 25. Rate control follows the

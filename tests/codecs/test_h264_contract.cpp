@@ -91,7 +91,7 @@ TEST_F(H264Test, BeginRejectsBadSamplesAndSettings)
         uint32_t status;
     };
     const Case cases[] = {
-        {"colour format 13", [](IVideoCompressor&, ZKEncImage_t& s) { s.image.colorFormat = 13; }, kMismatch},
+        {"colour format 24", [](IVideoCompressor&, ZKEncImage_t& s) { s.image.colorFormat = 24; }, kMismatch},
         {"width 0", [](IVideoCompressor&, ZKEncImage_t& s) { s.image.width = 0; }, kBadArgument},
         {"height 0", [](IVideoCompressor&, ZKEncImage_t& s) { s.image.height = 0; }, kBadArgument},
         {"odd width", [](IVideoCompressor&, ZKEncImage_t& s) { s.image.width = 63; }, kBadArgument},

@@ -1,0 +1,139 @@
+// Ready implementations of the packet interfaces for plug-in authors: a plain
+// packet holding its own copy of the bytes, and a bundle that owns its
+// members. Header-only, so a plug-in links nothing of ours. Both are released
+// with destroy(), the way the host releases what a plug-in hands out.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "evc/IPacket.h"
+
+namespace evc {
+namespace plugin {
+
+// One typed, timed byte string with an optional descriptor; it copies both.
+class TPacket : public IPacket {
+public:
+    TPacket(uint32_t type, const uint8_t* data, size_t size, uint64_t time = 0, uint64_t timeBase = 1,
+            uint64_t duration = 0, uint32_t track = 0)
+        : m_type(type), m_track(track), m_time(time), m_timeBase(timeBase), m_duration(duration)
+    {
+        if (data != nullptr)
+            m_data.assign(data, data + size);
+    }
+    // Attaches a copy of descriptor bytes (codec-specific side data).
+    void SetDescriptor(const uint8_t* descriptor, size_t size)
+    {
+        m_descriptor.assign(descriptor, descriptor + (descriptor != nullptr ? size : 0));
+    }
+
+    uint32_t getType() const override { return m_type; }
+    uint32_t getTrack() const override { return m_track; }
+    uint64_t getTime() const override { return m_time; }
+    uint64_t getTimeBase() const override { return m_timeBase; }
+    uint64_t getDuration() const override { return m_duration; }
+    const uint8_t* getDescriptor() const override { return m_descriptor.empty() ? nullptr : m_descriptor.data(); }
+    uint64_t getDescriptorSize() const override { return m_descriptor.size(); }
+    const uint8_t* getData() const override { return m_data.empty() ? nullptr : m_data.data(); }
+    uint64_t getDataSize() const override { return m_data.size(); }
+    IPacket* clone() const override { return new TPacket(*this); }
+    void destroy() override { delete this; }
+
+protected:
+    TPacket(const TPacket&) = default;
+    ~TPacket() override = default;
+
+private:
+    uint32_t m_type;
+    uint32_t m_track;
+    uint64_t m_time;
+    uint64_t m_timeBase;
+    uint64_t m_duration;
+    std::vector<uint8_t> m_descriptor;
+    std::vector<uint8_t> m_data;
+};
+
+// An ordered list of owned packets and nested bundles in one time base.
+class TBundle : public IPacketBundle {
+public:
+    explicit TBundle(uint64_t timeBase = 1) : m_timeBase(timeBase) {}
+    TBundle(const TBundle&) = delete;
+    TBundle& operator=(const TBundle&) = delete;
+
+    uint32_t getTrack() const override { return 0; }
+    uint64_t getTime() const override { return 0; }
+    uint64_t getTimeBase() const override { return m_timeBase; }
+    uint64_t getDuration() const override { return 0; }
+    const uint8_t* getDescriptor() const override { return nullptr; }
+    uint64_t getDescriptorSize() const override { return 0; }
+    IPacket* clone() const override
+    {
+        std::unique_ptr<TBundle, void (*)(TBundle*)> copy(new TBundle(m_timeBase), [](TBundle* b) { b->destroy(); });
+        for (const IPacket* member : m_members)
+            copy->append(member->clone());
+        return copy.release();
+    }
+    void destroy() override { delete this; }
+
+    void clear() override
+    {
+        for (IPacket* member : m_members)
+            member->destroy();
+        m_members.clear();
+    }
+    uint32_t size() const override { return static_cast<uint32_t>(m_members.size()); }
+    IPacket* get(uint32_t index) const override { return index < m_members.size() ? m_members[index] : nullptr; }
+    IPacket* remove(uint32_t index) override
+    {
+        if (index >= m_members.size())
+            return nullptr;
+        IPacket* member = m_members[index];
+        m_members.erase(m_members.begin() + index);
+        return member;
+    }
+    // A null packet is ignored: members are destroyed without a null test.
+    void append(IPacket* packet) override
+    {
+        if (packet == nullptr)
+            return;
+        try {
+            m_members.push_back(packet);
+        } catch (...) {
+            packet->destroy();  // ownership was handed over: never leak it
+            throw;
+        }
+    }
+    IPacket* replace(uint32_t index, IPacket* packet) override
+    {
+        if (index >= m_members.size() || packet == nullptr)
+            return nullptr;
+        IPacket* old = m_members[index];
+        m_members[index] = packet;
+        return old;
+    }
+
+protected:
+    ~TBundle() override { clear(); }
+
+private:
+    uint64_t m_timeBase;
+    std::vector<IPacket*> m_members;
+};
+
+// Owning pointers that release with destroy().
+struct TPacketDestroyer {
+    void operator()(IPacket* packet) const { ZKDestroyPacket(packet); }
+};
+using TBundlePtr = std::unique_ptr<TBundle, TPacketDestroyer>;
+using TPacketPtr = std::unique_ptr<IPacket, TPacketDestroyer>;
+
+inline TBundlePtr MakeBundle(uint64_t timeBase)
+{
+    return TBundlePtr(new TBundle(timeBase));
+}
+
+}  // namespace plugin
+}  // namespace evc

@@ -1,0 +1,212 @@
+// A settings table for plug-in authors: one row per setting (name, kind,
+// default, range or enumerators) builds an ISettingArray the host can fill
+// from a preset. A setting only stores what it is given; Check() tells, with a
+// message, which value lies outside its row, so a compressor refuses a bad
+// preset when a stream begins instead of dropping a value quietly.
+// Header-only, so a plug-in links nothing of ours.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "evc/ISetting.h"
+
+namespace evc {
+namespace plugin {
+
+enum class ESettingKind { Bool, Int, Double, Enum };
+
+// One row of a table. Build rows with the helpers below.
+struct TSettingRow {
+    const char* name;
+    ESettingKind kind;
+    double initial;  // Bool, Int, Double
+    double minimum;  // Int, Double: the value must lie in [minimum, maximum]
+    double maximum;
+    std::vector<std::string> enumerators;  // Enum
+    std::string initialText;               // Enum
+};
+
+inline TSettingRow BoolRow(const char* name, bool initial)
+{
+    return {name, ESettingKind::Bool, initial ? 1.0 : 0.0, 0, 1, {}, {}};
+}
+inline TSettingRow IntRow(const char* name, int32_t initial, int32_t minimum = std::numeric_limits<int32_t>::min(),
+                          int32_t maximum = std::numeric_limits<int32_t>::max())
+{
+    return {name, ESettingKind::Int, double(initial), double(minimum), double(maximum), {}, {}};
+}
+inline TSettingRow DoubleRow(const char* name, double initial, double minimum, double maximum)
+{
+    return {name, ESettingKind::Double, initial, minimum, maximum, {}, {}};
+}
+inline TSettingRow EnumRow(const char* name, std::vector<std::string> enumerators, const char* initial)
+{
+    return {name, ESettingKind::Enum, 0, 0, 0, std::move(enumerators), initial};
+}
+
+namespace detail {
+
+template <class Interface>
+class TRowSetting : public Interface {
+public:
+    explicit TRowSetting(const TSettingRow& row) : m_row(row) {}
+    const char* GetName() const override { return m_row.name; }
+    const TSettingRow& Row() const { return m_row; }
+
+private:
+    TSettingRow m_row;
+};
+
+class TBool : public TRowSetting<IBoolSetting> {
+public:
+    explicit TBool(const TSettingRow& row) : TRowSetting(row), value(row.initial != 0) {}
+    void SetValue(bool v) override { value = v; }
+    bool value;
+};
+
+class TInt : public TRowSetting<IIntSetting> {
+public:
+    explicit TInt(const TSettingRow& row) : TRowSetting(row), value(int32_t(row.initial)) {}
+    void SetValue(int32_t v) override { value = v; }
+    int32_t value;
+};
+
+class TDouble : public TRowSetting<IDoubleSetting> {
+public:
+    explicit TDouble(const TSettingRow& row) : TRowSetting(row), value(row.initial) {}
+    void SetValue(double v) override { value = v; }
+    double value;
+};
+
+class TEnum : public TRowSetting<IEnumSetting> {
+public:
+    explicit TEnum(const TSettingRow& row) : TRowSetting(row), value(row.initialText) {}
+    void SetValue(const char* v) override { value = v != nullptr ? v : ""; }
+    std::string value;
+};
+
+inline std::string Number(double value)
+{
+    std::string text = std::to_string(value);
+    // Trim the zeros of a whole or short number for messages.
+    if (text.find('.') != std::string::npos) {
+        text.erase(text.find_last_not_of('0') + 1);
+        if (text.back() == '.')
+            text.pop_back();
+    }
+    return text;
+}
+
+}  // namespace detail
+
+// The settings of one array, in row order. Lookups by name throw
+// std::logic_error for a name or kind the table does not hold: that is a
+// fault of the plug-in, not of the preset.
+class TSettingTable : public ISettingArray {
+public:
+    explicit TSettingTable(std::vector<TSettingRow> rows)
+    {
+        for (const TSettingRow& row : rows) {
+            switch (row.kind) {
+            case ESettingKind::Bool:
+                m_settings.emplace_back(new detail::TBool(row));
+                break;
+            case ESettingKind::Int:
+                m_settings.emplace_back(new detail::TInt(row));
+                break;
+            case ESettingKind::Double:
+                m_settings.emplace_back(new detail::TDouble(row));
+                break;
+            case ESettingKind::Enum:
+                m_settings.emplace_back(new detail::TEnum(row));
+                break;
+            }
+            m_rows.push_back(row);
+        }
+    }
+    TSettingTable(const TSettingTable&) = delete;
+    TSettingTable& operator=(const TSettingTable&) = delete;
+
+    int32_t GetCount() const override { return static_cast<int32_t>(m_settings.size()); }
+    ISetting* GetSetting(int32_t index) const override
+    {
+        return index >= 0 && index < GetCount() ? m_settings[size_t(index)].get() : nullptr;
+    }
+
+    bool Has(const char* name) const { return Index(name) >= 0; }
+    bool Bool(const char* name) const { return Get<detail::TBool>(name, ESettingKind::Bool).value; }
+    int32_t Int(const char* name) const { return Get<detail::TInt>(name, ESettingKind::Int).value; }
+    double Double(const char* name) const { return Get<detail::TDouble>(name, ESettingKind::Double).value; }
+    const std::string& Enum(const char* name) const { return Get<detail::TEnum>(name, ESettingKind::Enum).value; }
+
+    // True when every value lies in its row's range or enumerators; otherwise
+    // false with a sentence naming the first one that does not.
+    bool Check(std::string& problem) const
+    {
+        for (size_t i = 0; i < m_rows.size(); ++i)
+            if (!CheckRow(i, problem))
+                return false;
+        return true;
+    }
+
+private:
+    bool CheckRow(size_t i, std::string& problem) const
+    {
+        const TSettingRow& row = m_rows[i];
+        double value = 0;
+        switch (row.kind) {
+        case ESettingKind::Bool:
+            return true;
+        case ESettingKind::Int:
+            value = static_cast<const detail::TInt&>(*m_settings[i]).value;
+            break;
+        case ESettingKind::Double:
+            value = static_cast<const detail::TDouble&>(*m_settings[i]).value;
+            break;
+        case ESettingKind::Enum: {
+            const std::string& text = static_cast<const detail::TEnum&>(*m_settings[i]).value;
+            std::string list;
+            for (const std::string& enumerator : row.enumerators) {
+                if (enumerator == text)
+                    return true;
+                list += (list.empty() ? "" : ", ") + enumerator;
+            }
+            problem = std::string(row.name) + " \"" + text + "\" is not one of: " + list;
+            return false;
+        }
+        }
+        if (value >= row.minimum && value <= row.maximum)  // NaN fails both
+            return true;
+        problem = std::string(row.name) + " must lie between " + detail::Number(row.minimum) + " and " +
+                  detail::Number(row.maximum) + ", not " + detail::Number(value);
+        return false;
+    }
+
+    int Index(const char* name) const
+    {
+        for (size_t i = 0; i < m_rows.size(); ++i)
+            if (std::strcmp(m_rows[i].name, name) == 0)
+                return static_cast<int>(i);
+        return -1;
+    }
+    template <class Setting>
+    const Setting& Get(const char* name, ESettingKind kind) const
+    {
+        const int i = Index(name);
+        if (i < 0 || m_rows[size_t(i)].kind != kind)
+            throw std::logic_error(std::string("no setting ") + name + " of that kind");
+        return static_cast<const Setting&>(*m_settings[size_t(i)]);
+    }
+
+    std::vector<TSettingRow> m_rows;
+    std::vector<std::unique_ptr<ISetting>> m_settings;
+};
+
+}  // namespace plugin
+}  // namespace evc
