@@ -16,9 +16,6 @@ namespace evc {
 
 namespace {
 
-// What the service's reply area needs beyond the record.
-constexpr uint64_t kReplyAreaBytes = 0x4000000;
-constexpr uint64_t kRecordBytes = 176;
 // Room for the element headers and packets around a frame's pixels.
 constexpr uint64_t kElementMargin = 1 << 20;
 // The service posts its first response once attached; a fresh process with
@@ -89,7 +86,8 @@ namespace {
 uint64_t SegmentSize(const ClientOptions& options)
 {
     const uint64_t request = 2 * (options.largestFrameBytes + kElementMargin);
-    return kRecordBytes + std::max(kReplyAreaBytes, request);
+    return CAExternalEncodeProxyMPI::kPayloadOffset +
+           std::max<uint64_t>(CAExternalEncodeProxyMPI::kReplyAreaBytes, request);
 }
 
 }  // namespace
@@ -257,7 +255,7 @@ uint32_t Client::CompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool 
             p.m_proxy.Begin(p.m_channel.payload(), static_cast<uint32_t>(replyBytes));
             TZKImageFramePtr frame = p.m_proxy.DeSerializeFrame(static_cast<uint32_t>(replyBytes));
             if (!frame)
-                return kStatusBadArgument;
+                return kZKErrBadArgument;
             const ZKEncImage_t reply = frame->GetZKEncImage();
             CopyPackets(reply.descriptors, 0, result->descriptors);
             CopyPackets(reply.image.dataPackets, 0, result->packets);

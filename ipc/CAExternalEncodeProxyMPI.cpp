@@ -31,8 +31,6 @@ unsigned int secondsToMs(int seconds)
 
 }  // namespace
 
-const char* const CAExternalEncodeProxyMPI::kSharedDataName = "CAExternalVideoProxySharedData";
-
 CAExternalEncodeProxyMPI::CAExternalEncodeProxyMPI() : m_shared(nullptr), m_externalProcessId(0) {}
 
 CAExternalEncodeProxyMPI::CAExternalEncodeProxyMPI(size_t size) : m_shared(nullptr), m_externalProcessId(0)
@@ -52,6 +50,9 @@ CAExternalEncodeProxyMPI::CAExternalEncodeProxyMPI(size_t size) : m_shared(nullp
                                  m_key + " of size " + std::to_string(size) + " bytes");
     }
     m_shared = m_sharedMemory.construct<CAExternalVideoProxySharedData>(kSharedDataName);
+    // The other side finds the payload at the fixed offset, so the record must sit there.
+    if (m_shared != nullptr && m_shared->m_payload != static_cast<uint8_t*>(m_sharedMemory.data()) + kPayloadOffset)
+        m_shared = nullptr;
     if (m_shared == nullptr) {
         removeBackingFile();
         throw std::runtime_error("TMessagePassingInterface failed to construct "

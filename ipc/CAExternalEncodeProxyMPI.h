@@ -16,7 +16,17 @@ public:
     using TCommand = CAExternalVideoProxySharedData::TCommand;
 
     // Name of the record's block in the segment.
-    static const char* const kSharedDataName;
+    static constexpr char kSharedDataName[] = "CAExternalVideoProxySharedData";
+    // Where the payload area starts in the segment: the record is the first
+    // block, so the change counter, the block's header with the name padded to
+    // 8 bytes, and the record's fixed fields come before it. A segment of
+    // size bytes carries size - kPayloadOffset bytes of payload.
+    static constexpr size_t kPayloadOffset = CASharedMemory::kChangeCounterSize + CASharedMemory::kFragmentHeaderSize +
+                                             (sizeof kSharedDataName - 1 + 7) / 8 * 8 +
+                                             offsetof(CAExternalVideoProxySharedData, m_payload);
+    // The most the service's reply (one output frame's element) occupies,
+    // from the start of the payload area; segments for the service hold it.
+    static constexpr size_t kReplyAreaBytes = 0x4000000;
 
     // Empty object: no segment, no record.
     CAExternalEncodeProxyMPI();
@@ -86,3 +96,5 @@ private:
     template <class T>
     void writeLocked(T& field, T value);
 };
+
+static_assert(CAExternalEncodeProxyMPI::kPayloadOffset == 176, "payload area offset in the segment");

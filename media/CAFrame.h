@@ -4,7 +4,7 @@
 
 #include "media/CABuffer.h"
 #include "media/CATime.h"
-#include "media/ZKResult.h"
+#include "evc/ZKResult.h"
 #include "evc/IPacket.h"
 
 #include <cstdint>

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "media/ZKImageLayout.h"
-#include "media/ZKResult.h"
+#include "evc/ZKResult.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <cstddef>
 
 #include "media/ZKColorFormats.h"
-#include "media/ZKResult.h"
+#include "evc/ZKResult.h"
 
 bool ZKIsOnePlaneFormat(uint32_t colorFormat)
 {

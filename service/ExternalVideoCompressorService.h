@@ -11,15 +11,9 @@
 #include "ipc/CAExternalEncodeProxyMPI.h"
 #include "transport/ExternalVideoProxy.h"
 
-// Statuses the service itself answers.
-constexpr uint32_t kServiceNoCompressor = 0x800300E9;  // no compressor for the codes, or none yet
-constexpr uint32_t kServiceBadPreset = 0x800300EA;     // the preset has no root "Output"
-
 // How long the loop waits for each command, and for the record at start-up.
 constexpr int kServiceCommandTimeoutSeconds = 300;
 constexpr unsigned int kServiceAttachTimeoutMs = 300000;
-// The most a reply may occupy in the payload area.
-constexpr uint32_t kServiceReplyAreaBytes = 0x4000000;
 
 class ExternalVideoCompressorService : public CAExternalEncodeProxyMPI {
 public:

@@ -8,7 +8,7 @@
 
 #include "plugins/CPluginCollection.h"
 #include "service/ExternalVideoCompressorService.h"
-#include "media/ZKResult.h"
+#include "evc/ZKResult.h"
 #include "service/PresetReader.h"
 
 namespace {
@@ -29,7 +29,7 @@ bool ReadFrameItem(ExternalVideoProxy& proxy, int32_t length, TZKImageFramePtr& 
 void ExternalVideoCompressorService::ServiceBegin()
 {
     if (m_compressor == nullptr)
-        return Answer(kServiceNoCompressor);
+        return Answer(kZKErrNoCompressor);
     const int32_t length = m_shared->m_payloadSize0;
     if (!LengthsFit(length))
         return Answer(kZKErrBadArgument);
@@ -49,7 +49,7 @@ void ExternalVideoCompressorService::ServiceBegin()
 void ExternalVideoCompressorService::ServiceEnd()
 {
     if (m_compressor == nullptr)
-        return Answer(kServiceNoCompressor);
+        return Answer(kZKErrNoCompressor);
     m_compressor->End();
     Answer(0);
 }
@@ -57,7 +57,7 @@ void ExternalVideoCompressorService::ServiceEnd()
 void ExternalVideoCompressorService::ServiceCompressFrame()
 {
     if (m_compressor == nullptr)
-        return Answer(kServiceNoCompressor);
+        return Answer(kZKErrNoCompressor);
     const int32_t inputLength = m_shared->m_payloadSize0;
     const int32_t outputLength = m_shared->m_payloadSize1;
     const bool isKeyFrame = m_shared->m_isKeyFrame != 0;
@@ -94,7 +94,7 @@ void ExternalVideoCompressorService::ServiceCompressFrame()
     const uint32_t status = m_compressor->CompressFrame(inputPointer, isKeyFrame, isLastFrame, outputPointer);
 
     uint32_t replySize = 0;
-    const size_t replyArea = std::min<size_t>(kServiceReplyAreaBytes, payloadCapacity());
+    const size_t replyArea = std::min<size_t>(kReplyAreaBytes, payloadCapacity());
     m_videoProxy.Begin(payload(), static_cast<uint32_t>(replyArea));
     uint32_t answer = status;
     if (outputPointer != nullptr) {
@@ -112,7 +112,7 @@ void ExternalVideoCompressorService::ServiceCompressFrame()
 void ExternalVideoCompressorService::ServiceIsLastPassEncodingReady()
 {
     if (m_compressor == nullptr)
-        return Answer(kServiceNoCompressor);
+        return Answer(kZKErrNoCompressor);
     m_shared->m_isLastPassEncodingReady = m_compressor->IsLastPassEncodingReady() ? 1 : 0;
     Answer(0);
 }
@@ -138,16 +138,16 @@ void ExternalVideoCompressorService::ServiceSetOutput()
         unsigned int manufacturer = 0;
         unsigned int codec = 0;
         if (!DeSerializeVideoCodec4cc(preset, manufacturer, codec)) {
-            status = kServiceBadPreset;
+            status = kZKErrBadPreset;
         } else {
             g_pluginCollection.LoadVideoPlugin(manufacturer, codec);
             // An earlier compressor is not released: the client may still
             // hold packets that belong to it.
             m_compressor = g_pluginCollection.CreateVideoCompressor(manufacturer, codec);
             if (m_compressor == nullptr)
-                status = kServiceNoCompressor;
+                status = kZKErrNoCompressor;
             else if (!DeSerializeVideoCodecSettings(preset, m_compressor))
-                status = kServiceBadPreset;
+                status = kZKErrBadPreset;
         }
     }
     Answer(status);
@@ -156,7 +156,7 @@ void ExternalVideoCompressorService::ServiceSetOutput()
 void ExternalVideoCompressorService::ServiceSetInputColorFormat()
 {
     if (m_compressor == nullptr)
-        return Answer(kServiceNoCompressor);
+        return Answer(kZKErrNoCompressor);
     m_compressor->SetInputColorFormat(m_shared->m_inputColorFormat);
     Answer(0);
 }
@@ -164,7 +164,7 @@ void ExternalVideoCompressorService::ServiceSetInputColorFormat()
 void ExternalVideoCompressorService::ServiceSetFileFormatHint()
 {
     if (m_compressor == nullptr)
-        return Answer(kServiceNoCompressor);
+        return Answer(kZKErrNoCompressor);
     m_compressor->SetFileFormatHint(m_shared->m_fileFormatHint);
     Answer(0);
 }
@@ -172,7 +172,7 @@ void ExternalVideoCompressorService::ServiceSetFileFormatHint()
 void ExternalVideoCompressorService::ServiceSetStreamModeHint()
 {
     if (m_compressor == nullptr)
-        return Answer(kServiceNoCompressor);
+        return Answer(kZKErrNoCompressor);
     m_compressor->SetStreamModeHint(m_shared->m_streamModeHint);
     Answer(0);
 }

@@ -40,10 +40,10 @@ void CheckFormat(const VideoFormat& format, const std::string& input)
 std::string SetOutputFailure(uint32_t status, const std::string& presetPath)
 {
     switch (status) {
-    case kStatusBadPreset:
+    case kZKErrBadPreset:
         return "the service rejected preset " + presetPath + " (status " + StatusText(status) +
                ": not a preset document with the root element \"Output\")";
-    case kStatusNoCompressor:
+    case kZKErrNoCompressor:
         return "no installed plug-in offers the compressor that preset " + presetPath + " names (status " +
                StatusText(status) + ")";
     default:
@@ -99,12 +99,12 @@ EncodeResult Encode(FrameSource& source, const EncodeJob& job, Progress& progres
     Client client(options);
 
     uint32_t status = client.SetOutput(presetXml);
-    if (status != kStatusOk)
+    if (status != kZKNoErr)
         throw EncodeError(SetOutputFailure(status, job.presetPath));
 
     ZKEncImage_t sample = Picture(format, nullptr, 0);
     status = client.Begin(&sample);
-    if (status != kStatusOk)
+    if (status != kZKNoErr)
         throw EncodeError("the compressor refused to begin a " + std::to_string(format.width) + "x" +
                           std::to_string(format.height) + " stream (status " + StatusText(status) + ")");
 
@@ -114,7 +114,7 @@ EncodeResult Encode(FrameSource& source, const EncodeJob& job, Progress& progres
         const bool haveFollowing = source.next(following);
         ZKEncImage_t input = Picture(format, &current, result.frames);
         status = client.CompressFrame(&input, result.frames == 0, !haveFollowing, &encoded);
-        if (status != kStatusOk)
+        if (status != kZKNoErr)
             throw EncodeError("the compressor failed on picture " + std::to_string(result.frames + 1) + " (status " +
                               StatusText(status) + ")");
         try {
@@ -130,7 +130,7 @@ EncodeResult Encode(FrameSource& source, const EncodeJob& job, Progress& progres
     }
 
     status = client.End();
-    if (status != kStatusOk)
+    if (status != kZKNoErr)
         throw EncodeError("the compressor failed to end the stream (status " + StatusText(status) + ")");
     client.Quit();
     try {

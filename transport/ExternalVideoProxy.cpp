@@ -1,6 +1,6 @@
 #include "transport/ExternalVideoProxy.h"
 
-#include "media/ZKResult.h"
+#include "evc/ZKResult.h"
 #include "transport/PacketHolder.h"
 
 #include <algorithm>

@@ -5,12 +5,10 @@
 
 #include "ebml/ebmlMemoryStorage.h"
 #include "evc/ZKImage.h"
+#include "evc/ZKResult.h"
 #include "transport/TZKEncImage.h"
 
 #include <cstdint>
-
-// The element did not fit the area.
-constexpr uint32_t kZKErrFrameTooLarge = 0x800300E6;
 
 class ExternalVideoProxy : public Ebml::MemoryStorage {
 public:

@@ -114,20 +114,20 @@ uint32_t CH264Compressor::Open(const TStreamInfo& stream)
             m_colorSpace = choice.colorSpace;
     x264_param_t param;
     if (!MakeParameters(stream, param))
-        return kStatusBadArgument;
+        return kZKErrBadArgument;
     SetNominalDuration((stream.timeScale * param.i_fps_den + param.i_fps_num / 2) / param.i_fps_num);
 
     m_encoder.reset(x264_encoder_open(&param));
     if (!m_encoder)
-        return Refuse(kStatusFailure, "the encoder did not open");
+        return Refuse(kZKErrGeneral, "the encoder did not open");
     x264_nal_t* nals = nullptr;
     int count = 0;
     if (x264_encoder_headers(m_encoder.get(), &nals, &count) < 0)
-        return Refuse(kStatusFailure, "the encoder gave no stream headers");
+        return Refuse(kZKErrGeneral, "the encoder gave no stream headers");
     for (int i = 0; i < count; ++i)
         if (nals[i].i_type == NAL_SPS || nals[i].i_type == NAL_PPS)
             AddHeader(static_cast<uint32_t>(nals[i].i_type), nals[i].p_payload, size_t(nals[i].i_payload));
-    return kStatusOk;
+    return kZKNoErr;
 }
 
 uint32_t CH264Compressor::EncodeOne(x264_picture_t* picture)
@@ -137,12 +137,12 @@ uint32_t CH264Compressor::EncodeOne(x264_picture_t* picture)
     x264_picture_t out;
     const int size = x264_encoder_encode(m_encoder.get(), &nals, &count, picture, &out);
     if (size < 0)
-        return Refuse(kStatusFailure, "the encoder failed on a picture");
+        return Refuse(kZKErrGeneral, "the encoder failed on a picture");
     // With Annex-B output the NAL units of one picture lie back to back.
     if (size > 0 && count > 0)
         Emit(out.b_keyframe ? evc::h264::kKeyPicturePacket : evc::h264::kPicturePacket, nals[0].p_payload, size_t(size),
              out.i_pts);
-    return kStatusOk;
+    return kZKNoErr;
 }
 
 uint32_t CH264Compressor::Encode(const TInputPicture& input)
@@ -162,8 +162,8 @@ uint32_t CH264Compressor::Encode(const TInputPicture& input)
 
 uint32_t CH264Compressor::Drain()
 {
-    uint32_t status = kStatusOk;
-    while (status == kStatusOk && x264_encoder_delayed_frames(m_encoder.get()) > 0)
+    uint32_t status = kZKNoErr;
+    while (status == kZKNoErr && x264_encoder_delayed_frames(m_encoder.get()) > 0)
         status = EncodeOne(nullptr);
     return status;
 }

@@ -12,15 +12,9 @@
 #include <vector>
 
 #include "evc/ZKImage.h"
+#include "evc/ZKResult.h"
 
 namespace evc {
-
-// Statuses the service answers besides the compressor's own.
-constexpr uint32_t kStatusOk = 0;
-constexpr uint32_t kStatusBadArgument = 0x80010002;
-constexpr uint32_t kStatusFrameTooLarge = 0x800300E6;
-constexpr uint32_t kStatusNoCompressor = 0x800300E9;
-constexpr uint32_t kStatusBadPreset = 0x800300EA;
 
 struct ClientOptions {
     // Path of evc-service; empty: EVC_SERVICE from the environment, else

@@ -9,6 +9,7 @@
 
 #include "evc/ISetting.h"
 #include "evc/ZKImage.h"
+#include "evc/ZKResult.h"
 
 class IVideoCompressor {
 public:

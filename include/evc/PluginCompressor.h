@@ -28,17 +28,12 @@
 #include <vector>
 
 #include "evc/IVideoCompressor.h"
+#include "evc/ZKResult.h"
 #include "evc/PluginPackets.h"
 #include "evc/PluginSettings.h"
 
 namespace evc {
 namespace plugin {
-
-// Statuses a compressor answers.
-constexpr uint32_t kStatusOk = 0;
-constexpr uint32_t kStatusFailure = 0x80010001;         // not started, finished, or the codec failed
-constexpr uint32_t kStatusBadArgument = 0x80010002;     // missing record, bad geometry or setting value
-constexpr uint32_t kStatusFormatMismatch = 0x800F0007;  // colour format or size not accepted / differs
 
 // The packet types of the pictures the compressors of this project hand out.
 constexpr uint32_t kPicturePacket = 0;
@@ -115,34 +110,34 @@ public:
     {
         CloseStream();
         if (sample == nullptr)
-            return Refuse(kStatusBadArgument, "Begin needs a sample picture");
+            return Refuse(kZKErrBadArgument, "Begin needs a sample picture");
         const ZKImage_t& image = sample->image;
         const TPlanarFormat* format = FindPlanarFormat(image.colorFormat);
         if (format == nullptr || std::find(m_formats.begin(), m_formats.end(), image.colorFormat) == m_formats.end())
-            return Refuse(kStatusFormatMismatch, "colour format " + std::to_string(image.colorFormat) +
-                                                     " is not supported (only " + AcceptedFormats() + ")");
+            return Refuse(kZKErrFormatMismatch, "colour format " + std::to_string(image.colorFormat) +
+                                                    " is not supported (only " + AcceptedFormats() + ")");
         // Whole chroma samples; the limit keeps every size inside int.
         const uint32_t wStep = 1u << format->chromaShiftX, hStep = 1u << format->chromaShiftY;
         if (image.width == 0 || image.height == 0 || image.width % wStep != 0 || image.height % hStep != 0 ||
             image.width > kMaxSide || image.height > kMaxSide)
-            return Refuse(kStatusBadArgument, "picture size " + std::to_string(image.width) + "x" +
-                                                  std::to_string(image.height) + " is not supported (" +
-                                                  (wStep == 2 ? "even sizes" : "sizes") + " up to 16384)");
+            return Refuse(kZKErrBadArgument, "picture size " + std::to_string(image.width) + "x" +
+                                                 std::to_string(image.height) + " is not supported (" +
+                                                 (wStep == 2 ? "even sizes" : "sizes") + " up to 16384)");
         if (image.timeScale == 0 || image.timeScale > UINT32_MAX)
-            return Refuse(kStatusBadArgument, "time scale " + std::to_string(image.timeScale) + " is not supported");
+            return Refuse(kZKErrBadArgument, "time scale " + std::to_string(image.timeScale) + " is not supported");
         std::string problem;
         if (!m_standard.Check(problem) || !m_nonStandard.Check(problem))
-            return Refuse(kStatusBadArgument, problem);
+            return Refuse(kZKErrBadArgument, problem);
 
         m_stream = TStreamInfo{*format, image.width, image.height, image.timeScale};
         m_nominalDuration = std::max<uint64_t>(1, image.timeScale / 25);
         const uint32_t status = Guarded([&] { return Open(m_stream); });
-        if (status != kStatusOk) {
+        if (status != kZKNoErr) {
             CloseStream();
             return status;
         }
         m_open = true;
-        return kStatusOk;
+        return kZKNoErr;
     }
 
     // Feeds input (a key picture when isKeyFrame) and puts every picture the
@@ -156,20 +151,20 @@ public:
             output->descriptors = nullptr;
         }
         if (!m_open || m_finished)
-            return Refuse(kStatusFailure,
+            return Refuse(kZKErrGeneral,
                           m_open ? "the stream has ended; Begin starts a new one" : "CompressFrame before Begin");
         // Without an output the pictures would be lost; with neither input
         // nor a flush there is nothing to do.
         if (output == nullptr || (input == nullptr && !isLastFrame))
-            return Refuse(kStatusBadArgument, "CompressFrame needs an output and an input or the last-frame flag");
+            return Refuse(kZKErrBadArgument, "CompressFrame needs an output and an input or the last-frame flag");
 
         TBundlePtr pictures = MakeBundle(m_stream.timeScale);
         m_pictures = pictures.get();
-        uint32_t status = kStatusOk;
+        uint32_t status = kZKNoErr;
         if (input != nullptr)
             status = Feed(input->image, isKeyFrame);
-        if (isLastFrame && status != kStatusBadArgument && status != kStatusFormatMismatch) {
-            if (status == kStatusOk)
+        if (isLastFrame && status != kZKErrBadArgument && status != kZKErrFormatMismatch) {
+            if (status == kZKNoErr)
                 status = Guarded([&] { return Drain(); });
             m_finished = true;
         }
@@ -272,9 +267,9 @@ private:
         try {
             return call();
         } catch (const std::exception& e) {
-            return Refuse(kStatusFailure, e.what());
+            return Refuse(kZKErrGeneral, e.what());
         } catch (...) {
-            return Refuse(kStatusFailure, "the encoder failed");
+            return Refuse(kZKErrGeneral, "the encoder failed");
         }
     }
 
@@ -297,9 +292,9 @@ private:
     {
         const TPlanarFormat& f = m_stream.format;
         if (image.colorFormat != f.colorFormat || image.width != m_stream.width || image.height != m_stream.height)
-            return Refuse(kStatusFormatMismatch, "picture " + std::to_string(image.width) + "x" +
-                                                     std::to_string(image.height) + " format " +
-                                                     std::to_string(image.colorFormat) + " differs from the stream's");
+            return Refuse(kZKErrFormatMismatch, "picture " + std::to_string(image.width) + "x" +
+                                                    std::to_string(image.height) + " format " +
+                                                    std::to_string(image.colorFormat) + " differs from the stream's");
         uint64_t rowLength[3], rows[3], needed = 0;
         for (int p = 0; p < 3; ++p) {
             const unsigned sx = p == 0 ? 0 : f.chromaShiftX, sy = p == 0 ? 0 : f.chromaShiftY;
@@ -307,23 +302,23 @@ private:
             rows[p] = image.height >> sy;
             if (image.planes[p] == nullptr || PlaneRowBytes(image, p) < rowLength[p] ||
                 PlaneRowBytes(image, p) > INT_MAX)
-                return Refuse(kStatusBadArgument, "picture planes are missing or their row bytes are too small");
+                return Refuse(kZKErrBadArgument, "picture planes are missing or their row bytes are too small");
             needed += uint64_t(PlaneRowBytes(image, p)) * rows[p];
         }
         // When the buffer's size is known, the planes must fit in it.
         if (image.dataSize != 0 && needed > image.dataSize)
-            return Refuse(kStatusFormatMismatch, "picture planes need " + std::to_string(needed) +
-                                                     " bytes, the buffer holds " + std::to_string(image.dataSize));
+            return Refuse(kZKErrFormatMismatch, "picture planes need " + std::to_string(needed) +
+                                                    " bytes, the buffer holds " + std::to_string(image.dataSize));
 
         unsigned __int128 time = image.time;
         if (image.timeScale != 0 && image.timeScale != m_stream.timeScale)
             time = time * m_stream.timeScale / image.timeScale;
         if (time > INT64_MAX)
-            return Refuse(kStatusBadArgument, "picture time does not fit the stream's time base");
+            return Refuse(kZKErrBadArgument, "picture time does not fit the stream's time base");
         const int64_t pts = static_cast<int64_t>(time);
         if (m_hasLastPts && pts <= m_lastPts)
-            return Refuse(kStatusBadArgument, "picture time " + std::to_string(pts) +
-                                                  " does not follow the previous one, " + std::to_string(m_lastPts));
+            return Refuse(kZKErrBadArgument, "picture time " + std::to_string(pts) +
+                                                 " does not follow the previous one, " + std::to_string(m_lastPts));
 
         TInputPicture picture{};
         // Bottom-up rows, or two-byte samples off their alignment, are copied

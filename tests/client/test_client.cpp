@@ -46,8 +46,8 @@ TEST(Client, ConversationWithTheEchoCompressor)
         evc::Client client(TestOptions());
         key = client.segmentKey();
         EXPECT_TRUE(client.serviceAlive());
-        EXPECT_EQ(client.Begin(nullptr), evc::kStatusNoCompressor);
-        EXPECT_EQ(client.SetOutput("<nope/>"), evc::kStatusBadPreset);
+        EXPECT_EQ(client.Begin(nullptr), kZKErrNoCompressor);
+        EXPECT_EQ(client.SetOutput("<nope/>"), kZKErrBadPreset);
         ASSERT_EQ(client.SetOutput(EchoPreset("<StandardSettings><Bitrate Type=\"eInt\" Value=\"800\"/>"
                                               "</StandardSettings>")),
                   0u);

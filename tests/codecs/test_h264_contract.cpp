@@ -14,10 +14,10 @@ namespace codes = evc::h264;
 
 namespace {
 
-constexpr uint32_t kOk = 0;
-constexpr uint32_t kFailure = 0x80010001;
-constexpr uint32_t kBadArgument = 0x80010002;
-constexpr uint32_t kMismatch = 0x800F0007;
+constexpr uint32_t kOk = kZKNoErr;
+constexpr uint32_t kFailure = kZKErrGeneral;
+constexpr uint32_t kBadArgument = kZKErrBadArgument;
+constexpr uint32_t kMismatch = kZKErrFormatMismatch;
 
 std::vector<std::string> Names(ISettingArray* array)
 {

@@ -1,6 +1,6 @@
 #include "media/CAAudioFrame.h"
 #include "media/CABufferPool.h"
-#include "media/ZKResult.h"
+#include "evc/ZKResult.h"
 #include "TestPacketBundle.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "media/CABufferPool.h"
 #include "media/CAImageFrame.h"
 #include "media/ZKImageLayout.h"
-#include "media/ZKResult.h"
+#include "evc/ZKResult.h"
 #include "TestPacketBundle.h"
 
 #include <gtest/gtest.h>

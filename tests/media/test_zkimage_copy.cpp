@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "media/ZKImageLayout.h"
-#include "media/ZKResult.h"
+#include "evc/ZKResult.h"
 #include "TestPacketBundle.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <vector>
 
-#include "media/ZKResult.h"
+#include "evc/ZKResult.h"
 
 namespace {
 

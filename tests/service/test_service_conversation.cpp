@@ -15,9 +15,9 @@ using namespace evctest;
 
 namespace {
 
-constexpr uint32_t kNoCompressor = 0x800300E9;
-constexpr uint32_t kBadPreset = 0x800300EA;
-constexpr uint32_t kBadArgument = 0x80010002;
+constexpr uint32_t kNoCompressor = kZKErrNoCompressor;
+constexpr uint32_t kBadPreset = kZKErrBadPreset;
+constexpr uint32_t kBadArgument = kZKErrBadArgument;
 
 class ServiceConversation : public ::testing::Test {
 protected:
@@ -249,9 +249,9 @@ TEST_F(ServiceConversation, CompressorStatusIsPassedThrough)
         "<NonStandardSettings><ReturnStatus Type=\"eInt\" Value=\"-2147418111\"/></NonStandardSettings>";
     ASSERT_EQ(harness->SetOutput(EchoPreset(settings)), 0u);
     harness->record().m_payloadSize0 = 0;
-    EXPECT_EQ(harness->Send(1), 0x80010001u);
+    EXPECT_EQ(harness->Send(1), kZKErrGeneral);
     TestImage image(8, 8, 0, 25);
-    EXPECT_EQ(Compress(image, false, false), 0x80010001u);
+    EXPECT_EQ(Compress(image, false, false), kZKErrGeneral);
 }
 
 TEST_F(ServiceConversation, UnsupportedCodesEndTheServiceWithStatusTwo)

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "evc/H264Codec.h"
+#include "evc/ZKResult.h"
 
 namespace evctest {
 
@@ -37,7 +38,7 @@ static_assert(kEchoCodec == 1701013615u && kFaultyCodec == 1717663084u, "codecs 
 // (Begin and CompressFrame answer kFaultyStatus), and after the number of
 // calls of that operation that still behave (default 0).
 constexpr char kFaultEnvironment[] = "EVC_FAULTY_PLUGIN";
-constexpr uint32_t kFaultyStatus = 0x80010001;
+constexpr uint32_t kFaultyStatus = kZKErrGeneral;
 
 // Packet types in the echo compressor's output.
 constexpr uint32_t kEchoReportPacket = 1;  // text lines "name=value"
