@@ -6,14 +6,6 @@
 
 ExternalVideoCompressorService::ExternalVideoCompressorService(unsigned long long clientProcessId,
                                                                const std::string& clientApplicationName,
-                                                               const std::string& clientShmKey)
-    : ExternalVideoCompressorService(clientProcessId, clientApplicationName, clientShmKey,
-                                     kServiceCommandTimeoutSeconds)
-{
-}
-
-ExternalVideoCompressorService::ExternalVideoCompressorService(unsigned long long clientProcessId,
-                                                               const std::string& clientApplicationName,
                                                                const std::string& clientShmKey,
                                                                int commandTimeoutSeconds)
     : CAExternalEncodeProxyMPI(clientShmKey, kServiceAttachTimeoutMs), m_commandTimeoutSeconds(commandTimeoutSeconds)

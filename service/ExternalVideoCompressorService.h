@@ -17,8 +17,11 @@ constexpr unsigned int kServiceAttachTimeoutMs = 300000;
 
 class ExternalVideoCompressorService : public CAExternalEncodeProxyMPI {
 public:
+    // Serves until the quit command, or until no command arrives within
+    // commandTimeoutSeconds (test programs pass a short one).
     ExternalVideoCompressorService(unsigned long long clientProcessId, const std::string& clientApplicationName,
-                                   const std::string& clientShmKey);
+                                   const std::string& clientShmKey,
+                                   int commandTimeoutSeconds = kServiceCommandTimeoutSeconds);
     ~ExternalVideoCompressorService() override;
 
     ExternalVideoCompressorService(const ExternalVideoCompressorService&) = delete;
@@ -35,12 +38,6 @@ public:
     void ServiceSetInputColorFormat();
     void ServiceSetFileFormatHint();
     void ServiceSetStreamModeHint();
-
-protected:
-    // The same service with another command time-out; only test programs use
-    // it, the shipped executable always waits kServiceCommandTimeoutSeconds.
-    ExternalVideoCompressorService(unsigned long long clientProcessId, const std::string& clientApplicationName,
-                                   const std::string& clientShmKey, int commandTimeoutSeconds);
 
 private:
     void Run(unsigned long long clientProcessId, const std::string& clientApplicationName);

@@ -8,18 +8,6 @@
 #include "service/ExternalVideoCompressorService.h"
 #include "service/ZKConvertToScalar.h"
 
-namespace {
-
-class TimedService : public ExternalVideoCompressorService {
-public:
-    TimedService(unsigned long long pid, const std::string& name, const std::string& key, int timeoutSeconds)
-        : ExternalVideoCompressorService(pid, name, key, timeoutSeconds)
-    {
-    }
-};
-
-}  // namespace
-
 TArgumentMap ZKMakeArgumentMap(int argc, char* argv[])
 {
     TArgumentMap arguments;
@@ -53,8 +41,8 @@ int RunServiceEntry(TArgumentMap& arguments, int commandTimeoutSeconds)
     const std::string clientApplicationName = arguments[3];
 
     try {
-        TimedService service(static_cast<unsigned long long>(clientProcessId), clientApplicationName, clientShmKey,
-                             commandTimeoutSeconds);
+        ExternalVideoCompressorService service(static_cast<unsigned long long>(clientProcessId), clientApplicationName,
+                                               clientShmKey, commandTimeoutSeconds);
     } catch (const std::exception& e) {
         std::cerr << "Error: " << e.what() << std::endl;
         return 2;

@@ -15,5 +15,5 @@ TArgumentMap ZKMakeArgumentMap(int argc, char* argv[]);
 // ended it, 3 any other exception.
 int main_utf8(TArgumentMap& arguments);
 
-// main_utf8 with another command time-out, for test programs only.
+// main_utf8 with another command time-out (a test program passes a short one).
 int RunServiceEntry(TArgumentMap& arguments, int commandTimeoutSeconds);
