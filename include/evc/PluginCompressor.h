@@ -230,6 +230,8 @@ protected:
         if (m_pictures != nullptr)
             m_pictures->append(new TPacket(type, data, size, uint64_t(pts), m_stream.timeScale, duration));
     }
+    // The stream Begin opened (valid from Open on).
+    const TStreamInfo& Stream() const { return m_stream; }
     // The spacing of pictures assumed before two have arrived.
     void SetNominalDuration(uint64_t duration) { m_nominalDuration = std::max<uint64_t>(1, duration); }
     uint64_t ExpectedDuration() const { return m_lastInterval != 0 ? m_lastInterval : m_nominalDuration; }

@@ -1,0 +1,250 @@
+// Every compressor bundle through the real service, one row per plug-in and
+// accepted colour format: a generated clip goes in with the bundled quality
+// preset, the stream comes out as ffmpeg reads it (Annex-B or IVF), and
+// Debian's ffprobe and ffmpeg, decoders no one here wrote, check the codec,
+// profile, pixel format, frame count, the key picture forced in the middle
+// and the fidelity to the source. Refused formats get the mismatch code.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "common/Process.h"
+#include "common/Scratch.h"
+#include "evc/Client.h"
+#include "media/ZKImageLayout.h"
+
+using namespace evctest;
+
+namespace {
+
+constexpr uint32_t kFormatMismatch = 0x800F0007;
+constexpr uint32_t kWidth = 128, kHeight = 96;
+constexpr int kFrames = 12, kForcedKey = 6;
+
+struct FormatInfo {
+    uint32_t colorFormat;
+    const char* pixFmt;  // ffmpeg's name of the same layout
+    int bits;
+};
+const FormatInfo kFormats[] = {
+    {6, "yuv420p", 8}, {13, "yuv444p", 8}, {31, "yuv420p10le", 10}, {32, "yuv422p10le", 10}, {24, "yuv444p10le", 10}};
+
+const FormatInfo& Format(uint32_t colorFormat)
+{
+    for (const FormatInfo& f : kFormats)
+        if (f.colorFormat == colorFormat)
+            return f;
+    throw std::runtime_error("no such format in the table");
+}
+
+struct Row {
+    const char* plugin;  // presets/<plugin>-quality.xml
+    uint32_t colorFormat;
+    const char* codec;  // as ffprobe names codec and profile
+    const char* profile;
+    const char* container;  // "annexb" or "ivf"
+};
+
+const Row kRows[] = {
+    {"h264", 6, "h264", "High", "annexb"},        {"h264", 31, "h264", "High 10", "annexb"},
+    {"h264", 32, "h264", "High 4:2:2", "annexb"}, {"h264", 13, "h264", "High 4:4:4 Predictive", "annexb"},
+    {"vp9", 6, "vp9", "Profile 0", "ivf"},        {"vp9", 13, "vp9", "Profile 1", "ivf"},
+    {"vp9", 31, "vp9", "Profile 2", "ivf"},       {"vp9", 32, "vp9", "Profile 3", "ivf"},
+    {"vp9", 24, "vp9", "Profile 3", "ivf"},
+};
+
+// A plug-in and a format it must refuse.
+const std::pair<const char*, uint32_t> kRefused[] = {{"h264", 24}, {"vp9", 0}};
+
+std::string ReadText(const std::string& path)
+{
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+std::string Preset(const char* plugin)
+{
+    return ReadText(std::string(EVC_PRESETS_DIR) + "/" + plugin + "-quality.xml");
+}
+
+evc::ClientOptions Options()
+{
+    evc::ClientOptions options;
+    options.servicePath = BuildPath("bin/evc-service");
+    options.applicationFolder = BuildPath("");
+    options.largestFrameBytes = kWidth * kHeight * 6;
+    options.commandTimeout = std::chrono::milliseconds(60000);
+    return options;
+}
+
+// Frame n of a moving clip in the format's layout (the planes one after the
+// other, as ffmpeg's raw video holds them): smooth ramps that travel, so a
+// good encoder keeps it well above 35 dB, with detail in the low bits of
+// 10-bit samples.
+std::vector<uint8_t> Clip(const FormatInfo& f, ZKImage_t& image, int n)
+{
+    std::vector<uint8_t> bytes(CalcFrameSize(f.colorFormat, kWidth, kHeight, 0, false));
+    if (InitZKImage(&image, uint32_t(bytes.size()), bytes.data(), f.colorFormat, false, kWidth, kHeight, false,
+                    uint64_t(n), 25) != 0)
+        throw std::runtime_error("no layout");
+    for (int p = 0; p < 3; ++p) {
+        const uint32_t rowBytes = p == 2 && image.rowBytes[2] == 0 ? image.rowBytes[1] : image.rowBytes[p];
+        const uint32_t bytesPerSample = f.bits > 8 ? 2 : 1;
+        const uint32_t width = rowBytes / bytesPerSample;
+        const uint32_t rows = (p > 0 && (f.colorFormat == 6 || f.colorFormat == 31)) ? kHeight / 2 : kHeight;
+        for (uint32_t y = 0; y < rows; ++y) {
+            for (uint32_t x = 0; x < width; ++x) {
+                const uint32_t t = (x * (p + 2) + y * (3 - p) + 3 * uint32_t(n)) % 320;
+                uint32_t value = 40 + (t < 160 ? t : 320 - t);
+                uint8_t* at = image.planes[p] + size_t(y) * rowBytes + x * bytesPerSample;
+                if (bytesPerSample == 1) {
+                    *at = uint8_t(value);
+                } else {
+                    value = value * 4 + (x + y) % 4;
+                    at[0] = uint8_t(value);
+                    at[1] = uint8_t(value >> 8);
+                }
+            }
+        }
+    }
+    return bytes;
+}
+
+void PutLe(std::string& to, uint64_t value, int n)
+{
+    for (int i = 0; i < n; ++i)
+        to.push_back(char(value >> (8 * i)));
+}
+
+// The stream as ffmpeg reads it: Annex-B (headers, then the pictures) or an
+// IVF file of the pictures.
+std::string Container(const Row& row, const evc::EncodedFrame& headers, const std::vector<evc::Packet>& pictures)
+{
+    std::string bytes;
+    if (std::strcmp(row.container, "ivf") == 0) {
+        bytes = "DKIF";
+        PutLe(bytes, 0, 2);
+        PutLe(bytes, 32, 2);
+        bytes += std::strcmp(row.codec, "vp9") == 0 ? "VP90" : "AV01";
+        PutLe(bytes, kWidth, 2);
+        PutLe(bytes, kHeight, 2);
+        PutLe(bytes, 25, 4);
+        PutLe(bytes, 1, 4);
+        PutLe(bytes, pictures.size(), 4);
+        PutLe(bytes, 0, 4);
+    } else {
+        for (const evc::Packet& header : headers.descriptors)
+            bytes.append(header.data.begin(), header.data.end());
+    }
+    for (const evc::Packet& picture : pictures) {
+        if (std::strcmp(row.container, "ivf") == 0) {
+            PutLe(bytes, picture.data.size(), 4);
+            PutLe(bytes, picture.time, 8);
+        }
+        bytes.append(picture.data.begin(), picture.data.end());
+    }
+    return bytes;
+}
+
+double Psnr(const std::string& a, const std::string& b, int bits)
+{
+    double squares = 0;
+    size_t count = 0;
+    for (size_t i = 0; i + (bits > 8) < a.size(); i += bits > 8 ? 2 : 1, ++count) {
+        const int x = bits > 8 ? uint8_t(a[i]) | uint8_t(a[i + 1]) << 8 : uint8_t(a[i]);
+        const int y = bits > 8 ? uint8_t(b[i]) | uint8_t(b[i + 1]) << 8 : uint8_t(b[i]);
+        squares += double(x - y) * (x - y);
+    }
+    const double peak = (1 << bits) - 1;
+    return squares == 0 ? 99 : 10 * std::log10(peak * peak * count / squares);
+}
+
+class CodecsEndToEnd : public ScratchTest {};
+
+TEST_F(CodecsEndToEnd, EachPluginEncodesEachOfItsFormatsForFfmpeg)
+{
+    TempDir files;
+    for (const Row& row : kRows) {
+        const FormatInfo& f = Format(row.colorFormat);
+        SCOPED_TRACE(std::string(row.plugin) + " format " + std::to_string(row.colorFormat));
+        std::string source;
+        std::vector<evc::Packet> pictures;
+        evc::EncodedFrame headers;
+        {
+            evc::Client client(Options());
+            ASSERT_EQ(client.SetOutput(Preset(row.plugin)), 0u);
+            ZKEncImage_t frame{};
+            Clip(f, frame.image, 0);
+            ASSERT_EQ(client.Begin(&frame), 0u);
+            for (int n = 0; n < kFrames; ++n) {
+                const std::vector<uint8_t> bytes = Clip(f, frame.image, n);
+                source.append(bytes.begin(), bytes.end());
+                evc::EncodedFrame out;
+                ASSERT_EQ(client.CompressFrame(&frame, n == kForcedKey, n == kFrames - 1, &out), 0u) << n;
+                if (!out.descriptors.empty())
+                    headers.descriptors = out.descriptors;
+                pictures.insert(pictures.end(), out.packets.begin(), out.packets.end());
+            }
+            EXPECT_EQ(client.End(), 0u);
+        }
+        ASSERT_EQ(pictures.size(), size_t(kFrames)) << "one packet per picture";
+        EXPECT_FALSE(headers.descriptors.empty()) << "stream headers in the descriptors";
+
+        const std::string stream = files.Write(std::string("out.") + row.plugin, Container(row, headers, pictures));
+        const CommandResult probe =
+            RunCommand("ffprobe -v error -select_streams v:0 -count_frames -show_entries "
+                       "stream=codec_name,profile,pix_fmt,width,height,nb_read_frames -of default=nw=1 '" +
+                       stream + "'");
+        ASSERT_EQ(probe.status, 0) << probe.output;
+        EXPECT_EQ(probe.output, std::string("codec_name=") + row.codec + "\nprofile=" + row.profile +
+                                    "\nwidth=128\nheight=96\npix_fmt=" + f.pixFmt +
+                                    "\nnb_read_frames=" + std::to_string(kFrames) + "\n");
+
+        const CommandResult flags =
+            RunCommand("ffprobe -v error -select_streams v:0 -show_entries packet=flags -of csv=p=0 '" + stream + "'");
+        std::vector<std::string> lines;
+        std::istringstream in(flags.output);
+        for (std::string line; std::getline(in, line);)
+            lines.push_back(line);
+        ASSERT_EQ(lines.size(), size_t(kFrames)) << flags.output;
+        EXPECT_EQ(lines[0][0], 'K');
+        EXPECT_EQ(lines[kForcedKey][0], 'K') << "the forced key picture";
+        EXPECT_EQ(lines[kForcedKey - 1][0], '_');
+
+        const std::string decoded = files.File("decoded.yuv");
+        const CommandResult decode =
+            RunCommand("ffmpeg -v error -y -i '" + stream + "' -fps_mode passthrough -f rawvideo -pix_fmt " + f.pixFmt +
+                       " '" + decoded + "'");
+        ASSERT_EQ(decode.status, 0) << decode.output;
+        const std::string pixels = ReadText(decoded);
+        ASSERT_EQ(pixels.size(), source.size());
+        EXPECT_GT(Psnr(source, pixels, f.bits), 35.0);
+    }
+}
+
+TEST_F(CodecsEndToEnd, RefusedFormatsGetTheMismatchCode)
+{
+    for (const auto& refused : kRefused) {
+        SCOPED_TRACE(std::string(refused.first) + " format " + std::to_string(refused.second));
+        evc::Client client(Options());
+        ASSERT_EQ(client.SetOutput(Preset(refused.first)), 0u);
+        std::vector<uint8_t> bytes(CalcFrameSize(refused.second, kWidth, kHeight, 0, false));
+        ZKEncImage_t frame{};
+        ASSERT_EQ(InitZKImage(&frame.image, uint32_t(bytes.size()), bytes.data(), refused.second, false, kWidth,
+                              kHeight, false, 0, 25),
+                  0u);
+        EXPECT_EQ(client.Begin(&frame), kFormatMismatch);
+        evc::EncodedFrame out;
+        EXPECT_NE(client.CompressFrame(&frame, false, true, &out), 0u);
+        EXPECT_TRUE(out.packets.empty());
+    }
+}
+
+}  // namespace
