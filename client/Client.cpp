@@ -10,6 +10,7 @@
 #include "client/PacketCopy.h"
 #include "client/ServiceProcess.h"
 #include "ipc/CAExternalEncodeProxyMPI.h"
+#include "media/ZKImageLayout.h"
 #include "transport/ExternalVideoProxy.h"
 
 namespace evc {
@@ -170,9 +171,26 @@ uint32_t Client::TPrivate::WriteFrame(uint64_t offset, const ZKEncImage_t& recor
     if (offset > capacity)
         throw std::length_error("the frame does not fit the shared segment");
     const uint64_t room = std::min<uint64_t>(capacity - offset, UINT32_MAX);
-    m_proxy.Begin(m_channel.payload() + offset, static_cast<uint32_t>(room));
+    uint8_t* area = m_channel.payload() + offset;
+
+    // Pixels lent over the segment (LendPicture) are written around where
+    // they lie; pixels in the area but elsewhere would be overwritten by the
+    // element's header before they are moved, so they are staged first.
+    ZKEncImage_t local = record;
+    std::vector<uint8_t> staged;
+    const uintptr_t pixels = reinterpret_cast<uintptr_t>(record.image.planes[0]);
+    const uintptr_t start = reinterpret_cast<uintptr_t>(m_channel.payload());
+    if (pixels >= start && pixels - start < capacity &&
+        pixels != reinterpret_cast<uintptr_t>(area) + ExternalVideoProxy::PixelOffset(record)) {
+        const size_t bytes = std::min<uint64_t>(record.image.dataSize, capacity - (pixels - start));
+        staged.assign(record.image.planes[0], record.image.planes[0] + bytes);
+        for (uint8_t*& plane : local.image.planes)
+            if (plane != nullptr)
+                plane = staged.data() + (plane - record.image.planes[0]);
+    }
+    m_proxy.Begin(area, static_cast<uint32_t>(room));
     uint32_t size = 0;
-    if (m_proxy.SerializeFrame(&record, size, false) != 0)
+    if (m_proxy.SerializeFrame(&local, size, false) != 0)
         throw std::length_error("the frame (" + std::to_string(size) +
                                 " bytes as an element) does not fit the shared segment; raise largestFrameBytes");
     return size;
@@ -266,6 +284,27 @@ uint32_t Client::CompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool 
         }
     }
     return status;
+}
+
+ZKEncImage_t Client::LendPicture(uint32_t colorFormat, uint32_t width, uint32_t height)
+{
+    TPrivate& p = *m_private;
+    ZKEncImage_t record{};
+    const uint32_t bytes = CalcFrameSize(colorFormat, width, height, 0, false);
+    if (width > INT32_MAX || height > INT32_MAX || bytes == 0 ||
+        InitZKImage(&record.image, bytes, nullptr, colorFormat, false, static_cast<int>(width),
+                    static_cast<int>(height), false) != 0)
+        throw std::invalid_argument("no plane layout for a " + std::to_string(width) + "x" + std::to_string(height) +
+                                    " picture of colour format " + std::to_string(colorFormat));
+    // The request's first element starts at the payload area's start.
+    const uint64_t offset = ExternalVideoProxy::PixelOffset(record);
+    if (offset + bytes > p.m_channel.payloadCapacity())
+        throw std::length_error("a lent picture of " + std::to_string(bytes) +
+                                " bytes does not fit the shared segment; raise largestFrameBytes");
+    if (InitZKImage(&record.image, bytes, p.m_channel.payload() + offset, colorFormat, false, static_cast<int>(width),
+                    static_cast<int>(height), false) != 0)
+        throw std::invalid_argument("no plane layout for colour format " + std::to_string(colorFormat));
+    return record;
 }
 
 uint32_t Client::End()

@@ -32,6 +32,39 @@ void ExternalVideoProxy::CopyTo(const uint8_t* bytes, size_t count)
     save(bytes, count);
 }
 
+uint64_t ExternalVideoProxy::PixelOffset(const ZKEncImage_t& record)
+{
+    ZKEncImage_t local = record;
+    // The element only measures the pixels, never reads them: any address will do.
+    if (local.image.planes[0] == nullptr)
+        local.image.planes[0] = reinterpret_cast<uint8_t*>(&local);
+    TZKEncImageElt element;
+    element->importFrame(&local, kNoOffset);
+    const Ebml::uint64 header = element.calcSize() - element->calcSize();
+    const Ebml::uint64 info = element->videoInfo().mustSave() ? element->videoInfo().calcSize() : 0;
+    const Ebml::uint64 dataHeader =
+        element->imageData().mustSave() ? element->imageData().calcSize() - local.image.dataSize : 0;
+    return header + info + dataHeader;
+}
+
+Ebml::TReceiptPtr ExternalVideoProxy::save(const Ebml::uint8* data, std::size_t numBytes)
+{
+    uint8_t* area = file().writableData();
+    const Ebml::uint64 position = file().position();
+    const Ebml::uint64 size = file().size();
+    // Compared as numbers: the bytes may come from any other object.
+    const uintptr_t start = reinterpret_cast<uintptr_t>(area);
+    const uintptr_t from = reinterpret_cast<uintptr_t>(data);
+    const bool fromArea = area != nullptr && from >= start && from - start < size;
+    if (!fromArea || numBytes == 0)
+        return Ebml::MemoryStorage::save(data, numBytes);
+    if (numBytes > size - position || numBytes > size - (from - start))
+        return Ebml::TReceiptPtr();
+    if (data != area + position)
+        std::memmove(area + position, data, numBytes);
+    return skipWithReceipt(numBytes);
+}
+
 uint32_t ExternalVideoProxy::saveFrame(const ZKEncImage_t& record, uint32_t& size)
 {
     TZKEncImageElt element;

@@ -37,6 +37,18 @@ public:
     // "EncImage" there.
     TZKImageFramePtr DeSerializeFrame(uint32_t size);
 
+    // Where SerializeFrame puts the first pixel byte of record, counted from
+    // the element's start. Only the record's geometry, data size and bundles
+    // count (its planes may be null). A host that writes a picture's pixels
+    // there itself spares the serializer their copy.
+    static uint64_t PixelOffset(const ZKEncImage_t& record);
+
+    // Bytes that already lie where they are to be written (pixels written
+    // straight into the area) are not copied again; bytes from elsewhere in
+    // the area are moved, never copied over themselves.
+    Ebml::TReceiptPtr save(const Ebml::uint8* data, std::size_t numBytes) override;
+    using Ebml::MemoryStorage::save;
+
 private:
     uint32_t saveFrame(const ZKEncImage_t& record, uint32_t& size);
 };

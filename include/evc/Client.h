@@ -102,6 +102,23 @@ public:
     // packets are copied out before the next command.
     uint32_t CompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool isLastFrame, EncodedFrame* result,
                            const ZKEncImage_t* outputDescription = nullptr);
+    // A picture whose planes lie in the shared segment, exactly where
+    // CompressFrame (or Begin) puts the pixels of the request's frame: read or
+    // convert a frame straight into its planes, set its times, and pass it to
+    // CompressFrame, which then writes only the element's header and
+    // information around the pixels instead of copying them. The layout is
+    // the format's standard one (planes back to back, default row bytes; for
+    // 4:2:0 both chroma planes use rowBytes[1]), time 0 at time scale 1. Keep
+    // the geometry, data size and planes as handed out; the times, stream
+    // fields and flags may change. The pixels are valid until the next
+    // command: any call that talks to the service overwrites them, so fill
+    // the picture and send it before any other call. A lent picture whose
+    // element would no longer start its pixels there (changed geometry,
+    // bundles added) is still sent correctly, at the cost of one copy.
+    // Throws std::invalid_argument for a format or size without a plane
+    // layout, std::length_error when the picture does not fit the segment
+    // (raise largestFrameBytes).
+    ZKEncImage_t LendPicture(uint32_t colorFormat, uint32_t width, uint32_t height);
     // Command 2.
     uint32_t End();
     // Command 4.

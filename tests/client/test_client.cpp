@@ -7,6 +7,10 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <cstring>
+#include <stdexcept>
 
 #include "ServiceHarness.h"
 #include "evc/Client.h"
@@ -154,6 +158,45 @@ TEST(Client, AMissingServiceProgramFailsToStart)
         EXPECT_NE(std::string(e.what()).find("no-such-service"), std::string::npos);
     }
     EXPECT_TRUE(NoChildLeft());
+}
+
+// Whether [p, p + n) lies in this process's mapping of the file at path.
+bool InMappingOf(const std::string& path, const uint8_t* p, size_t n)
+{
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);) {
+        unsigned long long from = 0, to = 0;
+        if (line.size() > path.size() && line.compare(line.size() - path.size(), path.size(), path) == 0 &&
+            std::sscanf(line.c_str(), "%llx-%llx", &from, &to) == 2)
+            return reinterpret_cast<uintptr_t>(p) >= from && reinterpret_cast<uintptr_t>(p) + n <= to;
+    }
+    return false;
+}
+
+// A picture lent over the segment is read back by the service with exactly
+// the pixels written into it, frame after frame; pictures that cannot be lent
+// are refused with the matching error.
+TEST(Client, ALentPictureTravelsWithItsExactPixels)
+{
+    evc::Client client(TestOptions());
+    ASSERT_EQ(client.SetOutput(EchoPreset()), 0u);
+    for (uint8_t seed : {1, 2}) {
+        SCOPED_TRACE(int(seed));
+        const TestImage image(64, 64, seed, 25, seed);
+        ZKEncImage_t lent = client.LendPicture(eColorFormatYUV420Planar, 64, 64);
+        ASSERT_EQ(lent.image.dataSize, image.bytes.size());
+        EXPECT_TRUE(InMappingOf(client.segmentKey(), lent.image.planes[0], lent.image.dataSize));
+        std::memcpy(lent.image.planes[0], image.bytes.data(), image.bytes.size());
+        lent.image.time = seed;
+        lent.image.timeScale = 25;
+        evc::EncodedFrame frame;
+        ASSERT_EQ(client.CompressFrame(&lent, seed == 1, false, &frame), 0u);
+        ASSERT_GE(frame.packets.size(), 2u);
+        EXPECT_EQ(frame.packets[0].time, seed);
+        EXPECT_TRUE(frame.packets[1].data == image.bytes);
+    }
+    EXPECT_THROW(client.LendPicture(eColorFormatYUV420Planar, 16384, 16384), std::length_error);
+    EXPECT_THROW(client.LendPicture(eColorFormatCount, 64, 64), std::invalid_argument);
 }
 
 }  // namespace

@@ -457,4 +457,54 @@ TEST(ExternalVideoProxy, MalformedAreasGiveNoFrameOrAWellFormedOne)
     }
 }
 
+// Pixels the host wrote straight into the area, where PixelOffset says the
+// element puts them, give the very element a copy from elsewhere gives; so
+// do pixels lying further on in the area (moved, not copied over themselves).
+TEST(ExternalVideoProxy, PixelsAlreadyInTheAreaGiveTheSameElement)
+{
+    const struct {
+        uint32_t width, height;
+        size_t shift;  // where the pixels lie beyond their place
+    } rows[] = {{2, 2, 0}, {64, 48, 0}, {64, 48, 5}, {1920, 1080, 0}, {1920, 1080, 4096}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::to_string(row.width) + "x" + std::to_string(row.height) + " shift " +
+                     std::to_string(row.shift));
+        const uint32_t luma = row.width * row.height, chroma = luma / 4;
+        std::vector<uint8_t> pixels(luma + 2 * chroma);
+        std::mt19937 random(row.width);
+        for (uint8_t& p : pixels)
+            p = static_cast<uint8_t>(random());
+        ZKEncImage_t record;
+        std::memset(&record, 0, sizeof record);
+        record.image.colorFormat = eColorFormatYUV420Planar;
+        record.image.width = row.width;
+        record.image.height = row.height;
+        record.image.rowBytes[0] = row.width;
+        record.image.rowBytes[1] = row.width / 2;
+        record.image.dataSize = static_cast<uint32_t>(pixels.size());
+        record.image.time = 7;
+        record.image.timeScale = 25;
+        const size_t at = ExternalVideoProxy::PixelOffset(record);
+
+        const auto serialize = [&](std::vector<uint8_t>& area, uint8_t* base) {
+            for (int k = 0; k < 3; ++k)
+                record.image.planes[k] = base + (k == 0 ? 0 : luma + (k - 1) * chroma);
+            ExternalVideoProxy proxy;
+            proxy.Begin(area.data(), static_cast<uint32_t>(area.size()));
+            uint32_t size = 0;
+            EXPECT_EQ(proxy.SerializeFrame(&record, size, false), 0u);
+            area.resize(size);
+        };
+        std::vector<uint8_t> copied(pixels.size() + 8192);
+        serialize(copied, pixels.data());
+        ASSERT_GE(copied.size(), at + pixels.size());
+        EXPECT_EQ(std::memcmp(copied.data() + at, pixels.data(), pixels.size()), 0) << "pixels at PixelOffset";
+
+        std::vector<uint8_t> inPlace(pixels.size() + 8192);
+        std::memcpy(inPlace.data() + at + row.shift, pixels.data(), pixels.size());
+        serialize(inPlace, inPlace.data() + at + row.shift);
+        EXPECT_TRUE(inPlace == copied);
+    }
+}
+
 }  // namespace
