@@ -67,13 +67,13 @@ private:
                 choice = &c;
         vpx_codec_iface_t* iface = vpx_codec_vp9_cx();
         if (choice == nullptr)
-            return Refuse(kStatusFormatMismatch, "no VP9 profile for this format");
+            return Refuse(kZKErrFormatMismatch, "no VP9 profile for this format");
         if (stream.format.bitDepth > 8 && (vpx_codec_get_caps(iface) & VPX_CODEC_CAP_HIGHBITDEPTH) == 0)
-            return Refuse(kStatusFormatMismatch, "this libvpx was built without 10-bit support");
+            return Refuse(kZKErrFormatMismatch, "this libvpx was built without 10-bit support");
 
         vpx_codec_enc_cfg_t cfg;
         if (vpx_codec_enc_config_default(iface, &cfg, 0) != VPX_CODEC_OK)
-            return Refuse(kStatusFailure, "libvpx gave no default configuration");
+            return Refuse(kZKErrGeneral, "libvpx gave no default configuration");
         const std::string& deadline = m_nonStandard.Enum(codes::kDeadline);
         const int32_t threads = m_nonStandard.Int(codes::kThreads);
         const int32_t bitrate = m_standard.Int(codes::kBitrate);
@@ -105,7 +105,7 @@ private:
 
         const vpx_codec_flags_t flags = stream.format.bitDepth > 8 ? VPX_CODEC_USE_HIGHBITDEPTH : 0;
         if (vpx_codec_enc_init(&m_codec, iface, &cfg, flags) != VPX_CODEC_OK)
-            return Refuse(kStatusBadArgument, std::string("libvpx refused the settings: ") + vpx_codec_error(&m_codec));
+            return Refuse(kZKErrBadArgument, std::string("libvpx refused the settings: ") + vpx_codec_error(&m_codec));
         m_codecOpen = true;
         const bool controlled =
             vpx_codec_control(&m_codec, VP8E_SET_CPUUSED, int(m_nonStandard.Int(codes::kSpeed))) == VPX_CODEC_OK &&
@@ -115,7 +115,7 @@ private:
             (bitrate > 0 ||
              vpx_codec_control(&m_codec, VP8E_SET_CQ_LEVEL, unsigned(m_nonStandard.Int(codes::kCRF))) == VPX_CODEC_OK);
         if (!controlled)
-            return Refuse(kStatusBadArgument, std::string("libvpx refused a setting: ") + vpx_codec_error(&m_codec));
+            return Refuse(kZKErrBadArgument, std::string("libvpx refused a setting: ") + vpx_codec_error(&m_codec));
 
         m_imageFormat = choice->imageFormat;
         const uint8_t record[8] = {uint8_t(choice->profile),
@@ -127,7 +127,7 @@ private:
                                    0,
                                    0};
         AddHeader(codes::kConfigurationPacket, record, sizeof record);
-        return kStatusOk;
+        return kZKNoErr;
     }
 
     uint32_t Encode(const TInputPicture& picture) override
@@ -136,7 +136,7 @@ private:
         const TStreamInfo& s = Stream();
         if (vpx_img_wrap(&image, m_imageFormat, s.width, s.height, 1, const_cast<uint8_t*>(picture.planes[0])) ==
             nullptr)
-            return Refuse(kStatusFailure, "libvpx did not take the picture");
+            return Refuse(kZKErrGeneral, "libvpx did not take the picture");
         image.bit_depth = s.format.bitDepth;
         for (int p = 0; p < 3; ++p) {
             image.planes[p] = const_cast<uint8_t*>(picture.planes[p]);
@@ -144,9 +144,9 @@ private:
         }
         const vpx_enc_frame_flags_t flags = picture.forceKey ? VPX_EFLAG_FORCE_KF : 0;
         if (vpx_codec_encode(&m_codec, &image, picture.pts, picture.duration, flags, m_deadline) != VPX_CODEC_OK)
-            return Refuse(kStatusFailure, std::string("libvpx failed on a picture: ") + vpx_codec_error(&m_codec));
+            return Refuse(kZKErrGeneral, std::string("libvpx failed on a picture: ") + vpx_codec_error(&m_codec));
         Collect();
-        return kStatusOk;
+        return kZKNoErr;
     }
 
     uint32_t Drain() override
@@ -155,9 +155,9 @@ private:
         // nothing more comes.
         do {
             if (vpx_codec_encode(&m_codec, nullptr, 0, 1, 0, m_deadline) != VPX_CODEC_OK)
-                return Refuse(kStatusFailure, std::string("libvpx failed to flush: ") + vpx_codec_error(&m_codec));
+                return Refuse(kZKErrGeneral, std::string("libvpx failed to flush: ") + vpx_codec_error(&m_codec));
         } while (Collect());
-        return kStatusOk;
+        return kZKNoErr;
     }
 
     void Close() override
