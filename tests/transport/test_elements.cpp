@@ -1,0 +1,302 @@
+// Frame and packet elements saved and loaded through EBML, and segment files written and read.
+#include "Packets.h"
+#include "common/Golden.h"
+#include "common/Scratch.h"
+
+#include "ebml/ebmlMemoryStorage.h"
+#include "transport/TZKEbmlPacket.h"
+#include "transport/TZKEbmlPacketBundle.h"
+#include "transport/TZKEncAudio.h"
+#include "transport/TZKEncImage.h"
+#include "transport/TZKIntermediateSegment.h"
+#include "transport/TZKSegmentWriter.h"
+
+#include <cstring>
+#include <memory>
+
+using namespace evctest;
+
+namespace {
+
+const CATime kNoOffset(0, 0);
+
+Bytes Save(const Ebml::IElement& element)
+{
+    Bytes bytes(element.calcSize());
+    Ebml::MemoryStorage storage(bytes.data(), bytes.size());
+    const Ebml::TReceiptPtr receipt = element.save(storage);
+    EXPECT_TRUE(receipt && receipt->numBytes() == bytes.size());
+    return bytes;
+}
+
+// An element loaded from its own copy of the bytes: loaded binaries refer into the storage, so
+// the three live and die together.
+template <class TElement>
+struct Loaded {
+    explicit Loaded(const Bytes& source) : bytes(source), storage(bytes.data(), bytes.size())
+    {
+        EXPECT_EQ(element.load(storage, bytes.size()), bytes.size());
+    }
+    Bytes bytes;
+    Ebml::ConstMemoryStorage storage;
+    TElement element;
+};
+
+ZKEncAudio_t AudioRecord(Bytes& samples, uint64_t time, IPacketBundle* descriptors, IPacketBundle* packets)
+{
+    ZKEncAudio_t record{};
+    record.audio = {};
+    record.audio.time = time;
+    record.audio.timeScale = 48000;
+    record.audio.duration = 1024;
+    record.audio.format = eAudioFormat16Bit;
+    record.audio.channels = 2;
+    record.audio.sampleSize = 16;
+    record.audio.sampleRate = 48000;
+    record.audio.numberSamples = 1024;
+    record.audio.dataSize = static_cast<uint32_t>(samples.size());
+    record.audio.trackIndex = 1;
+    record.audio.data = samples.data();
+    record.descriptors = descriptors;
+    record.dataPackets = packets;
+    return record;
+}
+
+ZKEncImage_t ImageRecord(Bytes& pixels, uint64_t time, uint64_t scale)
+{
+    ZKEncImage_t record{};
+    record.image.colorFormat = eColorFormatYUV420Planar;
+    record.image.width = 4;
+    record.image.height = 2;
+    record.image.rowBytes[0] = 4;
+    record.image.rowBytes[1] = record.image.rowBytes[2] = 2;
+    record.image.planes[0] = pixels.data();
+    record.image.dataSize = static_cast<uint32_t>(pixels.size());
+    record.image.time = time;
+    record.image.timeScale = scale;
+    return record;
+}
+
+TEST(Elements, PacketChildIsHeaderThenDescriptorThenData)
+{
+    const struct {
+        Bytes descriptor, data;
+        Bytes head;  // DataPacket id and size, child id and size
+    } cases[] = {
+        {{}, {}, {0x82, 0x80 | 42, 0x81, 0x80 | 40}},
+        {{1, 2, 3, 4}, Bytes(100, 7), {0x82, 0x40, 147, 0x81, 0x40, 144}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.descriptor.size());
+        TPacketPtr source(MakePacket(3, 2, 1, 1000, 4, c.descriptor, c.data));
+        TZKEbmlPacketElt element;
+        element->importPacket(source.get(), kNoOffset);
+        Bytes expected = c.head;
+        for (uint64_t v : {3, 2})
+            PutLe(expected, v, 4);
+        for (uint64_t v : {1, 1000, 4})
+            PutLe(expected, v, 8);
+        PutLe(expected, c.descriptor.size(), 4);
+        PutLe(expected, c.data.size(), 4);
+        expected.insert(expected.end(), c.descriptor.begin(), c.descriptor.end());
+        expected.insert(expected.end(), c.data.begin(), c.data.end());
+        EXPECT_EQ(Save(element), expected);
+
+        Loaded<TZKEbmlPacketElt> loaded(expected);
+        TPacketPtr back(loaded.element->exportPacket(kNoOffset));
+        ExpectSamePacket(source.get(), back.get());
+    }
+}
+
+TEST(Elements, BundleListKeepsOrderAndNestingAndCopiesDeeply)
+{
+    TPacketBundlePtr source(MakeBundle(0, 0, 1000, 0, {9},
+                                       {MakePacket(1, 0, 0, 1000, 0, {}, {'A'}),
+                                        MakeBundle(0, 0, 1000, 0, {}, {MakePacket(1, 0, 0, 1000, 0, {}, {'C'})}),
+                                        MakePacket(1, 0, 0, 1000, 0, {}, {'D'})}));
+    TZKEbmlPacketBundleElt element;
+    element->importBundle(source.get(), kNoOffset);
+    Loaded<TZKEbmlPacketBundleElt> loaded(Save(element));
+    std::vector<uint64_t> ids;
+    for (const Ebml::IElement* member : loaded.element->members().elts())
+        ids.push_back(member->getId());
+    EXPECT_EQ(ids, (std::vector<uint64_t>{0x82, 0x84, 0x82}));
+    TPacketBundlePtr back(loaded.element->exportBundle(kNoOffset));
+    ExpectSamePacket(source.get(), back.get());
+
+    std::unique_ptr<Ebml::IElement> copy(TZKEbmlPacketBundleElt::createCopy(&element));
+    const Bytes original = Save(element);
+    element->importBundle(nullptr, kNoOffset);
+    EXPECT_EQ(Save(*copy), original);
+}
+
+TEST(Elements, TimeOffsetIsAddedBothWays)
+{
+    const CATime offset(10, 1000);
+    Bytes pixels(12);
+    TPacketBundlePtr packets(MakeBundle(0, 5, 1000, 0, {}, {MakePacket(1, 0, 2, 90000, 0, {}, {1})}));
+    ZKEncImage_t record = ImageRecord(pixels, 5, 1000);
+    record.image.dataPackets = packets.get();
+    TZKEncImageElt element;
+    element->importFrame(&record, offset);
+    Loaded<TZKEncImageElt> loaded(Save(element));
+    TZKImageFramePtr frame = loaded.element->exportFrame(offset);
+    ASSERT_TRUE(frame);
+    const ZKEncImage_t back = frame->GetZKEncImage();
+    EXPECT_EQ(back.image.time, 25u);
+    ASSERT_NE(back.image.dataPackets, nullptr);
+    EXPECT_EQ(back.image.dataPackets->getTime(), 25u);
+    // 10 ms at 90 kHz is 900 units, added on the way in and again on the way out.
+    EXPECT_EQ(back.image.dataPackets->get(0)->getTime(), 2u + 900 + 900);
+    EXPECT_EQ(loaded.element->exportFrame(kNoOffset)->GetZKEncImage().image.time, 15u);
+}
+
+TEST(Elements, AudioRoundTripsAndReadsTheShortInformationForm)
+{
+    Bytes samples = Pattern(1024 * 4);
+    TPacketBundlePtr descriptors(MakeBundle(1, 0, 48000, 0, {'a', 's', 'c'}, {}));
+    TPacketBundlePtr packets(MakeBundle(1, 96000, 48000, 1024, {}, {MakePacket(9, 1, 96000, 48000, 1024, {}, {1, 2})}));
+    const ZKEncAudio_t record = AudioRecord(samples, 96000, descriptors.get(), packets.get());
+    TZKEncAudioElt element;
+    element->importFrame(&record, kNoOffset);
+    Loaded<TZKEncAudioElt> loaded(Save(element));
+    TZKAudioFramePtr frame = loaded.element->exportFrame(kNoOffset);
+    ASSERT_TRUE(frame);
+    const ZKEncAudio_t back = frame->GetZKEncAudio();
+    EXPECT_EQ(std::memcmp(&back.audio, &record.audio, offsetof(ZKAudio_t, data)), 0) << "every field";
+    EXPECT_EQ(BytesOf(back.audio.data, back.audio.dataSize), samples);
+    ExpectSamePacket(descriptors.get(), back.descriptors, "descriptors");
+    ExpectSamePacket(packets.get(), back.dataPackets, "data packets");
+
+    for (uint8_t infoSize : {48, 50}) {
+        SCOPED_TRACE(int(infoSize));
+        Bytes bytes = {0x92, uint8_t(0x80 | (2 + infoSize + 2 + 4)), 0x86, uint8_t(0x80 | infoSize)};
+        Bytes info(infoSize, 0);
+        info[0] = 100;   // time
+        info[8] = 0x80;  // time scale 48000
+        info[9] = 0xBB;
+        info[28] = 1;   // channels
+        info[30] = 16;  // sample size
+        info[36] = 2;   // number of samples
+        info[40] = 5;   // track index
+        bytes.insert(bytes.end(), info.begin(), info.end());
+        bytes.insert(bytes.end(), {0x88, 0x84, 1, 2, 3, 4});
+        Loaded<TZKEncAudioElt> shortForm(bytes);
+        TZKAudioFramePtr sound = shortForm.element->exportFrame(kNoOffset);
+        ASSERT_EQ(bool(sound), infoSize == 48);
+        if (!sound)
+            continue;
+        EXPECT_EQ(sound->GetTime(), CATime(100, 48000));
+        EXPECT_EQ(sound->GetNumberSamples(), 2u);
+        EXPECT_EQ(sound->GetTrackIndex(), 5u);
+        EXPECT_EQ(sound->GetBuffer()->GetData()[3], 4);
+    }
+}
+
+class SegmentFile : public ScratchTest {};
+
+TEST_F(SegmentFile, WrittenFramesReadBackWithProgressRewindAndEnd)
+{
+    const std::string file = Path("segment.seg");
+    Bytes pixels(12), samples = Pattern(4096);
+    TPacketBundlePtr packets(MakeBundle(0, 50, 25, 1, {}, {MakePacket(1, 0, 50, 25, 1, {}, {0xE1})}));
+    {
+        TZKSegmentWriter writer;
+        EXPECT_FALSE(writer.open(file, CATime(50, 0))) << "no time scale";
+        ASSERT_TRUE(writer.open(file, CATime(50, 25)));
+        for (uint64_t n = 0; n < 3; ++n) {
+            pixels[0] = static_cast<uint8_t>(n);
+            ZKEncImage_t image = ImageRecord(pixels, 50 + n, 25);
+            image.image.dataPackets = n == 1 ? packets.get() : nullptr;
+            ASSERT_TRUE(writer.writeImage(&image, CATime(1, 25)));
+            ZKEncAudio_t audio = AudioRecord(samples, 96000 + 1024 * n, nullptr, nullptr);
+            ASSERT_TRUE(writer.writeAudio(&audio));
+        }
+        EXPECT_EQ(writer.getDuration(), CATime(3, 25));
+        ASSERT_TRUE(writer.close());
+    }
+    const Bytes bytes = ReadBytes(file);
+    Bytes head;
+    for (uint64_t v : {50, 3, 25})
+        PutLe(head, v, 8);
+    ASSERT_GT(bytes.size(), 25u);
+    EXPECT_EQ(Bytes(bytes.begin(), bytes.begin() + 24), head);
+    EXPECT_EQ(bytes[24], 0x91) << "the first element follows the header";
+
+    TZKIntermediateSegment segment;
+    EXPECT_TRUE(segment.isEOF()) << "nothing open";
+    ASSERT_TRUE(segment.open(file));
+    EXPECT_EQ(segment.getStart(), CATime(50, 25));
+    EXPECT_EQ(segment.getDuration(), CATime(3, 25));
+    EXPECT_EQ(segment.getPayloadSize(), bytes.size() - 24);
+    double progress = 0.0;
+    for (int n = 0; n < 6; ++n) {
+        SCOPED_TRACE(n);
+        EXPECT_FALSE(segment.isEOF());
+        std::unique_ptr<Ebml::IElement> element(segment.readNext());
+        ASSERT_NE(element, nullptr);
+        EXPECT_GT(segment.getProgress(), progress);
+        progress = segment.getProgress();
+        if (n % 2 == 0) {
+            ASSERT_EQ(element->getId(), TZKEncImageElt::kId);
+            const ZKEncImage_t record = static_cast<TZKEncImageElt&>(*element)->exportFrame(kNoOffset)->GetZKEncImage();
+            EXPECT_EQ(record.image.time, 50u + n / 2);
+            EXPECT_EQ(record.image.planes[0][0], n / 2);
+            EXPECT_EQ(record.image.dataPackets != nullptr, n == 2);
+        } else {
+            ASSERT_EQ(element->getId(), TZKEncAudioElt::kId);
+            TZKAudioFramePtr frame = static_cast<TZKEncAudioElt&>(*element)->exportFrame(kNoOffset);
+            EXPECT_EQ(frame->GetTime(), CATime(96000 + 1024 * (n / 2), 48000));
+        }
+    }
+    EXPECT_TRUE(segment.isEOF());
+    EXPECT_DOUBLE_EQ(segment.getProgress(), 1.0);
+    EXPECT_EQ(segment.readNext(), nullptr);
+    segment.rewind();
+    EXPECT_FALSE(segment.isEOF());
+    EXPECT_DOUBLE_EQ(segment.getProgress(), 0.0);
+    std::unique_ptr<Ebml::IElement> first(segment.readNext());
+    EXPECT_EQ(first->getId(), TZKEncImageElt::kId);
+    segment.close();
+    EXPECT_TRUE(segment.isEOF());
+    std::remove(file.c_str());
+}
+
+TEST_F(SegmentFile, EmptyShortMissingAndDamagedFiles)
+{
+    TZKIntermediateSegment segment;
+    EXPECT_FALSE(segment.open(Path("missing.seg")));
+    {
+        TZKSegmentWriter writer;
+        ASSERT_TRUE(writer.open(Path("empty.seg"), CATime(0, 1000)));
+    }  // the destructor completes the header
+    ASSERT_TRUE(segment.open(Path("empty.seg")));
+    EXPECT_EQ(segment.readNext(), nullptr);
+    EXPECT_TRUE(segment.isEOF());
+
+    Bytes header(24, 0);
+    header[16] = 1;
+    const struct {
+        const char* name;
+        Bytes bytes;
+        bool opens;
+    } cases[] = {
+        {"short.seg", Bytes(23, 0), false},
+        {"not a frame element", Cat({header, {0x1A, 0x45, 0xDF, 0xA3, 0x80}}), true},
+        {"element longer than the file", Cat({header, {0x91, 0x40, 0xFF, 0x85, 0x40, 0x90, 0, 0, 0}}), true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        WriteBytes(Path("case.seg"), c.bytes);
+        ASSERT_EQ(segment.open(Path("case.seg")), c.opens);
+        if (!c.opens)
+            continue;
+        EXPECT_EQ(segment.readNext(), nullptr);
+        EXPECT_FALSE(segment.isEOF()) << "the reader does not move over what it cannot read";
+    }
+    segment.close();
+    std::remove(Path("empty.seg").c_str());
+    std::remove(Path("case.seg").c_str());
+}
+
+}  // namespace

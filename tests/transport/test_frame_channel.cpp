@@ -1,0 +1,290 @@
+// Frames written into and read from a payload area, as client and service exchange them: the
+// hand-written golden EncImage bytes, areas too small, and bytes from a careless or hostile side.
+#include "Packets.h"
+#include "common/Golden.h"
+
+#include "transport/ExternalVideoProxy.h"
+
+#include <cstring>
+
+using namespace evctest;
+
+namespace {
+
+// Positions inside enc_image_golden.hex: EncImage head 3, information 3 + 144, ImageData 2 + 12,
+// then Descriptors (0x89) and DataPackets (0x90).
+constexpr size_t kDescriptorsAt = 3 + 147 + 14;
+constexpr size_t kDescPacketChildSizeAt = kDescriptorsAt + 2 + 42 + 2 + 1;
+constexpr size_t kDataPacketsAt = kDescriptorsAt + 2 + 90;
+constexpr size_t kDataBundleHeaderAt = kDataPacketsAt + 4;
+constexpr size_t kDataPacketHeaderAt = kDataBundleHeaderAt + 40 + 4;
+
+Bytes GoldenBytes()
+{
+    return ReadHexFile(EVC_TRANSPORT_TEST_DATA "/enc_image_golden.hex");
+}
+
+// The frame that enc_image_golden.hex describes, with the bundles it owns.
+struct GoldenFrame {
+    uint8_t pixels[12] = {0x10, 0x11, 0x12, 0x13, 0x14, 0x15, 0x16, 0x17, 0x20, 0x21, 0x30, 0x31};
+    TPacketBundlePtr descriptors{
+        MakeBundle(0, 0, 1000, 0, {}, {MakePacket(1, 0, 0, 1000, 0, {}, {'S', 'P', 'S', '!'})})};
+    TPacketBundlePtr dataPackets{
+        MakeBundle(0, 5, 1000, 0, {}, {MakePacket(2, 1, 5, 1000, 33, {0xD1, 0xD2}, {0xAA, 0xBB, 0xCC})})};
+    ZKEncImage_t record{};
+
+    GoldenFrame()
+    {
+        ZKImage_t& image = record.image;
+        image.colorFormat = eColorFormatYUV420Planar;
+        image.width = 4;
+        image.height = 2;
+        image.rowBytes[0] = 4;
+        image.rowBytes[1] = image.rowBytes[2] = 2;
+        image.planes[0] = pixels;
+        image.planes[1] = pixels + 8;
+        image.planes[2] = pixels + 10;
+        image.time = 5;
+        image.timeScale = 1000;
+        image.originalTime = 7;
+        image.originalTimeScale = 30;
+        image.originalFrameWithinSecond = 2;
+        image.dataSize = sizeof pixels;
+        image.dataPackets = dataPackets.get();
+        record.descriptors = descriptors.get();
+        record.streamValue = 0x2233;
+        record.streamFlags = 0x11;
+    }
+};
+
+// Writes record into an area of capacity bytes (plus a guard byte); status, size and the area.
+struct Written {
+    uint32_t status = 0, size = 0;
+    Bytes area;
+};
+Written Write(const ZKEncImage_t& record, uint32_t capacity = 1024)
+{
+    Written w;
+    w.area.assign(capacity + 1, 0xEE);
+    ExternalVideoProxy proxy;
+    proxy.Begin(w.area.data(), capacity);
+    w.status = proxy.SerializeFrame(&record, w.size, false);
+    return w;
+}
+
+TZKImageFramePtr Read(Bytes& area, uint32_t size)
+{
+    ExternalVideoProxy proxy;
+    proxy.Begin(area.data(), static_cast<uint32_t>(area.size()));
+    return proxy.DeSerializeFrame(size);
+}
+
+TEST(FrameChannel, WritesAndReadsTheGoldenEncImageBytes)
+{
+    Bytes golden = GoldenBytes();
+    ASSERT_EQ(golden.size(), 349u);
+    GoldenFrame frame;
+    const Written w = Write(frame.record);
+    ASSERT_EQ(w.status, 0u);
+    EXPECT_EQ(Bytes(w.area.begin(), w.area.begin() + w.size), golden);
+    EXPECT_EQ(w.area[w.size], 0xEE) << "bytes after the element are left as they were";
+    EXPECT_EQ(frame.descriptors->size(), 1u) << "the caller's bundles are intact";
+
+    TZKImageFramePtr back = Read(golden, 349);
+    ASSERT_TRUE(back);
+    const ZKEncImage_t record = back->GetZKEncImage();
+    ZKImage_t expected = frame.record.image;
+    for (int p = 0; p < 3; ++p)
+        expected.planes[p] = record.image.planes[0] + (frame.record.image.planes[p] - frame.pixels);
+    expected.dataPackets = record.image.dataPackets;
+    EXPECT_EQ(std::memcmp(&record.image, &expected, sizeof expected), 0) << "every field and plane offset";
+    EXPECT_EQ(std::memcmp(record.image.planes[0], frame.pixels, sizeof frame.pixels), 0);
+    EXPECT_EQ(record.streamValue, 0x2233u);
+    EXPECT_EQ(record.streamFlags, 0x11u);
+    ExpectSamePacket(frame.descriptors.get(), record.descriptors, "descriptors");
+    ExpectSamePacket(frame.dataPackets.get(), record.image.dataPackets, "data packets");
+}
+
+TEST(FrameChannel, AnAreaTooSmallReportsTheFullSizeAndWritesNothing)
+{
+    GoldenFrame frame;
+    for (uint32_t capacity : {0u, 148u, 348u, 349u}) {
+        SCOPED_TRACE(capacity);
+        const Written w = Write(frame.record, capacity);
+        EXPECT_EQ(w.size, 349u);
+        EXPECT_EQ(w.status, capacity < 349 ? kZKErrFrameTooLarge : 0u);
+        if (capacity < 349) {
+            EXPECT_EQ(w.area, Bytes(capacity + 1, 0xEE));
+        }
+    }
+}
+
+TEST(FrameChannel, ReleasedBundlesAndAppendedRawFrames)
+{
+    GoldenFrame first, second;
+    second.pixels[0] = 0x99;
+    second.record.image.time = 6;
+    Bytes area(2048);
+    ExternalVideoProxy proxy;
+    proxy.Begin(area.data(), static_cast<uint32_t>(area.size()));
+    uint32_t size0 = 0, size1 = 0, size2 = 0, written = 0;
+    // Released by the proxy: the holders let go first.
+    first.descriptors.release();
+    first.dataPackets.release();
+    ASSERT_EQ(proxy.SerializeFrame(&first.record, size0, true), 0u);
+    EXPECT_EQ(Bytes(area.begin(), area.begin() + size0), GoldenBytes());
+    // The raw form always destroys the data packets and carries no descriptors.
+    GoldenFrame raw;
+    raw.dataPackets.release();
+    second.dataPackets.release();
+    ASSERT_EQ(proxy.SerializeFrame(&raw.record.image, size1, true), 0u);
+    EXPECT_EQ(raw.record.image.dataPackets, nullptr);
+    ASSERT_EQ(proxy.SerializeFrame(&second.record.image, size2, true), 0u);
+    EXPECT_EQ(proxy.GetMemory(written), area.data());
+    EXPECT_EQ(written, size0 + size1 + size2);
+
+    proxy.Begin(area.data() + size0, size1 + size2);
+    TZKImageFramePtr a = proxy.DeSerializeFrame(size1);
+    TZKImageFramePtr b = proxy.DeSerializeFrame(size2);
+    ASSERT_TRUE(a && b);
+    EXPECT_EQ(a->GetZKEncImage().image.time, 5u);
+    EXPECT_EQ(a->GetZKEncImage().descriptors, nullptr);
+    EXPECT_EQ(a->GetZKEncImage().streamValue, 0u);
+    EXPECT_EQ(b->GetZKEncImage().image.time, 6u);
+    EXPECT_EQ(b->GetZKEncImage().image.planes[0][0], 0x99);
+    EXPECT_FALSE(proxy.DeSerializeFrame(100)) << "nothing left";
+    EXPECT_FALSE(ExternalVideoProxy().DeSerializeFrame(100)) << "no area at all";
+}
+
+TEST(FrameChannel, AFrameWithoutPixelsHasOnlyItsInformation)
+{
+    GoldenFrame frame;
+    frame.record.image.dataSize = 0;
+    frame.record.image.planes[0] = nullptr;
+    frame.record.descriptors = nullptr;
+    frame.record.image.dataPackets = nullptr;
+    Written w = Write(frame.record);
+    ASSERT_EQ(w.size, 150u);
+    EXPECT_EQ(Bytes(w.area.begin(), w.area.begin() + 4), (Bytes{0x91, 0x40, 0x93, 0x85}));
+    TZKImageFramePtr back = Read(w.area, w.size);
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->GetBuffer(), nullptr);
+    EXPECT_EQ(back->GetWidth(), 4u);
+}
+
+TEST(FrameChannel, TheShortInformationFormReadsBackAndOtherSizesDoNot)
+{
+    Bytes element = {0x91, 0x80 | (2 + 96 + 2 + 12), 0x85, 0x80 | 96};
+    for (uint32_t v : {6u, 4u, 2u, 0u, 4u, 2u, 2u, 0u, 8u, 10u, 12u, 0u})
+        PutLe(element, v, 4);
+    for (uint64_t v : {40, 1000, 3, 30})
+        PutLe(element, v, 8);
+    PutLe(element, 1, 4);
+    PutLe(element, 0x44, 4);
+    PutLe(element, 0x55, 8);
+    element.insert(element.end(), {0x87, 0x80 | 12});
+    const Bytes pixels = Pattern(12);
+    element.insert(element.end(), pixels.begin(), pixels.end());
+
+    TZKImageFramePtr frame = Read(element, static_cast<uint32_t>(element.size()));
+    ASSERT_TRUE(frame);
+    const ZKEncImage_t record = frame->GetZKEncImage();
+    EXPECT_EQ(record.image.width, 4u);
+    EXPECT_EQ(record.image.time, 40u);
+    EXPECT_EQ(record.image.originalFrameWithinSecond, 1u);
+    EXPECT_EQ(record.streamFlags, 0x44u);
+    EXPECT_EQ(record.streamValue, 0x55u);
+    EXPECT_EQ(record.image.planes[2] - record.image.planes[0], 10);
+    EXPECT_EQ(record.image.planes[2][1], pixels[11]);
+
+    element[1] += 4;
+    element[3] += 4;
+    element.insert(element.begin() + 4 + 96, {0, 0, 0, 0});
+    EXPECT_FALSE(Read(element, static_cast<uint32_t>(element.size()))) << "a 100-byte information child";
+}
+
+TEST(FrameChannel, LyingSizesDropOnlyWhatTheyDescribe)
+{
+    const struct {
+        const char* what;
+        size_t at;
+        Bytes bytes;
+        bool frame;
+        int descriptorMembers, dataMembers;  // -1: no bundle
+    } cases[] = {
+        {"unchanged", 0, {0x91}, true, 1, 1},
+        {"data packet announces one data byte more", kDataPacketHeaderAt + 36, {4}, true, 1, 0},
+        {"data packet announces a huge descriptor", kDataPacketHeaderAt + 32, {0xFF, 0xFF, 0xFF, 0xFF}, true, 1, 0},
+        {"data bundle header announces a descriptor", kDataBundleHeaderAt + 32, {1}, true, 1, -1},
+        {"descriptor packet child shorter than a header", kDescPacketChildSizeAt, {0x80 | 39}, true, 0, 1},
+        {"chroma rows past the pixel bytes", 3 + 3 + 5 * 8, {200}, false, 0, 0},
+        {"element larger than the area", 1, {0x7F, 0xFE}, false, 0, 0},
+        {"information child of 100 bytes", 4, {0x64}, false, 0, 0},
+        {"not an EncImage", 0, {0x92}, false, 0, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        Bytes area = GoldenBytes();
+        std::copy(c.bytes.begin(), c.bytes.end(), area.begin() + c.at);
+        TZKImageFramePtr frame = Read(area, static_cast<uint32_t>(area.size()));
+        ASSERT_EQ(bool(frame), c.frame);
+        if (!frame)
+            continue;
+        const ZKEncImage_t record = frame->GetZKEncImage();
+        EXPECT_EQ(record.descriptors ? int(record.descriptors->size()) : -1, c.descriptorMembers);
+        EXPECT_EQ(record.image.dataPackets ? int(record.image.dataPackets->size()) : -1, c.dataMembers);
+    }
+    // Cut short at the boundaries of its children, and claimed longer than the area: no frame.
+    const Bytes golden = GoldenBytes();
+    for (size_t length : {size_t(0), size_t(2), size_t(150), kDescriptorsAt, kDataPacketsAt + 10, size_t(348)}) {
+        SCOPED_TRACE(length);
+        Bytes area(golden.begin(), golden.begin() + length);
+        EXPECT_FALSE(Read(area, static_cast<uint32_t>(length)));
+        EXPECT_FALSE(Read(area, 0xFFFFFFFF));
+    }
+}
+
+// Pixels the host wrote straight into the area, where PixelOffset says the element puts them, give
+// the very element a copy from elsewhere gives; so do pixels lying further on in the area (moved,
+// not copied over themselves).
+TEST(FrameChannel, PixelsAlreadyInTheAreaGiveTheSameElement)
+{
+    const struct {
+        uint32_t width, height;
+        size_t shift;  // where the pixels lie beyond their place
+    } rows[] = {{2, 2, 0}, {64, 48, 0}, {64, 48, 5}, {1920, 1080, 0}, {1920, 1080, 4096}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(::testing::Message() << row.width << "x" << row.height << " shift " << row.shift);
+        const uint32_t luma = row.width * row.height, chroma = luma / 4;
+        const Bytes pixels = Pattern(luma + 2 * chroma, row.width);
+        ZKEncImage_t record{};
+        record.image.colorFormat = eColorFormatYUV420Planar;
+        record.image.width = row.width;
+        record.image.height = row.height;
+        record.image.rowBytes[0] = row.width;
+        record.image.rowBytes[1] = row.width / 2;
+        record.image.dataSize = static_cast<uint32_t>(pixels.size());
+        record.image.time = 7;
+        record.image.timeScale = 25;
+        const size_t at = ExternalVideoProxy::PixelOffset(record);
+        const auto serialize = [&](Bytes& area, const uint8_t* base) {
+            for (int k = 0; k < 3; ++k)
+                record.image.planes[k] = const_cast<uint8_t*>(base) + (k == 0 ? 0 : luma + (k - 1) * chroma);
+            ExternalVideoProxy proxy;
+            proxy.Begin(area.data(), static_cast<uint32_t>(area.size()));
+            uint32_t size = 0;
+            EXPECT_EQ(proxy.SerializeFrame(&record, size, false), 0u);
+            area.resize(size);
+        };
+        Bytes copied(pixels.size() + 8192);
+        serialize(copied, pixels.data());
+        ASSERT_GE(copied.size(), at + pixels.size());
+        EXPECT_TRUE(std::equal(pixels.begin(), pixels.end(), copied.begin() + at)) << "pixels at PixelOffset";
+        Bytes inPlace(pixels.size() + 8192);
+        std::copy(pixels.begin(), pixels.end(), inPlace.begin() + at + row.shift);
+        serialize(inPlace, inPlace.data() + at + row.shift);
+        EXPECT_TRUE(inPlace == copied);
+    }
+}
+
+}  // namespace
