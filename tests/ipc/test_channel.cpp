@@ -194,7 +194,7 @@ std::string ServeUntilQuit(const std::string& key, bool wakeUps)
 // a whole conversation.
 TEST_F(Channel, ClientAndServiceAlternate)
 {
-    for (const auto [clientWakeUps, serviceWakeUps] :
+    for (const auto& [clientWakeUps, serviceWakeUps] :
          {std::pair{true, true}, {true, false}, {false, true}, {false, false}}) {
         SCOPED_TRACE(::testing::Message() << "client wake-ups " << clientWakeUps << ", service " << serviceWakeUps);
         SetWakeUps(clientWakeUps);
