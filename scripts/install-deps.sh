@@ -8,6 +8,7 @@ PACKAGES=(
   libgtest-dev libgmock-dev libbenchmark-dev
   qtbase5-dev libtinyxml-dev libboost-thread-dev libssl-dev uuid-dev
   libx264-dev libvpx-dev libx265-dev libsvtav1enc-dev ffmpeg clang-format
+  x264
 )
 
 missing=()
