@@ -51,17 +51,26 @@ struct Row {
 };
 
 const Row kRows[] = {
-    {"h264", 6, "h264", "High", "annexb"},        {"h264", 31, "h264", "High 10", "annexb"},
-    {"h264", 32, "h264", "High 4:2:2", "annexb"}, {"h264", 13, "h264", "High 4:4:4 Predictive", "annexb"},
-    {"hevc", 6, "hevc", "Main", "annexb"},        {"hevc", 31, "hevc", "Main 10", "annexb"},
-    {"hevc", 32, "hevc", "Rext", "annexb"},       {"hevc", 13, "hevc", "Rext", "annexb"},
-    {"hevc", 24, "hevc", "Rext", "annexb"},       {"vp9", 6, "vp9", "Profile 0", "ivf"},
-    {"vp9", 13, "vp9", "Profile 1", "ivf"},       {"vp9", 31, "vp9", "Profile 2", "ivf"},
-    {"vp9", 32, "vp9", "Profile 3", "ivf"},       {"vp9", 24, "vp9", "Profile 3", "ivf"},
+    {"h264", 6, "h264", "High", "annexb"},
+    {"h264", 31, "h264", "High 10", "annexb"},
+    {"h264", 32, "h264", "High 4:2:2", "annexb"},
+    {"h264", 13, "h264", "High 4:4:4 Predictive", "annexb"},
+    {"hevc", 6, "hevc", "Main", "annexb"},
+    {"hevc", 31, "hevc", "Main 10", "annexb"},
+    {"hevc", 32, "hevc", "Rext", "annexb"},
+    {"hevc", 13, "hevc", "Rext", "annexb"},
+    {"hevc", 24, "hevc", "Rext", "annexb"},
+    {"vp9", 6, "vp9", "Profile 0", "ivf"},
+    {"vp9", 13, "vp9", "Profile 1", "ivf"},
+    {"vp9", 31, "vp9", "Profile 2", "ivf"},
+    {"vp9", 32, "vp9", "Profile 3", "ivf"},
+    {"vp9", 24, "vp9", "Profile 3", "ivf"},
+    {"av1", 6, "av1", "Main", "ivf"},
+    {"av1", 31, "av1", "Main", "ivf"},
 };
 
 // A plug-in and a format it must refuse.
-const std::pair<const char*, uint32_t> kRefused[] = {{"h264", 24}, {"hevc", 0}, {"vp9", 0}};
+const std::pair<const char*, uint32_t> kRefused[] = {{"h264", 24}, {"hevc", 0}, {"vp9", 0}, {"av1", 13}};
 
 std::string ReadText(const std::string& path)
 {
