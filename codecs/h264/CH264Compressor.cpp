@@ -16,16 +16,6 @@ using namespace evc::plugin;
 // libx264 refuses more threads than this.
 constexpr int32_t kMaxThreads = 128;
 
-std::vector<std::string> Names(const char* const* names, const char* first = nullptr)
-{
-    std::vector<std::string> result;
-    if (first != nullptr)
-        result.emplace_back(first);
-    for (; *names != nullptr; ++names)
-        result.emplace_back(*names);
-    return result;
-}
-
 // The libx264 colour space and the member of the High family for a format.
 struct TFormatChoice {
     uint32_t colorFormat;
@@ -44,8 +34,8 @@ constexpr TFormatChoice kChoices[] = {
 CH264Compressor::CH264Compressor()
     : TCompressor("h264", {std::begin(kInputColorFormats), std::end(kInputColorFormats)},
                   {IntRow(kBitrate, 0, 0), IntRow(kKeyFrameInterval, 0, 0)},
-                  {EnumRow(kPreset, Names(x264_preset_names), "medium"),
-                   EnumRow(kTune, Names(x264_tune_names, "none"), "none"),
+                  {EnumRow(kPreset, NameList(x264_preset_names), "medium"),
+                   EnumRow(kTune, NameList(x264_tune_names, "none"), "none"),
                    // "auto" leaves the choice to the encoder.
                    EnumRow(kProfile, {"auto", "baseline", "main", "high"}, "auto"), DoubleRow(kCRF, 23.0, 0, 51),
                    IntRow(kThreads, 0, 0, kMaxThreads), DoubleRow(kFrameRate, 0.0, 0, 1000)})

@@ -19,16 +19,6 @@ namespace {
 using namespace evc::plugin;
 namespace codes = evc::hevc;
 
-std::vector<std::string> Names(const char* const* names, const char* first = nullptr)
-{
-    std::vector<std::string> result;
-    if (first != nullptr)
-        result.emplace_back(first);
-    for (; *names != nullptr; ++names)
-        result.emplace_back(*names);
-    return result;
-}
-
 int ColorSpace(const TPlanarFormat& format)
 {
     return format.chromaShiftX == 0 ? X265_CSP_I444 : format.chromaShiftY == 0 ? X265_CSP_I422 : X265_CSP_I420;
@@ -45,8 +35,8 @@ public:
         : TCompressor(
               "hevc", {std::begin(codes::kInputColorFormats), std::end(codes::kInputColorFormats)},
               {IntRow(codes::kBitrate, 0, 0), IntRow(codes::kKeyFrameInterval, 0, 0)},
-              {EnumRow(codes::kPreset, Names(x265_preset_names), "medium"),
-               EnumRow(codes::kTune, Names(x265_tune_names, "none"), "none"),
+              {EnumRow(codes::kPreset, NameList(x265_preset_names), "medium"),
+               EnumRow(codes::kTune, NameList(x265_tune_names, "none"), "none"),
                EnumRow(codes::kProfile, {"auto", "main", "main10", "main422-10", "main444-8", "main444-10"}, "auto"),
                DoubleRow(codes::kCRF, 28.0, 0, 51), IntRow(codes::kThreads, 0, 0, 256),
                DoubleRow(codes::kFrameRate, 0.0, 0, 1000)})

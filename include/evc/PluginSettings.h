@@ -50,6 +50,18 @@ inline TSettingRow EnumRow(const char* name, std::vector<std::string> enumerator
     return {name, ESettingKind::Enum, 0, 0, 0, std::move(enumerators), initial};
 }
 
+// The texts of a null-terminated list, as libraries publish their preset
+// names, after an optional first one: enumerators for EnumRow.
+inline std::vector<std::string> NameList(const char* const* names, const char* first = nullptr)
+{
+    std::vector<std::string> result;
+    if (first != nullptr)
+        result.emplace_back(first);
+    for (; names != nullptr && *names != nullptr; ++names)
+        result.emplace_back(*names);
+    return result;
+}
+
 namespace detail {
 
 template <class Interface>

@@ -96,8 +96,8 @@ public:
     }
     ~CEchoCompressor() override
     {
-        delete m_data;
-        delete m_descriptors;
+        ZKDestroyPacket(m_data);
+        ZKDestroyPacket(m_descriptors);
     }
 
     void SetFileFormatHint(uint32_t hint) override { m_fileFormatHint = Number(hint); }
@@ -141,16 +141,16 @@ public:
         if (m_data == nullptr)
             m_data = new kit::TBundle;
         m_data->clear();
-        m_data->append(new kit::TPacket(kEchoReportPacket, report, time, timeBase));
+        m_data->append(kit::MakePacket(kEchoReportPacket, report, time, timeBase));
         if (input != nullptr) {
-            m_data->append(new kit::TPacket(kEchoPixelsPacket, PlaneBytes(input->image), time, timeBase));
+            m_data->append(kit::MakePacket(kEchoPixelsPacket, PlaneBytes(input->image), time, timeBase));
             if (input->image.dataPackets != nullptr)
                 m_data->append(input->image.dataPackets->clone());
         }
         if (m_descriptors == nullptr)
             m_descriptors = new kit::TBundle;
         m_descriptors->clear();
-        m_descriptors->append(new kit::TPacket(kEchoBeginPacket, m_beginRecord, 0, 1, kEchoDescriptor));
+        m_descriptors->append(kit::MakePacket(kEchoBeginPacket, m_beginRecord, 0, 1, kEchoDescriptor));
 
         output->image.dataPackets = m_data;
         output->descriptors = m_descriptors;

@@ -1,5 +1,5 @@
-// Building blocks of the test plug-ins: packets, bundles and settings the
-// plug-ins hand out as their own implementations of the public interfaces.
+// Building blocks of the test plug-ins: offers, packets (the public helpers)
+// and settings the plug-ins hand out as implementations of the public interfaces.
 // Compiled into each plug-in; nothing here comes from the host.
 #pragma once
 
@@ -12,6 +12,7 @@
 
 #include "evc/ISetting.h"
 #include "evc/IPacket.h"
+#include "evc/PluginPackets.h"
 
 namespace kit {
 
@@ -47,87 +48,17 @@ bool IsOffered(const TOffer (&offers)[N], uint32_t manufacturer, uint32_t codec)
     return false;
 }
 
-class TPacket : public IPacket {
-public:
-    TPacket(uint32_t type, std::string data, uint64_t time = 0, uint64_t timeBase = 1, std::string descriptor = {})
-        : m_type(type), m_time(time), m_timeBase(timeBase), m_descriptor(std::move(descriptor)), m_data(std::move(data))
-    {
-    }
-    uint32_t getType() const override { return m_type; }
-    uint32_t getTrack() const override { return 0; }
-    uint64_t getTime() const override { return m_time; }
-    uint64_t getTimeBase() const override { return m_timeBase; }
-    uint64_t getDuration() const override { return 1; }
-    const uint8_t* getDescriptor() const override { return m_descriptor.empty() ? nullptr : Bytes(m_descriptor); }
-    uint64_t getDescriptorSize() const override { return m_descriptor.size(); }
-    const uint8_t* getData() const override { return m_data.empty() ? nullptr : Bytes(m_data); }
-    uint64_t getDataSize() const override { return m_data.size(); }
-    IPacket* clone() const override { return new TPacket(*this); }
-    void destroy() override { delete this; }
+using TBundle = evc::plugin::TBundle;
 
-private:
-    static const uint8_t* Bytes(const std::string& s) { return reinterpret_cast<const uint8_t*>(s.data()); }
-    uint32_t m_type;
-    uint64_t m_time;
-    uint64_t m_timeBase;
-    std::string m_descriptor;
-    std::string m_data;
-};
-
-class TBundle : public IPacketBundle {
-public:
-    TBundle() = default;
-    TBundle(const TBundle&) = delete;
-    TBundle& operator=(const TBundle&) = delete;
-    ~TBundle() override { clear(); }
-
-    uint32_t getTrack() const override { return 0; }
-    uint64_t getTime() const override { return 0; }
-    uint64_t getTimeBase() const override { return 1; }
-    uint64_t getDuration() const override { return 0; }
-    const uint8_t* getDescriptor() const override { return nullptr; }
-    uint64_t getDescriptorSize() const override { return 0; }
-    IPacket* clone() const override
-    {
-        auto* copy = new TBundle;
-        for (IPacket* member : m_members)
-            copy->append(member->clone());
-        return copy;
-    }
-    void destroy() override { delete this; }
-    void clear() override
-    {
-        for (IPacket* member : m_members)
-            member->destroy();
-        m_members.clear();
-    }
-    uint32_t size() const override { return static_cast<uint32_t>(m_members.size()); }
-    IPacket* get(uint32_t index) const override { return index < m_members.size() ? m_members[index] : nullptr; }
-    IPacket* remove(uint32_t index) override
-    {
-        if (index >= m_members.size())
-            return nullptr;
-        IPacket* member = m_members[index];
-        m_members.erase(m_members.begin() + index);
-        return member;
-    }
-    void append(IPacket* packet) override
-    {
-        if (packet != nullptr)
-            m_members.push_back(packet);
-    }
-    IPacket* replace(uint32_t index, IPacket* packet) override
-    {
-        if (index >= m_members.size() || packet == nullptr)
-            return nullptr;
-        IPacket* old = m_members[index];
-        m_members[index] = packet;
-        return old;
-    }
-
-private:
-    std::vector<IPacket*> m_members;
-};
+// A packet of text bytes lasting one unit, with an optional descriptor.
+inline IPacket* MakePacket(uint32_t type, const std::string& data, uint64_t time = 0, uint64_t timeBase = 1,
+                           const std::string& descriptor = {})
+{
+    auto* packet =
+        new evc::plugin::TPacket(type, reinterpret_cast<const uint8_t*>(data.data()), data.size(), time, timeBase, 1);
+    packet->SetDescriptor(reinterpret_cast<const uint8_t*>(descriptor.data()), descriptor.size());
+    return packet;
+}
 
 // Each setting remembers its value as text and how often it was set, which
 // is what the echo compressor reports.
