@@ -1,251 +1,159 @@
+// The line cache over a disk that records every call: reads cost one disk read per line,
+// writes wait for eviction or clearing, lines grow for large requests, truncation cuts them.
 #include "ebml/ebmlCache.h"
 
-#include <gtest/gtest.h>
+#include "common/TempDir.h"
 
 #include <cstring>
 #include <utility>
-#include <vector>
 
 using namespace Ebml;
+using evctest::Bytes;
+using evctest::Cat;
 
 namespace {
 
-// An in-memory disk that records every call the cache makes.
 class FakeDisk : public ICacheDataProvider {
 public:
-    explicit FakeDisk(std::vector<uint8> bytes = {}) : bytes_(std::move(bytes)) {}
+    explicit FakeDisk(Bytes bytes = {}) : bytes_(std::move(bytes)) {}
 
     bool load(uint64 addr, size_t* numBytes, uint8* dst) override
     {
         loads_.push_back({addr, *numBytes});
-        const size_t available = addr < bytes_.size() ? bytes_.size() - static_cast<size_t>(addr) : 0;
-        *numBytes = std::min(*numBytes, available);
+        *numBytes = std::min(*numBytes, addr < bytes_.size() ? bytes_.size() - size_t(addr) : 0);
         if (*numBytes)
             std::memcpy(dst, bytes_.data() + addr, *numBytes);
         return true;
     }
-
     bool save(uint64 addr, size_t numBytes, const uint8* src) override
     {
         saves_.push_back({addr, numBytes});
         if (refuseSaves_)
             return false;
-        if (bytes_.size() < addr + numBytes)
-            bytes_.resize(static_cast<size_t>(addr + numBytes), 0);
+        bytes_.resize(std::max(bytes_.size(), size_t(addr + numBytes)), 0);
         std::memcpy(bytes_.data() + addr, src, numBytes);
         return true;
     }
 
-    std::vector<uint8> bytes_;
-    std::vector<std::pair<uint64, size_t>> loads_;
-    std::vector<std::pair<uint64, size_t>> saves_;
+    Bytes bytes_;
+    std::vector<std::pair<uint64, size_t>> loads_, saves_;
     bool refuseSaves_ = false;
 };
 
-std::vector<uint8> counting(size_t n)
-{
-    std::vector<uint8> bytes(n);
-    for (size_t i = 0; i < n; ++i)
-        bytes[i] = static_cast<uint8>(i * 7 + i / 256);
-    return bytes;
-}
+typedef std::vector<std::pair<uint64, size_t>> Calls;
 
 }  // namespace
 
-TEST(Cache, SmallReadsCostOneProviderReadPerLine)
+TEST(EbmlCache, ReadsCostOneDiskReadPerLineAndStopAtTheEnd)
 {
-    FakeDisk disk(counting(10000));
+    FakeDisk disk(evctest::Pattern(10000));
     TCache cache(&disk, 1, 4096);
-    std::vector<uint8> got(5000);
+    Bytes got(5000);
     for (size_t i = 0; i < got.size(); ++i)
-        ASSERT_EQ(1u, cache.load(i, 1, &got[i])) << i;
-    EXPECT_EQ(std::vector<uint8>(disk.bytes_.begin(), disk.bytes_.begin() + 5000), got);
-    ASSERT_EQ(2u, disk.loads_.size());
-    EXPECT_EQ(std::make_pair(uint64(0), size_t(4096)), disk.loads_[0]);
-    EXPECT_EQ(std::make_pair(uint64(4096), size_t(4096)), disk.loads_[1]);
+        ASSERT_EQ(cache.load(i, 1, &got[i]), 1u) << i;
+    EXPECT_EQ(got, Bytes(disk.bytes_.begin(), disk.bytes_.begin() + 5000));
+    EXPECT_EQ(disk.loads_, (Calls{{0, 4096}, {4096, 4096}}));
+    EXPECT_EQ(cache.load(9998, 8, got.data()), 2u);
+    EXPECT_EQ(cache.load(10000, 1, got.data()), 0u);
+    EXPECT_EQ(cache.load(40000, 4, got.data()), 0u);
+
+    const struct {
+        size_t request, lineSize;
+    } rows[] = {{4096, 4096}, {4097, 8192}, {10000, 12288}, {0x1000000, 0x1000000}, {0x1000001, 4096}};
+    for (const auto& row : rows) {
+        FakeDisk big(evctest::Pattern(row.request + 10));
+        TCache grown(&big, 1, 4096);
+        Bytes all(row.request);
+        EXPECT_EQ(grown.load(3, row.request, all.data()), row.request);
+        EXPECT_EQ(grown.lineSize(), row.lineSize) << row.request;
+        EXPECT_EQ(std::memcmp(all.data(), big.bytes_.data() + 3, row.request), 0);
+    }
 }
 
-TEST(Cache, ReadsStopAtTheEndOfTheData)
+TEST(EbmlCache, WritesWaitForEvictionClearingOrDestruction)
 {
-    FakeDisk disk(counting(10));
-    TCache cache(&disk, 2, 8);
-    uint8 got[16] = {};
-    // Spans the full first line and the 2-byte second one.
-    EXPECT_EQ(4u, cache.load(6, 8, got));
-    EXPECT_EQ(0, std::memcmp(got, disk.bytes_.data() + 6, 4));
-    EXPECT_EQ(0u, cache.load(10, 1, got));
-    EXPECT_EQ(0u, cache.load(40, 4, got));
-}
-
-TEST(Cache, WritesAreDeferredUntilEvictionOrClear)
-{
-    FakeDisk disk(counting(64));
-    const std::vector<uint8> before = disk.bytes_;
+    FakeDisk disk(evctest::Pattern(64));
+    Bytes expected = disk.bytes_;
     TCache cache(&disk, 2, 16);
     const uint8 data[3] = {0xA1, 0xA2, 0xA3};
-    ASSERT_EQ(3u, cache.save(14, 3, data));  // lines 0 and 16
+    ASSERT_EQ(cache.save(14, 3, data), 3u);  // lines 0 and 16
     EXPECT_TRUE(disk.saves_.empty());
-    EXPECT_EQ(before, disk.bytes_);
-
-    // Reading back comes from the cache, not the disk.
     uint8 got[3] = {};
-    ASSERT_EQ(3u, cache.load(14, 3, got));
-    EXPECT_EQ(0, std::memcmp(data, got, 3));
-
-    // Line 0 is the least recently used one and goes first, whole.
-    uint8 one = 0;
-    cache.load(16, 1, &one);
-    ASSERT_EQ(1u, cache.load(32, 1, &one));
-    ASSERT_EQ(1u, disk.saves_.size());
-    EXPECT_EQ(std::make_pair(uint64(0), size_t(16)), disk.saves_[0]);
-
+    ASSERT_EQ(cache.load(14, 3, got), 3u);
+    EXPECT_EQ(std::memcmp(data, got, 3), 0);
+    // Line 0 is the least recently used and goes first, whole.
+    cache.load(16, 1, got);
+    ASSERT_EQ(cache.load(32, 1, got), 1u);
+    EXPECT_EQ(disk.saves_, (Calls{{0, 16}}));
     EXPECT_TRUE(cache.clear());
-    ASSERT_EQ(2u, disk.saves_.size());
-    EXPECT_EQ(std::make_pair(uint64(16), size_t(16)), disk.saves_[1]);
-    std::vector<uint8> expected = before;
+    EXPECT_EQ(disk.saves_, (Calls{{0, 16}, {16, 16}}));
     std::memcpy(expected.data() + 14, data, 3);
-    EXPECT_EQ(expected, disk.bytes_);
-    EXPECT_EQ(0u, cache.numLines());
-}
+    EXPECT_EQ(disk.bytes_, expected);
 
-TEST(Cache, DestructionWritesBack)
-{
-    FakeDisk disk;
+    // Growing the line size writes back first.
+    ASSERT_EQ(cache.save(5, 1, data), 1u);
+    Bytes wide(40);
+    ASSERT_EQ(cache.load(0, 40, wide.data()), 40u);
+    EXPECT_EQ(cache.lineSize(), 48u);
+    EXPECT_EQ(disk.bytes_[5], 0xA1);
+
+    FakeDisk fresh;
     {
-        TCache cache(&disk, 1, 16);
-        const uint8 data[2] = {1, 2};
-        ASSERT_EQ(2u, cache.save(0, 2, data));
+        TCache last(&fresh, 1, 16);
+        ASSERT_EQ(last.save(0, 2, data), 2u);
     }
-    EXPECT_EQ((std::vector<uint8>{1, 2}), disk.bytes_);
+    EXPECT_EQ(fresh.bytes_, (Bytes{0xA1, 0xA2}));
 }
 
-TEST(Cache, LargeRequestsGrowTheLineSize)
+TEST(EbmlCache, HolesReadAsZerosAndTruncationCutsLines)
 {
-    struct Case {
-        size_t request;
-        size_t lineSize;
-    };
-    const Case cases[] = {
-        {4096, 4096}, {4097, 8192}, {10000, 12288}, {0x1000000, 0x1000000}, {0x1000001, 4096},
-    };
-    for (const Case& c : cases) {
-        FakeDisk disk(counting(c.request + 10));
-        TCache cache(&disk, 1, 4096);
-        std::vector<uint8> got(c.request);
-        EXPECT_EQ(c.request, cache.load(3, c.request, got.data())) << c.request;
-        EXPECT_EQ(c.lineSize, cache.lineSize()) << c.request;
-        EXPECT_EQ(0, std::memcmp(got.data(), disk.bytes_.data() + 3, c.request)) << c.request;
-    }
-}
-
-TEST(Cache, GrowingTheLineSizeWritesBackFirst)
-{
-    FakeDisk disk(counting(100));
-    TCache cache(&disk, 1, 16);
-    const uint8 data = 0xEE;
-    ASSERT_EQ(1u, cache.save(5, 1, &data));
-    std::vector<uint8> got(40);
-    ASSERT_EQ(40u, cache.load(0, 40, got.data()));
-    EXPECT_EQ(48u, cache.lineSize());
-    EXPECT_EQ(0xEE, disk.bytes_[5]);
-    EXPECT_EQ(0xEE, got[5]);
-}
-
-TEST(Cache, WritingPastTheDataLeavesZeros)
-{
-    FakeDisk disk(std::vector<uint8>(4, 0x55));
-    {
-        TCache cache(&disk, 1, 16);
-        const uint8 x = 0x99;
-        ASSERT_EQ(1u, cache.save(10, 1, &x));
-        std::vector<uint8> got(11, 0xFF);
-        ASSERT_EQ(11u, cache.load(0, 11, got.data()));
-        EXPECT_EQ((std::vector<uint8>{0x55, 0x55, 0x55, 0x55, 0, 0, 0, 0, 0, 0, 0x99}), got);
-    }
-    EXPECT_EQ((std::vector<uint8>{0x55, 0x55, 0x55, 0x55, 0, 0, 0, 0, 0, 0, 0x99}), disk.bytes_);
-
-    // A reused line slot still holds the bytes of its previous line; none may leak.
-    TCache memoryOnly(nullptr, 1, 16);
-    const std::vector<uint8> junk(16, 0x77);
-    ASSERT_EQ(16u, memoryOnly.save(0, 16, junk.data()));
-    const uint8 y = 0x42;
-    ASSERT_EQ(1u, memoryOnly.save(20, 1, &y));
-    std::vector<uint8> got(5, 0xFF);
-    ASSERT_EQ(5u, memoryOnly.load(16, 5, got.data()));
-    EXPECT_EQ((std::vector<uint8>{0, 0, 0, 0, 0x42}), got);
-}
-
-TEST(Cache, AShortLineBeforeCachedDataReadsAsAHole)
-{
-    FakeDisk disk(std::vector<uint8>(4, 0x55));
+    FakeDisk disk(Bytes(4, 0x55));
     TCache cache(&disk, 2, 16);
     uint8 b = 0;
-    ASSERT_EQ(1u, cache.load(0, 1, &b));  // line 0 now holds 4 bytes
+    ASSERT_EQ(cache.load(0, 1, &b), 1u);  // line 0 now holds 4 bytes
     const uint8 x = 0x99;
-    ASSERT_EQ(1u, cache.save(20, 1, &x));  // data further on, not yet on disk
-    std::vector<uint8> got(21, 0xFF);
-    ASSERT_EQ(21u, cache.load(0, 21, got.data()));
-    EXPECT_EQ(0x55, got[3]);
-    for (size_t i = 4; i < 20; ++i)
-        EXPECT_EQ(0, got[i]) << i;
-    EXPECT_EQ(0x99, got[20]);
-}
+    ASSERT_EQ(cache.save(20, 1, &x), 1u);  // further on, not yet on disk
+    Bytes got(21, 0xFF);
+    ASSERT_EQ(cache.load(0, 21, got.data()), 21u);
+    EXPECT_EQ(got, Cat({Bytes(4, 0x55), Bytes(16, 0), {0x99}}));
 
-TEST(Cache, TruncateDropsLinesBeyondAndCutsTheStraddlingLine)
-{
-    FakeDisk disk(counting(64));
-    TCache cache(&disk, 4, 16);
-    const std::vector<uint8> ones(16, 1);
+    // A reused line slot still holds its previous line's bytes; none may leak.
+    TCache memoryOnly(nullptr, 1, 16);
+    const Bytes junk(16, 0x77);
+    ASSERT_EQ(memoryOnly.save(0, 16, junk.data()), 16u);
+    ASSERT_EQ(memoryOnly.save(20, 1, &x), 1u);
+    ASSERT_EQ(memoryOnly.load(16, 5, got.data()), 5u);
+    EXPECT_EQ(Bytes(got.begin(), got.begin() + 5), (Bytes{0, 0, 0, 0, 0x99}));
+
+    FakeDisk full(evctest::Pattern(64));
+    TCache four(&full, 4, 16);
     for (uint64 head = 0; head < 64; head += 16)
-        ASSERT_EQ(16u, cache.save(head, 16, ones.data()));
-    ASSERT_EQ(4u, cache.numLines());
-    disk.bytes_.resize(20);  // the file's own truncation comes first
-    cache.truncate(20);
-    EXPECT_EQ(2u, cache.numLines());
-    std::vector<uint8> got(16);
-    EXPECT_EQ(16u, cache.load(0, 16, got.data()));
-    EXPECT_EQ(4u, cache.load(16, 16, got.data()));
-    EXPECT_EQ(0u, cache.load(32, 16, got.data()));
-    ASSERT_TRUE(cache.clear());
-    // Only what lies below 20 was written back.
-    ASSERT_EQ(2u, disk.saves_.size());
-    size_t written = 0;
-    for (const auto& s : disk.saves_) {
-        EXPECT_LT(s.first, 20u);
-        written += s.second;
-    }
-    EXPECT_EQ(20u, written);
+        ASSERT_EQ(four.save(head, 16, junk.data()), 16u);
+    full.bytes_.resize(20);  // the file's own truncation comes first
+    four.truncate(20);
+    EXPECT_EQ(four.numLines(), 2u);
+    EXPECT_EQ(four.load(16, 16, got.data()), 4u);
+    EXPECT_EQ(four.load(32, 16, got.data()), 0u);
+    ASSERT_TRUE(four.clear());
+    EXPECT_EQ(full.saves_, (Calls{{0, 16}, {16, 4}}));
 }
 
-TEST(Cache, RefusedWriteBackKeepsTheLine)
+TEST(EbmlCache, RefusedWriteBackKeepsTheLine)
 {
     FakeDisk disk;
     TCache cache(&disk, 1, 16);
     const uint8 data[2] = {7, 8};
-    ASSERT_EQ(2u, cache.save(0, 2, data));
+    ASSERT_EQ(cache.save(0, 2, data), 2u);
     disk.refuseSaves_ = true;
     uint8 b = 0;
-    // Making room for another line would lose the dirty one.
-    EXPECT_EQ(0u, cache.load(16, 1, &b));
-    EXPECT_EQ(0u, cache.save(16, 1, &b));
-    uint8 got[2] = {};
-    ASSERT_EQ(2u, cache.load(0, 2, got));
-    EXPECT_EQ(7, got[0]);
+    EXPECT_EQ(cache.load(16, 1, &b), 0u);  // making room would lose the dirty line
+    EXPECT_EQ(cache.save(16, 1, &b), 0u);
     disk.refuseSaves_ = false;
     EXPECT_TRUE(cache.clear());
-    EXPECT_EQ((std::vector<uint8>{7, 8}), disk.bytes_);
-}
-
-TEST(Cache, ResizeAndAdjustKeepTheLineCountAndRoundUp)
-{
-    FakeDisk disk;
-    TCache cache(&disk, 3, 4096);
-    EXPECT_TRUE(cache.adjustLineSize(1));
-    EXPECT_EQ(4096u, cache.lineSize());
+    EXPECT_EQ(disk.bytes_, (Bytes{7, 8}));
     EXPECT_TRUE(cache.adjustLineSize(8193));
-    EXPECT_EQ(12288u, cache.lineSize());
-    EXPECT_EQ(3u, cache.maxLines());
+    EXPECT_EQ(cache.lineSize(), 8208u);  // a whole number of the old lines
     EXPECT_TRUE(cache.resize(2, 64));
-    EXPECT_EQ(64u, cache.lineSize());
-    EXPECT_EQ(2u, cache.maxLines());
+    EXPECT_EQ(cache.lineSize(), 64u);
+    EXPECT_EQ(cache.maxLines(), 2u);
 }

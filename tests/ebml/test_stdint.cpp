@@ -1,46 +1,16 @@
-#include "ebml/ebmlMemoryStorage.h"
+// Variable-size integers, plain integers, floats, ids and CRC-32: golden bytes at every width.
+#include "EbmlTestTypes.h"
+
 #include "ebml/ebmlStdInt.h"
 
-#include <gtest/gtest.h>
+using namespace EbmlTest;
 
-#include <cstring>
-#include <sstream>
-#include <vector>
-
-using namespace Ebml;
-
-namespace {
-
-typedef std::vector<uint8> Bytes;
-
-Bytes encodeVsize(uint64 v, uint64 width = 0)
+TEST(EbmlStdInt, VsizeAtEveryWidth)
 {
-    uint8 buf[8];
-    const uint64 n = width ? vsizeEncode(v, buf, width) : vsizeEncode(v, buf);
-    return Bytes(buf, buf + n);
-}
-
-}  // namespace
-
-TEST(EbmlStdInt, TablesMatchTheirFormulas)
-{
-    for (unsigned n = 1; n <= 8; ++n) {
-        const uint64 byteMax = n == 8 ? ~0ULL : (1ULL << (8 * n)) - 1;
-        EXPECT_EQ(uintMax[n], byteMax) << n;
-        EXPECT_EQ(vsizeUnknown[n], (1ULL << (7 * n)) - 1) << n;
-        EXPECT_EQ(vsizeRange[n], (1ULL << (7 * n)) - 2) << n;
-        EXPECT_EQ(vsizeHalfRange[n], (1ULL << (7 * n - 1)) - 1) << n;
-    }
-    EXPECT_EQ(uintMax[0] | vsizeUnknown[0] | vsizeRange[0] | vsizeHalfRange[0], 0u);
-}
-
-TEST(EbmlStdInt, VsizeEncodingsAreByteExact)
-{
-    struct Case {
-        uint64 value;
-        uint64 width;  // 0: smallest
+    const struct {
+        uint64 value, width;  // width 0: the smallest
         Bytes bytes;
-    } cases[] = {
+    } rows[] = {
         {0, 0, {0x80}},
         {0x7E, 0, {0xFE}},
         {0x7F, 0, {0x40, 0x7F}},  // 0x7F alone would be the 1-byte unknown size
@@ -48,26 +18,29 @@ TEST(EbmlStdInt, VsizeEncodingsAreByteExact)
         {0x3FFE, 0, {0x7F, 0xFE}},
         {0x3FFF, 0, {0x20, 0x3F, 0xFF}},
         {5, 4, {0x10, 0x00, 0x00, 0x05}},
+        {0x0FFFFFFE, 0, {0x1F, 0xFF, 0xFF, 0xFE}},
+        {0x0FFFFFFF, 0, {0x08, 0x0F, 0xFF, 0xFF, 0xFF}},
+        {1ULL << 35, 0, {0x04, 0x08, 0, 0, 0, 0}},
+        {1ULL << 42, 0, {0x02, 0x04, 0, 0, 0, 0, 0}},
         {30, 8, {0x01, 0, 0, 0, 0, 0, 0, 0x1E}},
-        {0xFFFFFFFFFFFFFFULL, 8, {0x01, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},
         {vsizeRange[8], 0, {0x01, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFE}},
     };
-    for (const Case& c : cases) {
-        EXPECT_EQ(encodeVsize(c.value, c.width), c.bytes) << c.value;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.value);
+        uint8 buf[8];
+        const uint64 n = row.width ? vsizeEncode(row.value, buf, row.width) : vsizeEncode(row.value, buf);
+        EXPECT_EQ(Bytes(buf, buf + n), row.bytes);
+        EXPECT_EQ(row.width ? row.width : vsizeNumBytes(row.value), row.bytes.size());
         uint64 width = 0;
-        const uint64 decoded = vsizeDecode(c.bytes.data(), width);
-        EXPECT_EQ(width, c.bytes.size()) << c.value;
-        if (c.value == vsizeUnknown[8])
-            EXPECT_EQ(decoded, uintMax[8]);
-        else
-            EXPECT_EQ(decoded, c.value);
+        EXPECT_EQ(vsizeDecode(row.bytes.data(), width), row.value);
+        EXPECT_EQ(width, row.bytes.size());
+        // From a storage, with a byte behind that must stay unread.
+        const Bytes more = Cat({row.bytes, {0x55}});
+        ConstMemoryStorage storage(more.data(), more.size());
+        EXPECT_EQ(vsizeDecode(storage, width), row.value);
+        EXPECT_EQ(storage.absolutePosition(), row.bytes.size());
     }
-    EXPECT_EQ(vsizeNumBytes(0x7E), 1u);
-    EXPECT_EQ(vsizeNumBytes(0x7F), 2u);
-}
-
-TEST(EbmlStdInt, AllOnesOfAnyWidthIsUnknownSize)
-{
+    // All ones of any width is the unknown size.
     for (unsigned n = 1; n <= 8; ++n) {
         uint8 buf[8];
         vsizeEncode(vsizeUnknown[n], buf, n);
@@ -75,63 +48,49 @@ TEST(EbmlStdInt, AllOnesOfAnyWidthIsUnknownSize)
         EXPECT_EQ(vsizeDecode(buf, width), uintMax[8]) << n;
         EXPECT_EQ(width, n);
     }
-    const uint8 zero[8] = {0x00, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+    // A first byte of zero has no width: nothing is read or consumed.
+    const Bytes zero = {0x00, 0x80};
     uint64 width = 99;
-    vsizeDecode(zero, width);
-    EXPECT_EQ(width, 0u);  // no width, and nothing read past the first byte
+    vsizeDecode(zero.data(), width);
+    EXPECT_EQ(width, 0u);
+    ConstMemoryStorage storage(zero.data(), zero.size());
+    EXPECT_EQ(vsizeDecode(storage, width), uintMax[8]);
+    EXPECT_EQ(storage.absolutePosition(), 0u);
 }
 
 TEST(EbmlStdInt, SignedVsize)
 {
-    struct Case {
+    const struct {
         int64 value;
         Bytes bytes;
-    } cases[] = {
-        {0, {0xBF}}, {-63, {0x80}}, {63, {0xFE}}, {64, {0x60, 0x3F}}, {-64, {0x5F, 0xBF}},
-    };
-    for (const Case& c : cases) {
+    } rows[] = {{0, {0xBF}}, {-63, {0x80}}, {63, {0xFE}}, {64, {0x60, 0x3F}}, {-64, {0x5F, 0xBF}}};
+    for (const auto& row : rows) {
         uint8 buf[8];
-        const uint64 n = vsizeSignedEncode(c.value, buf);
-        EXPECT_EQ(Bytes(buf, buf + n), c.bytes) << c.value;
+        const uint64 n = vsizeSignedEncode(row.value, buf);
+        EXPECT_EQ(Bytes(buf, buf + n), row.bytes) << row.value;
         uint64 width = 0;
-        EXPECT_EQ(vsizeSignedDecode(buf, width), c.value);
+        EXPECT_EQ(vsizeSignedDecode(buf, width), row.value);
         EXPECT_EQ(width, n);
     }
     EXPECT_EQ(vsizeSignedNumBytes(-int64(vsizeHalfRange[7]) - 1), 8u);
 }
 
-TEST(EbmlStdInt, PlainIntegerWidths)
+TEST(EbmlStdInt, PlainIntegersAndFloats)
 {
-    const std::pair<uint64, uint64> unsignedCases[] = {
-        {0, 1},        {0xFF, 1},       {0x100, 2},           {0xBF, 1},
-        {0xFFFFFF, 3}, {0x1A45DFA3, 4}, {0xFFFFFFFFFFULL, 5}, {0x1000000000000ULL, 7},
-        {~0ULL, 8}};
-    for (const auto& c : unsignedCases)
-        EXPECT_EQ(uintNumBytes(c.first), c.second) << c.first;
-    const std::pair<int64, uint64> signedCases[] = {{-128, 1},
-                                                    {127, 1},
-                                                    {128, 2},
-                                                    {-129, 2},
-                                                    {-32768, 2},
-                                                    {32768, 3},
-                                                    {-(int64(1) << 31), 4},
-                                                    {int64(1) << 31, 5},
-                                                    {(int64(1) << 55) - 1, 7},
-                                                    {int64(1) << 55, 8},
-                                                    {INT64_MIN, 8}};
-    for (const auto& c : signedCases)
-        EXPECT_EQ(intNumBytes(c.first), c.second) << c.first;
+    const std::pair<uint64, uint64> unsignedRows[] = {
+        {0, 1}, {0xFF, 1}, {0x100, 2}, {0x1A45DFA3, 4}, {0xFFFFFFFFFFULL, 5}, {~0ULL, 8}};
+    for (const auto& row : unsignedRows)
+        EXPECT_EQ(uintNumBytes(row.first), row.second) << row.first;
+    const std::pair<int64, uint64> signedRows[] = {
+        {-128, 1},           {127, 1},      {128, 2}, {-129, 2}, {-(int64(1) << 31), 4}, {int64(1) << 31, 5},
+        {int64(1) << 55, 8}, {INT64_MIN, 8}};
+    for (const auto& row : signedRows)
+        EXPECT_EQ(intNumBytes(row.first), row.second) << row.first;
 
     uint8 buf[8];
     EXPECT_EQ(uintEncode(0x1A45DFA3, buf), 4u);
     EXPECT_EQ(Bytes(buf, buf + 4), (Bytes{0x1A, 0x45, 0xDF, 0xA3}));
     EXPECT_EQ(uintDecode(buf, 4), 0x1A45DFA3u);
-    EXPECT_EQ(uintDecode(buf, 0), 0u);
-}
-
-TEST(EbmlStdInt, FloatsAreBigEndianBitPatterns)
-{
-    uint8 buf[8];
     EXPECT_EQ(floatEncode(1.0f, buf), 4u);
     EXPECT_EQ(Bytes(buf, buf + 4), (Bytes{0x3F, 0x80, 0x00, 0x00}));
     EXPECT_EQ(floatDecode(buf), 1.0f);
@@ -140,13 +99,12 @@ TEST(EbmlStdInt, FloatsAreBigEndianBitPatterns)
     EXPECT_EQ(doubleDecode(buf), -2.5);
 }
 
-TEST(EbmlStdInt, LoadFromStorage)
+TEST(EbmlStdInt, IdsFromStorage)
 {
-    struct Case {
+    const struct {
         Bytes bytes;
-        uint64 id;
-        uint64 consumed;
-    } cases[] = {
+        uint64 id, consumed;
+    } rows[] = {
         {{0x1A, 0x45, 0xDF, 0xA3, 0x9E}, 0x1A45DFA3, 4},
         {{0xBF, 0x84}, 0xBF, 1},
         {{0x42, 0x86}, 0x4286, 2},
@@ -155,65 +113,19 @@ TEST(EbmlStdInt, LoadFromStorage)
         {{0x1A, 0x45}, 0, 0},  // cut short
         {{}, 0, 0},
     };
-    for (const Case& c : cases) {
-        ConstMemoryStorage storage(c.bytes.data(), c.bytes.size());
-        EXPECT_EQ(loadEbmlId(storage), c.id);
-        EXPECT_EQ(storage.absolutePosition(), c.consumed);
+    for (const auto& row : rows) {
+        ConstMemoryStorage storage(row.bytes.data(), row.bytes.size());
+        EXPECT_EQ(loadEbmlId(storage), row.id) << row.id;
+        EXPECT_EQ(storage.absolutePosition(), row.consumed) << row.id;
     }
-
-    const uint8 size8[] = {0x01, 0, 0, 0, 0, 0, 0, 0x1E, 0x55};
-    ConstMemoryStorage storage(size8, sizeof size8);
-    uint64 width = 0;
-    EXPECT_EQ(vsizeDecode(storage, width), 30u);
-    EXPECT_EQ(width, 8u);
-    EXPECT_EQ(storage.absolutePosition(), 8u);
-
-    const uint8 bad[] = {0x00, 0x80};
-    ConstMemoryStorage badStorage(bad, sizeof bad);
-    EXPECT_EQ(vsizeDecode(badStorage, width), uintMax[8]);
-    EXPECT_EQ(width, 0u);
-    EXPECT_EQ(badStorage.absolutePosition(), 0u);
 }
 
-TEST(EbmlStdInt, Crc32CheckValues)
+TEST(EbmlStdInt, Crc32CheckValueInPieces)
 {
-    Crc32 empty;
-    EXPECT_EQ(empty.checksum(), 0u);
-    Crc32 whole;
-    whole.compute("123456789", 9);
-    EXPECT_EQ(whole.checksum(), 0xCBF43926u);
-    Crc32 pieces;
-    pieces.compute("1234", 4);
-    EXPECT_NE(pieces.checksum(), 0xCBF43926u);
-    pieces.compute("56789", 5);  // checksum() did not end the computation
-    EXPECT_EQ(pieces.checksum(), 0xCBF43926u);
-}
-
-TEST(EbmlStdInt, DiagnosticsHelpers)
-{
-    std::ostringstream os;
-    const uint8 bytes[] = {0x0A, 0xBF, 0x00};
-    serialize(os, bytes, sizeof bytes) << 255;
-    EXPECT_EQ(os.str(), "0ABF00255");
-
-    std::ostringstream spaces;
-    {
-        Indent::More more;
-        Indent::More evenMore;
-        spaces << indent(8) << "|";
-    }
-    EXPECT_EQ(spaces.str(), std::string(10, ' ') + "|");
-    EXPECT_EQ(Indent::depth_, 0u);
-}
-
-TEST(EbmlStdInt, UniqueIdsFitIn57Bits)
-{
-    bool differ = false;
-    const uint64 first = createUID();
-    for (int i = 0; i < 16; ++i) {
-        const uint64 id = createUID();
-        EXPECT_LT(id, 1ULL << 57);
-        differ = differ || id != first;
-    }
-    EXPECT_TRUE(differ);
+    Crc32 crc;
+    EXPECT_EQ(crc.checksum(), 0u);
+    crc.compute("1234", 4);
+    EXPECT_NE(crc.checksum(), 0xCBF43926u);
+    crc.compute("56789", 5);  // checksum() did not end the computation
+    EXPECT_EQ(crc.checksum(), 0xCBF43926u);
 }

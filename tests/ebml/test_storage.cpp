@@ -1,17 +1,16 @@
-#include "ebml/ebmlMemoryStorage.h"
+// Memory, null and copying storages, their receipts, the seek guard and the byte collections
+// built from receipts.
+#include "EbmlTestTypes.h"
 
-#include <gtest/gtest.h>
+#include "ebml/ebmlHodgePodge.h"
 
 #include <cstring>
+#include <numeric>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
-using namespace Ebml;
+using namespace EbmlTest;
 
 namespace {
-
-typedef std::vector<uint8> Bytes;
 
 struct Counted {
     explicit Counted(int& deaths) : deaths_(deaths) {}
@@ -22,18 +21,20 @@ struct CountedChild : Counted {
     using Counted::Counted;
 };
 
+const uint8* Text(const char* text)
+{
+    return reinterpret_cast<const uint8*>(text);
+}
+
 }  // namespace
 
-TEST(EbmlSharedPtr, SharesOneBlockAndDeletesOnce)
+TEST(EbmlStorage, SharedPtrUpcastSharesOneBlockAndDeletesOnce)
 {
     int deaths = 0;
     {
         TSharedPtr<CountedChild, Counted> child(new CountedChild(deaths));
-        TSharedPtr<Counted, Counted> base(child);  // upcast shares the block
-        EXPECT_EQ(base.useCount(), 2u);
-        EXPECT_EQ(base.get(), child.get());
+        TSharedPtr<Counted, Counted> base(child);
         TSharedPtr<Counted, Counted> other;
-        EXPECT_FALSE(other);
         other = base;
         other = other;
         EXPECT_EQ(child.useCount(), 3u);
@@ -44,173 +45,118 @@ TEST(EbmlSharedPtr, SharesOneBlockAndDeletesOnce)
     EXPECT_EQ(deaths, 1);
 }
 
-TEST(EbmlMemoryStorage, WritesWithinItsCapacityOnly)
+TEST(EbmlStorage, MemoryStorageStaysInsideItsArea)
 {
     uint8 area[10] = {};
     MemoryStorage storage(area, sizeof area);
-    const uint8 data[10] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
+    const uint8 data[10] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9};
     TReceiptPtr r = storage.save(data, 10);
     ASSERT_TRUE(r);
-    EXPECT_EQ(r->position(), 0u);
     EXPECT_EQ(r->numBytes(), 10u);
-    EXPECT_EQ(std::memcmp(area, data, 10), 0);
-
     EXPECT_FALSE(storage.save(data, 1));
-    EXPECT_EQ(storage.absolutePosition(), 10u);
     try {
         storage.seekTo(11);
-        FAIL() << "seekTo past the end must throw";
+        ADD_FAILURE() << "seekTo past the end must throw";
     } catch (const std::runtime_error& e) {
         EXPECT_STREQ(e.what(), "ConstMemoryStorage::seekTo(11) failed");
     }
-    EXPECT_EQ(storage.absolutePosition(), 10u);
-}
 
-TEST(EbmlMemoryStorage, ShortReadsAndPeeks)
-{
-    const uint8 area[10] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9};
-    ConstMemoryStorage storage(area, sizeof area);
-    storage.seekTo(8);
+    ConstMemoryStorage readOnly(data, sizeof data);
+    readOnly.seekTo(8);
     uint8 out[4] = {0xAA, 0xAA, 0xAA, 0xAA};
-    EXPECT_EQ(storage.peek(out, 4), 2u);
-    EXPECT_EQ(out[0], 8);
-    EXPECT_EQ(out[1], 9);
-    EXPECT_EQ(out[2], 0xAA);
-    EXPECT_EQ(storage.absolutePosition(), 8u);
+    EXPECT_EQ(readOnly.peek(out, 4), 2u);
+    EXPECT_EQ(Bytes(out, out + 4), (Bytes{8, 9, 0xAA, 0xAA}));
+    EXPECT_FALSE(readOnly.load(out, 4));
+    EXPECT_EQ(readOnly.absolutePosition(), 8u);
+    EXPECT_EQ(readOnly.skip(3), 0u);
+    EXPECT_EQ(readOnly.skip(2), 2u);
+    EXPECT_FALSE(readOnly.skipWithReceipt(1));
+    readOnly.seekTo(0);
+    EXPECT_FALSE(readOnly.save(out, 1));
 
-    EXPECT_FALSE(storage.load(out, 4));  // what was there was copied, position unchanged
-    EXPECT_EQ(storage.absolutePosition(), 8u);
-    EXPECT_EQ(storage.skip(3), 0u);
-    EXPECT_EQ(storage.skip(2), 2u);
-    EXPECT_FALSE(storage.skipWithReceipt(1));
-    EXPECT_EQ(storage.absolutePosition(), 10u);
-
-    // A read-only area refuses writes.
-    storage.seekTo(0);
-    EXPECT_FALSE(storage.save(out, 1));
-}
-
-TEST(EbmlMemoryStorage, FileSeekRules)
-{
-    uint8 area[10] = {};
+    // Seeks: absolute, relative, from the end; anything outside is refused and moves nothing.
     FileInMemory file(area, sizeof area);
-    EXPECT_TRUE(file.seek(10, kAbsolutePosition));
-    EXPECT_FALSE(file.seek(11, kAbsolutePosition));
-    EXPECT_FALSE(file.seek(-1, kAbsolutePosition));
-    EXPECT_TRUE(file.seek(-4, kRelativePosition));
-    EXPECT_EQ(file.position(), 6u);
-    EXPECT_FALSE(file.seek(INT64_MAX, kRelativePosition));
-    EXPECT_TRUE(file.seek(3, kPositionFromEnd));
-    EXPECT_EQ(file.position(), 7u);
-    EXPECT_FALSE(file.seek(11, kPositionFromEnd));
-    EXPECT_FALSE(file.seek(0, TPositionReference(7)));
-    EXPECT_EQ(file.position(), 7u);
+    const struct {
+        int64 offset;
+        TPositionReference from;
+        bool ok;
+        uint64 position;
+    } seeks[] = {
+        {10, kAbsolutePosition, true, 10},        {11, kAbsolutePosition, false, 10},
+        {-1, kAbsolutePosition, false, 10},       {-4, kRelativePosition, true, 6},
+        {INT64_MAX, kRelativePosition, false, 6}, {3, kPositionFromEnd, true, 7},
+        {11, kPositionFromEnd, false, 7},         {INT64_MIN, kPositionFromEnd, false, 7},
+        {0, TPositionReference(7), false, 7},
+    };
+    for (const auto& s : seeks) {
+        EXPECT_EQ(file.seek(s.offset, s.from), s.ok) << s.offset;
+        EXPECT_EQ(file.position(), s.position) << s.offset;
+    }
     EXPECT_FALSE(file.save("abcd", 4));  // 7 + 4 > 10: nothing written
-    EXPECT_EQ(area[7], 0);
+    EXPECT_EQ(area[7], 7);
 }
 
-TEST(EbmlMemoryStorage, ReceiptsRereadAndRewriteWithoutMovingTheStorage)
+TEST(EbmlStorage, ReceiptsRereadRewriteAndChecksumInPlace)
 {
-    uint8 area[16] = {};
+    uint8 area[16];
+    std::memcpy(area, "ab1234XXXX56789!", 16);
     MemoryStorage storage(area, sizeof area);
-    const uint8 data[6] = {'a', 'b', 'c', 'd', 'e', 'f'};
-    storage.save(data, 2);
-    TReceiptPtr r = storage.save(data, 6);
+    storage.skip(2);
+    TReceiptPtr r = storage.skipWithReceipt(13);
     ASSERT_TRUE(r);
-    EXPECT_EQ(storage.absolutePosition(), 8u);
+    Crc32 crc;  // leaving out the XXXX
+    EXPECT_TRUE(r->calcCrc32(crc, r->receipt(4, 4)));
+    EXPECT_EQ(crc.checksum(), 0xCBF43926u);
+    Crc32 whole, reference;
+    EXPECT_TRUE(r->calcCrc32(whole, TReceiptPtr()));
+    reference.compute(area + 2, 13);
+    EXPECT_EQ(whole.checksum(), reference.checksum());
 
-    uint8 back[6] = {};
-    EXPECT_TRUE(r->load(back));
-    EXPECT_EQ(std::memcmp(back, data, 6), 0);
-    EXPECT_TRUE(r->save(reinterpret_cast<const uint8*>("XY"), 2));
-    EXPECT_EQ(area[2], 'X');
-    EXPECT_EQ(area[4], 'c');
-    EXPECT_EQ(storage.absolutePosition(), 8u);
-
+    EXPECT_TRUE(r->save(Text("XY"), 2));
+    EXPECT_EQ(std::string(area, area + 5), "abXY3");
+    uint8 back[3] = {};
     TReceiptPtr sub = r->receipt(2, 3);
     EXPECT_EQ(sub->position(), 4u);
-    EXPECT_EQ(sub->numBytes(), 3u);
-
-    // += extends by the other's count; a null receipt changes nothing.
-    TReceiptPtr tail = storage.save(data, 1);
-    *r += tail;
+    EXPECT_TRUE(sub->load(back));
+    EXPECT_EQ(std::string(back, back + 3), "34X");
+    EXPECT_EQ(storage.absolutePosition(), 15u);
+    *r += storage.skipWithReceipt(1);
     *r += TReceiptPtr();
-    EXPECT_EQ(r->numBytes(), 7u);
-}
+    EXPECT_EQ(r->numBytes(), 14u);
 
-TEST(EbmlMemoryStorage, Crc32OverReceiptsLeavingOutARange)
-{
-    uint8 area[13];
-    std::memcpy(area, "1234XXXX56789", 13);
-    MemoryStorage storage(area, sizeof area);
-    TReceiptPtr all = storage.skipWithReceipt(13);
-    ASSERT_TRUE(all);
-    Crc32 crc;
-    EXPECT_TRUE(all->calcCrc32(crc, all->receipt(4, 4)));
-    EXPECT_EQ(crc.checksum(), 0xCBF43926u);
-
-    Crc32 whole;  // up to the very last byte of the area
-    EXPECT_TRUE(all->calcCrc32(whole, TReceiptPtr()));
-    Crc32 reference;
-    reference.compute(area, 13);
-    EXPECT_EQ(whole.checksum(), reference.checksum());
-}
-
-TEST(EbmlMemoryStorage, SaveToCopiesInChunks)
-{
-    const uint8 src[10] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9};
-    ConstMemoryStorage from(src, sizeof src);
-    TReceiptPtr r = from.skipWithReceipt(10);
-    uint8 dst[12] = {};
+    // Copying in chunks that do not divide the length.
+    uint8 dst[16] = {};
     MemoryStorage to(dst, sizeof dst);
     to.skip(1);
     TReceiptPtr copied = r->saveTo(to, 3);
     EXPECT_EQ(copied->position(), 1u);
-    EXPECT_EQ(copied->numBytes(), 10u);
-    EXPECT_EQ(std::memcmp(dst + 1, src, 10), 0);
-}
+    EXPECT_EQ(copied->numBytes(), 14u);
+    EXPECT_EQ(std::memcmp(dst + 1, area + 2, 14), 0);
 
-TEST(EbmlMemoryStorage, MemoryReceipts)
-{
+    // Receipts for plain memory: writable ones stay inside, const ones refuse.
     uint8 buf[4] = {1, 2, 3, 4};
-    TReceiptPtr r = receiptForMemory(buf, 4);
-    EXPECT_EQ(r->position(), uint64(reinterpret_cast<std::uintptr_t>(buf)));
-    EXPECT_FALSE(r->save(buf, 5));
-    const uint8 two[2] = {9, 9};
-    EXPECT_TRUE(r->save(two, 2));
-    EXPECT_EQ(buf[1], 9);
-    EXPECT_EQ(buf[2], 3);
-    uint8 out[2];
-    EXPECT_TRUE(r->receipt(2, 2)->load(out));
-    EXPECT_EQ(out[0], 3);
-    Crc32 crc;
-    EXPECT_FALSE(r->calcCrc32(crc, TReceiptPtr()));
-
-    TReceiptPtr c = receiptForConstMemory(buf, 4);
-    EXPECT_FALSE(c->save(two, 1));
-    EXPECT_FALSE(c->receipt(1, 2)->save(two, 1));
+    TReceiptPtr mem = receiptForMemory(buf, 4);
+    EXPECT_FALSE(mem->save(buf, 5));
+    EXPECT_TRUE(mem->receipt(1, 2)->save(Text("\x09"), 1));
+    EXPECT_EQ(Bytes(buf, buf + 4), (Bytes{1, 9, 3, 4}));
+    EXPECT_FALSE(mem->calcCrc32(crc, TReceiptPtr()));
+    EXPECT_FALSE(receiptForConstMemory(buf, 4)->save(buf, 1));
+    EXPECT_FALSE(receiptForConstMemory(buf, 4)->receipt(1, 2)->save(buf, 1));
 }
 
-TEST(EbmlNullStorage, CountsWithoutWriting)
+TEST(EbmlStorage, NullStorageCountsAndSeekGuardReturns)
 {
-    NullStorage storage(100);
-    EXPECT_TRUE(storage.isNullStorage());
-    const uint8 data[3] = {};
-    TReceiptPtr r = storage.save(data, 3);
+    NullStorage counter(100);
+    TReceiptPtr r = counter.save(Text("abc"), 3);
     EXPECT_EQ(r->position(), 100u);
-    EXPECT_EQ(r->numBytes(), 3u);
-    EXPECT_EQ(storage.skip(5), 5u);
-    EXPECT_EQ(storage.absolutePosition(), 108u);
+    EXPECT_EQ(counter.skip(5), 5u);
+    EXPECT_EQ(counter.absolutePosition(), 108u);
     uint8 out[1];
-    EXPECT_FALSE(storage.load(out, 1));
-    EXPECT_EQ(storage.peek(out, 1), 0u);
+    EXPECT_FALSE(counter.load(out, 1));
     EXPECT_FALSE(r->load(out));
     EXPECT_EQ(r->receipt(1, 2)->position(), 101u);
-    EXPECT_THROW(storage.seekTo(0), std::runtime_error);
-}
+    EXPECT_THROW(counter.seekTo(0), std::runtime_error);
 
-TEST(EbmlSeekGuard, ReturnsUnlessReleased)
-{
     const uint8 area[8] = {};
     ConstMemoryStorage storage(area, sizeof area);
     {
@@ -220,7 +166,6 @@ TEST(EbmlSeekGuard, ReturnsUnlessReleased)
     EXPECT_EQ(storage.absolutePosition(), 0u);
     {
         Seek<IStorage> guard(storage, 3);
-        EXPECT_EQ(storage.absolutePosition(), 3u);
         guard.seekBack_ = false;
     }
     EXPECT_EQ(storage.absolutePosition(), 3u);
@@ -229,4 +174,89 @@ TEST(EbmlSeekGuard, ReturnsUnlessReleased)
         EXPECT_THROW(guard.seekTo(9), std::runtime_error);
     }
     EXPECT_EQ(storage.absolutePosition(), 3u);
+}
+
+TEST(EbmlHodgePodge, CollectsReceiptsFromSeveralStorages)
+{
+    uint8 area[32] = {};
+    MemoryStorage storage(area, sizeof area);
+    HodgePodge podge;
+    podge.add(storage.receipt());  // empty: not kept
+    EXPECT_TRUE(podge.empty());
+    podge.add(Bytes{'a', 'b'}, storage);  // copied into the storage
+    podge.add(receiptForConstMemory(Text("xyz"), 3));
+    podge.add(Text("cd"), 2, storage);
+    uint8 tiny[1];
+    MemoryStorage full(tiny, 1);
+    podge.add(Bytes{1, 2}, full);  // a failed save adds nothing
+    EXPECT_EQ(podge.receipts().size(), 3u);
+    Bytes all;
+    EXPECT_TRUE(podge.get(all));
+    EXPECT_EQ(std::string(all.begin(), all.end()), "abxyzcd");
+    uint8 part[4];
+    EXPECT_TRUE(podge.getRange(1, 4, part));
+    EXPECT_EQ(std::string(part, part + 4), "bxyz");
+    EXPECT_FALSE(podge.getRange(5, 3, part));
+
+    HodgePodge whole, shorter, empty1, empty2;
+    whole.set(Bytes{'a', 'b', 'x', 'y', 'z', 'c', 'd'}, storage);
+    shorter.set(Bytes{'a', 'b'}, storage);
+    EXPECT_TRUE(podge == whole);
+    EXPECT_TRUE(podge != shorter);
+    EXPECT_TRUE(empty1 == empty2);
+    whole.set(Bytes{'a', 'b', 'x', 'y', 'z', 'c', 'e'}, storage);
+    EXPECT_TRUE(podge != whole);
+
+    // Saved contiguously; loaded without copying.
+    uint8 out[10] = {};
+    MemoryStorage target(out, sizeof out);
+    target.skip(1);
+    TReceiptPtr saved = podge.save(target);
+    EXPECT_EQ(saved->position(), 1u);
+    EXPECT_EQ(std::string(out + 1, out + 8), "abxyzcd");
+    target.seekTo(2);
+    HodgePodge loaded;
+    EXPECT_EQ(loaded.load(target, 3), 3u);
+    out[3] = '!';
+    loaded.get(all);
+    EXPECT_EQ(std::string(all.begin(), all.end()), "b!y");
+    EXPECT_EQ(loaded.load(target, 100), 0u);
+    EXPECT_EQ(loaded.numBytes(), 3u);
+}
+
+TEST(EbmlHodgePodge, IteratorsAndCopyingStorageReadAcrossReceipts)
+{
+    Bytes first(200), second(100);
+    std::iota(first.begin(), first.end(), 0);
+    std::iota(second.begin(), second.end(), 200);
+    HodgePodge podge;
+    podge.add(receiptForConstMemory(first.data(), first.size()));
+    podge.add(receiptForConstMemory(second.data(), second.size()));
+    HodgePodgeConstIter it(podge);
+    for (int i = 0; i < 300; i += 7)
+        EXPECT_EQ(it[i], uint8(i)) << i;
+    EXPECT_EQ(it[300], 0);  // outside reads as 0
+    HodgePodgeSubReceipt sub(podge, 198, 4);
+    uint8 out[5];
+    EXPECT_TRUE(sub.load(out));
+    EXPECT_EQ(Bytes(out, out + 4), (Bytes{198, 199, 200, 201}));
+    EXPECT_FALSE(sub.save(out, 1));
+
+    HodgePodge sized;  // a size field split over two receipts
+    const uint8 vsize[] = {0x10, 0x00, 0x00, 0x05};
+    sized.add(receiptForConstMemory(vsize, 2));
+    sized.add(receiptForConstMemory(vsize + 2, 2));
+    uint64 width = 0;
+    EXPECT_EQ(vsizeDecode(HodgePodgeConstIter(sized), width), 5u);
+    EXPECT_EQ(width, 4u);
+
+    HodgePodgeStorage& storage = HodgePodgeStorage::Instance;
+    TReceiptPtr r = storage.receipt();
+    *r += storage.save(Text("ab"), 2);
+    *r += storage.save(Text("cde"), 3);
+    EXPECT_TRUE(r->save(Text("XYZ"), 3));  // in place, across blocks
+    EXPECT_TRUE(r->load(out));
+    EXPECT_EQ(std::string(out, out + 5), "XYZde");
+    EXPECT_TRUE(r->receipt(1, 2)->load(out));
+    EXPECT_EQ(std::string(out, out + 2), "YZ");
 }

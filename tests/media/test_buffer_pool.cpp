@@ -1,225 +1,213 @@
-#include "media/CABufferPool.h"
+// The process-wide buffer pool (reuse window, order, alignment, cleaning, concurrent users) and
+// the reference counts that keep frames alive across threads.
+#include "media/CAImageFrame.h"
+#include "media/CARefCount.h"
+#include "media/CASharedPtr.h"
 
-#include <gtest/gtest.h>
+#include "MediaTestSupport.h"
 
-#include <cstdint>
 #include <cstring>
 #include <thread>
 #include <vector>
 
 namespace {
 
-// Every test starts from a pool without free buffers of registered sizes, so
-// that reuse can only come from buffers the test made itself.
-class BufferPoolTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        pool = CABufferPool::GetBufferPool();
-        ASSERT_EQ(pool->GetUsedBufferCount(), 0u);
-        pool->ReleaseBuffers();
-        baseCount = pool->GetPoolSize();
-    }
+// A frame that reports its destruction.
+class TracedFrame : public CAImageFrame {
+public:
+    explicit TracedFrame(std::atomic<int>& destroyed) : m_destroyed(destroyed) {}
+    ~TracedFrame() override { ++m_destroyed; }
 
-    void TearDown() override { pool->ReleaseBuffers(); }
-
-    CABufferPool* pool = nullptr;
-    int baseCount = 0;
+private:
+    std::atomic<int>& m_destroyed;
 };
+using FramePtr = CASharedPtr<CAImageFrame, CAFrame>;
 
-TEST_F(BufferPoolTest, IsOneProcessWidePool)
+}  // namespace
+
+TEST_F(MediaTest, ReuseWindowReachesExactly1024BytesAboveTheRequest)
 {
-    CABufferPool* fromThreads[4] = {};
-    std::vector<std::thread> threads;
-    for (auto& slot : fromThreads)
-        threads.emplace_back([&slot] { slot = CABufferPool::GetBufferPool(); });
-    for (auto& t : threads)
-        t.join();
-    for (CABufferPool* p : fromThreads)
-        EXPECT_EQ(p, pool);
-}
-
-TEST_F(BufferPoolTest, ReleasedBufferIsReusedForTheSameSize)
-{
-    CABuffer* first = pool->AquireBuffer(1000);
-    CABuffer* second = pool->AquireBuffer(1000);
-    ASSERT_NE(first, nullptr);
-    ASSERT_NE(second, nullptr);
-    EXPECT_NE(first, second);
-    EXPECT_EQ(pool->GetPoolSize(), baseCount + 2);
-    EXPECT_EQ(pool->GetUsedBufferCount(), 2u);
-
-    EXPECT_EQ(first->Release(), 0u);
-    EXPECT_EQ(pool->GetUsedBufferCount(), 1u);
-    EXPECT_EQ(pool->AquireBuffer(1000), first);
-    EXPECT_EQ(pool->GetPoolSize(), baseCount + 2);
-
-    EXPECT_EQ(first->Release(), 0u);
-    EXPECT_EQ(second->Release(), 0u);
-}
-
-TEST_F(BufferPoolTest, ReuseWindowReachesExactly1024BytesAboveTheRequest)
-{
-    CABuffer* big = pool->AquireBuffer(2000);
+    CABuffer* big = m_pool->AquireBuffer(2000);
     ASSERT_NE(big, nullptr);
     ASSERT_EQ(big->Release(), 0u);
-
     const struct {
-        unsigned int request;
+        unsigned request;
         bool reused;
-    } cases[] = {
+    } rows[] = {
         {2000, true},   // same size
-        {1000, true},   // 1000 bytes larger
         {976, true},    // 1024 bytes larger: the edge of the window
         {975, false},   // 1025 bytes larger
         {2001, false},  // a smaller buffer never serves a larger request
     };
-    for (const auto& c : cases) {
-        CABuffer* got = pool->AquireBuffer(c.request);
+    for (const auto& row : rows) {
+        CABuffer* got = m_pool->AquireBuffer(row.request);
         ASSERT_NE(got, nullptr);
-        EXPECT_EQ(got == big, c.reused) << "request " << c.request;
-        EXPECT_GE(got->GetSize(), c.request);
-        if (!c.reused) {
-            EXPECT_EQ(got->GetSize(), c.request) << "a new buffer has the requested size";
-        }
+        EXPECT_EQ(got == big, row.reused) << row.request;
+        EXPECT_EQ(got->GetSize(), row.reused ? 2000u : row.request);
         ASSERT_EQ(got->Release(), 0u);
     }
-}
 
-TEST_F(BufferPoolTest, FirstQualifyingBufferInCreationOrderWins)
-{
-    CABuffer* a = pool->AquireBuffer(3000);
-    CABuffer* b = pool->AquireBuffer(3500);
-    CABuffer* c = pool->AquireBuffer(3000);
-    ASSERT_TRUE(a && b && c);
+    // The first qualifying buffer in creation order wins.
+    CABuffer* a = m_pool->AquireBuffer(3000);
+    CABuffer* b = m_pool->AquireBuffer(3500);
+    CABuffer* c = m_pool->AquireBuffer(3000);
+    EXPECT_EQ(m_pool->GetUsedBufferCount(), 3u);
     ASSERT_EQ(c->Release(), 0u);
     ASSERT_EQ(b->Release(), 0u);
-    // b (3500) was made before c (3000) and lies within the window of 3000.
-    EXPECT_EQ(pool->AquireBuffer(3000), b);
-    EXPECT_EQ(pool->AquireBuffer(3000), c);
+    EXPECT_EQ(m_pool->AquireBuffer(3000), b);
+    EXPECT_EQ(m_pool->AquireBuffer(3000), c);
     for (CABuffer* buffer : {a, b, c})
         EXPECT_EQ(buffer->Release(), 0u);
+
+    // Taking a buffer twice or giving it back twice is refused.
+    EXPECT_EQ(a->Release(), kCABufferAlreadyAvailable);
+    EXPECT_TRUE(a->IsAvailable());
+    ASSERT_EQ(a->Aquire(), 0u);
+    EXPECT_EQ(a->Aquire(), kCABufferAlreadyInUse);
+    EXPECT_FALSE(a->IsAvailable());
+    EXPECT_EQ(a->Release(), 0u);
 }
 
-TEST_F(BufferPoolTest, DoubleAquireAndDoubleReleaseAreRefused)
-{
-    CABuffer* buffer = pool->AquireBuffer(4000);
-    ASSERT_NE(buffer, nullptr);
-    EXPECT_FALSE(buffer->IsAvailable());
-    EXPECT_EQ(buffer->Aquire(), kCABufferAlreadyInUse);
-    EXPECT_FALSE(buffer->IsAvailable());
-
-    EXPECT_EQ(buffer->Release(), 0u);
-    EXPECT_TRUE(buffer->IsAvailable());
-    EXPECT_EQ(buffer->Release(), kCABufferAlreadyAvailable);
-    EXPECT_TRUE(buffer->IsAvailable());
-    EXPECT_EQ(pool->GetUsedBufferCount(), 0u);
-}
-
-TEST_F(BufferPoolTest, DataLiesFourBytesPastA32ByteBoundaryWithEightSpareBytes)
+TEST_F(MediaTest, DataLiesFourBytesPastA32ByteBoundaryWithSpareBytes)
 {
     std::vector<CABuffer*> buffers;
-    for (unsigned int size : {0u, 1u, 31u, 32u, 33u, 4095u, 1920u * 1080u * 3u / 2u}) {
-        CABuffer* buffer = pool->AquireBuffer(size);
+    for (unsigned size : {0u, 1u, 31u, 33u, 4095u, 1920u * 1080u * 3u / 2u}) {
+        CABuffer* buffer = m_pool->AquireBuffer(size);
         ASSERT_NE(buffer, nullptr);
-        const auto address = reinterpret_cast<uintptr_t>(buffer->GetData());
-        EXPECT_EQ(address % 32, 4u) << "size " << size;
-        // The whole requested size plus 4 more bytes is writable.
-        std::memset(buffer->GetData(), 0xA5, size + 4);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(buffer->GetData()) % 32, 4u) << size;
+        std::memset(buffer->GetData(), 0xA5, size + 4);  // 4 bytes past the size are writable
         buffers.push_back(buffer);
     }
     for (CABuffer* buffer : buffers)
         EXPECT_EQ(buffer->Release(), 0u);
 }
 
-TEST_F(BufferPoolTest, CleaningFreesOnlySizesWithNoBufferInUse)
+TEST_F(MediaTest, CleaningFreesOnlySizesWithNoBufferInUse)
 {
-    CABuffer* held = pool->AquireBuffer(1000);
-    CABuffer* freeOne = pool->AquireBuffer(1000);
-    CABuffer* freeTwo = pool->AquireBuffer(1000);
-    CABuffer* other = pool->AquireBuffer(5000);
-    ASSERT_TRUE(held && freeOne && freeTwo && other);
-    ASSERT_EQ(freeOne->Release(), 0u);
-    ASSERT_EQ(freeTwo->Release(), 0u);
+    CABuffer* held = m_pool->AquireBuffer(1000);
+    CABuffer* free1 = m_pool->AquireBuffer(1000);
+    CABuffer* other = m_pool->AquireBuffer(5000);
+    ASSERT_TRUE(held && free1 && other);
+    ASSERT_EQ(free1->Release(), 0u);
     ASSERT_EQ(other->Release(), 0u);
-    ASSERT_EQ(pool->GetPoolSize(), baseCount + 4);
-
-    // One buffer of 1000 is in use: all three stay; 5000 has none in use.
-    pool->ReleaseBuffers();
-    EXPECT_EQ(pool->GetPoolSize(), baseCount + 3);
-    EXPECT_EQ(pool->GetUsedBufferCount(), 1u);
-
+    m_pool->ReleaseBuffers();  // one of 1000 in use: both stay; 5000 goes
+    EXPECT_EQ(m_pool->GetPoolSize(), m_baseCount + 2);
     ASSERT_EQ(held->Release(), 0u);
-    pool->ReleaseBuffers();
-    EXPECT_EQ(pool->GetPoolSize(), baseCount);
-    // 1000 left the pool sizes with its buffers: removing it is now refused.
-    EXPECT_EQ(pool->RemovePoolSize(1000), kCABufferPoolSizeUnknown);
+    m_pool->ReleaseBuffers();
+    EXPECT_EQ(m_pool->GetPoolSize(), m_baseCount);
+    EXPECT_EQ(m_pool->RemovePoolSize(1000), kCABufferPoolSizeUnknown);  // left with its buffers
+
+    // A removed size is not cleaned, now or later, until registered again.
+    const unsigned kept = 900000;
+    CABuffer* keptBuffer = m_pool->AquireBuffer(kept);
+    ASSERT_EQ(keptBuffer->Release(), 0u);
+    EXPECT_EQ(m_pool->RemovePoolSize(7777), kCABufferPoolSizeUnknown);  // still cleans the others
+    EXPECT_EQ(m_pool->GetPoolSize(), m_baseCount);
+    keptBuffer = m_pool->AquireBuffer(kept);
+    ASSERT_EQ(keptBuffer->Release(), 0u);
+    EXPECT_EQ(m_pool->RemovePoolSize(kept), 0u);
+    m_pool->ReleaseBuffers();
+    EXPECT_EQ(m_pool->GetPoolSize(), m_baseCount + 1);
+    EXPECT_EQ(m_pool->AquireBuffer(kept), keptBuffer);
+    ASSERT_EQ(keptBuffer->Release(), 0u);
+    EXPECT_EQ(m_pool->AddPoolSize(kept), 0u);
+    EXPECT_EQ(m_pool->AddPoolSize(kept), 0u);  // already registered
+    m_pool->ReleaseBuffers();
+    EXPECT_EQ(m_pool->GetPoolSize(), m_baseCount);
 }
 
-TEST_F(BufferPoolTest, RemovePoolSizeUnregistersThenCleansTheOthers)
+TEST_F(MediaTest, ConcurrentUsersNeverShareABuffer)
 {
-    // A size far from the others: its buffers outlive this test unregistered.
-    const unsigned int kept = 900000;
-    CABuffer* keptBuffer = pool->AquireBuffer(kept);
-    CABuffer* cleaned = pool->AquireBuffer(6000);
-    ASSERT_TRUE(keptBuffer && cleaned);
-    ASSERT_EQ(keptBuffer->Release(), 0u);
-    ASSERT_EQ(cleaned->Release(), 0u);
-
-    EXPECT_EQ(pool->RemovePoolSize(7777), kCABufferPoolSizeUnknown);
-    // The unknown size still cleaned the others.
-    EXPECT_EQ(pool->GetPoolSize(), baseCount);
-
-    keptBuffer = pool->AquireBuffer(kept);
-    ASSERT_EQ(keptBuffer->Release(), 0u);
-    EXPECT_EQ(pool->RemovePoolSize(kept), 0u);
-    // Removed before cleaning, so its buffer is not freed, now or later.
-    EXPECT_EQ(pool->GetPoolSize(), baseCount + 1);
-    pool->ReleaseBuffers();
-    EXPECT_EQ(pool->GetPoolSize(), baseCount + 1);
-    EXPECT_EQ(pool->AquireBuffer(kept), keptBuffer);
-    ASSERT_EQ(keptBuffer->Release(), 0u);
-
-    // Registering the size again lets cleaning free it.
-    EXPECT_EQ(pool->AddPoolSize(kept), 0u);
-    EXPECT_EQ(pool->AddPoolSize(kept), 0u);  // already registered
-    pool->ReleaseBuffers();
-    EXPECT_EQ(pool->GetPoolSize(), baseCount);
-}
-
-TEST_F(BufferPoolTest, ConcurrentUsersNeverShareABuffer)
-{
-    constexpr int kThreads = 4;
-    constexpr int kRounds = 2000;
+    std::atomic<int> failures{0};
     std::vector<std::thread> threads;
-    std::vector<int> failures(kThreads, 0);
-    for (int t = 0; t < kThreads; ++t)
+    for (int t = 0; t < 4; ++t)
         threads.emplace_back([this, t, &failures] {
-            const unsigned char mark = static_cast<unsigned char>(t + 1);
-            for (int round = 0; round < kRounds; ++round) {
-                CABuffer* buffer = pool->AquireBuffer(8000 + (round % 3) * 100);
+            for (int round = 0; round < 1000; ++round) {
+                CABuffer* buffer = m_pool->AquireBuffer(8000 + (round % 3) * 100);
                 if (buffer == nullptr) {
-                    ++failures[t];
+                    ++failures;
                     continue;
                 }
-                std::memset(buffer->GetData(), mark, 64);
+                std::memset(buffer->GetData(), t + 1, 64);
                 std::this_thread::yield();
-                for (int i = 0; i < 64; ++i)
-                    if (buffer->GetData()[i] != mark) {
-                        ++failures[t];
-                        break;
-                    }
-                if (buffer->Release() != 0)
-                    ++failures[t];
+                failures += std::count(buffer->GetData(), buffer->GetData() + 64, t + 1) != 64;
+                failures += buffer->Release() != 0;
             }
         });
     for (auto& t : threads)
         t.join();
-    for (int t = 0; t < kThreads; ++t)
-        EXPECT_EQ(failures[t], 0) << "thread " << t;
-    EXPECT_EQ(pool->GetUsedBufferCount(), 0u);
-    // Reuse bounds the pool: each thread holds one buffer of one of 3 sizes.
-    EXPECT_LE(pool->GetPoolSize(), baseCount + 3 * kThreads);
+    EXPECT_EQ(failures, 0);
+    EXPECT_LE(m_pool->GetPoolSize(), m_baseCount + 3 * 4);  // reuse bounds the pool
+    EXPECT_EQ(CABufferPool::GetBufferPool(), m_pool);
 }
 
-}  // namespace
+TEST_F(MediaTest, LastReferenceDestroysTheFrameWithItsBundlesAndBuffer)
+{
+    int destroyed = 0;
+    struct Counted : CARefCountBase {
+        explicit Counted(int& d) : count(d) {}
+        ~Counted() override { ++count; }
+        int& count;
+    };
+    Counted* counted = new Counted(destroyed);
+    counted->AddReference();
+    EXPECT_FALSE(counted->IsShared());
+    counted->AddReference();
+    EXPECT_TRUE(counted->IsShared());
+    counted->RemoveReference();
+    EXPECT_EQ(destroyed, 0);
+    counted->RemoveReference();
+    EXPECT_EQ(destroyed, 1);
+
+    std::atomic<int> frames{0};
+    {
+        FramePtr first(new TracedFrame(frames));
+        first->SetWidth(64);
+        first->SetHeight(64);
+        ASSERT_NE(first->GetZKImage().planes[0], nullptr);
+        IPacketBundle* bundle = new TestPacketBundle;
+        first->ExchangeDataPacketsWith(bundle);
+        FramePtr second;
+        {
+            FramePtr copy(first);
+            second = copy;
+            second = second;  // same holder: nothing changes
+            EXPECT_EQ(first.GetRefCount(), 3);
+        }
+        first = FramePtr();
+        EXPECT_EQ(frames, 0);
+        EXPECT_EQ(second.GetRefCount(), 1);
+    }
+    EXPECT_EQ(frames, 1);  // the fixture sees the buffer and the bundle back
+}
+
+TEST_F(MediaTest, ThreadsCopyingAndDroppingOnePointer)
+{
+    std::atomic<int> destroyed{0};
+    {
+        FramePtr shared(new TracedFrame(destroyed));
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 4; ++t)
+            threads.emplace_back([&shared] {
+                std::vector<FramePtr> held;
+                for (int round = 0; round < 5000; ++round) {
+                    held.push_back(shared);
+                    if (held.size() > 5)
+                        held.erase(held.begin());
+                }
+            });
+        for (auto& t : threads)
+            t.join();
+        EXPECT_EQ(shared.GetRefCount(), 1);
+        EXPECT_EQ(destroyed, 0);
+    }
+    EXPECT_EQ(destroyed, 1);
+    for (int i = 0; i < 100; ++i) {  // the last copy dropped on either thread destroys it once
+        FramePtr* a = new FramePtr(new TracedFrame(destroyed));
+        FramePtr* b = new FramePtr(*a);
+        std::thread dropA([a] { delete a; });
+        delete b;
+        dropA.join();
+    }
+    EXPECT_EQ(destroyed, 101);
+}

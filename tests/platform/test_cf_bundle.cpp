@@ -1,106 +1,161 @@
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-#include <vector>
-
+// The bundle layer: file URLs, strings, bundle folders, plug-in listing, and loading a bundle's
+// executable named by its Info.plist or by its folder.
+#include "common/TempDir.h"
+#include "platform/CFString.h"
 #include "platform/CoreFoundation.h"
-#include "platform/PlatformTestSupport.h"
 
-using evctest::TTempFolder;
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
 namespace fs = std::filesystem;
 
 namespace {
 
-std::string UrlText(CFURLRef url)
+std::string Text(CFStringRef string)
 {
-    return url == nullptr ? "<null>" : evctest::CFText(CFURLGetString(url));
+    char buffer[2048] = "";
+    return CFStringGetCString(string, buffer, sizeof buffer, kCFStringEncodingUTF8) ? buffer : "<no text>";
 }
 
-std::string BundleUrlText(CFBundleRef bundle)
+// The URL of a path, its text, and the bundle at a folder; everything made is released.
+CFURLRef Url(const std::string& path, bool isDirectory)
 {
-    CFURLRef url = CFBundleCopyBundleURL(bundle);
-    std::string text = UrlText(url);
-    CFRelease(url);
+    TCFString string(path.c_str());
+    return CFURLCreateWithFileSystemPath(kCFAllocatorDefault, string.get(), kCFURLPOSIXPathStyle, isDirectory);
+}
+std::string UrlText(CFURLRef url, bool release = true)
+{
+    const std::string text = url == nullptr ? "<no url>" : Text(CFURLGetString(url));
+    if (url != nullptr && release)
+        CFRelease(url);
     return text;
 }
-
-// The last path component of a URL's text, trailing "/" kept.
-std::string LastName(const std::string& url)
+std::string UrlText(const std::string& path, bool isDirectory)
 {
-    const size_t end = url.size() > 1 && url.back() == '/' ? url.size() - 1 : url.size();
-    return url.substr(url.rfind('/', end - 1) + 1);
+    return UrlText(Url(path, isDirectory));
 }
-
-using TString = evctest::TCFStringHolder;
-
-CFURLRef DirectoryURL(const fs::path& path)
-{
-    TString string(path.c_str());
-    return CFURLCreateWithFileSystemPath(kCFAllocatorDefault, string.get(), kCFURLPOSIXPathStyle, true);
-}
-
 CFBundleRef BundleAt(const fs::path& path)
 {
-    CFURLRef url = DirectoryURL(path);
+    CFURLRef url = Url(path.string(), true);
     CFBundleRef bundle = CFBundleCreate(kCFAllocatorDefault, url);
     CFRelease(url);
     return bundle;
 }
-
-class CFBundleTest : public testing::Test {
-protected:
-    void SetUp() override { ASSERT_FALSE(m_temp.Path().empty()); }
-    TTempFolder m_temp;
-};
-
-TEST_F(CFBundleTest, ListsBundlesOfOneTypeSortedByName)
+std::string BundleText(CFBundleRef bundle)
 {
-    for (const char* folder :
-         {"b.qv64", "a.qv64", "c d.qv64", "A.qv64", "x.qv640", "z.QV64", ".qv64", "old.qv64.bak", "nested/deep.qv64"})
-        m_temp.Folder("PlugIns/" + std::string(folder));
-    m_temp.File("PlugIns/file.qv64", "not a folder");
+    return UrlText(CFBundleCopyBundleURL(bundle));
+}
 
-    CFURLRef folder = DirectoryURL(m_temp.Path() / "PlugIns");
-    TString type("qv64");
+using CFBundleTest = evctest::TempDirTest;
+
+}  // namespace
+
+TEST(CFURL, FileURLTextAndStrings)
+{
+    const struct {
+        const char* path;
+        bool isDirectory;
+        const char* expected;
+    } rows[] = {
+        {"/Apps/Evc.app", true, "file:///Apps/Evc.app/"},
+        {"/Apps/Evc.app/", true, "file:///Apps/Evc.app/"},
+        {"/Apps/GpuAvcEncoder Mach-O.qv64", true, "file:///Apps/GpuAvcEncoder%20Mach-O.qv64/"},
+        {"/a//b/./c", false, "file:///a/b/c"},
+        {"/", true, "file:///"},
+        {"/p/100%#?[x]\"<>\\^`{|}", false, "file:///p/100%25%23%3F%5Bx%5D%22%3C%3E%5C%5E%60%7B%7C%7D"},
+        {"/p/-._~!$&'()*+,;=:@", false, "file:///p/-._~!$&'()*+,;=:@"},
+        {"/p/\xC3\xA9t\xC3\xA9", false, "file:///p/%C3%A9t%C3%A9"},
+        {"/p/tab\there", false, "file:///p/tab%09here"},
+        {"", true, "<no url>"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(UrlText(row.path, row.isDirectory), row.expected) << row.path;
+    TCFString path("/a");
+    EXPECT_EQ(CFURLCreateWithFileSystemPath(kCFAllocatorDefault, nullptr, kCFURLPOSIXPathStyle, true), nullptr);
+    EXPECT_EQ(CFURLCreateWithFileSystemPath(kCFAllocatorDefault, path.get(), CFURLPathStyle(1), true), nullptr);
+
+    // Relative paths start from the working directory.
+    char cwd[4096];
+    ASSERT_NE(getcwd(cwd, sizeof cwd), nullptr);
+    const std::string expected = UrlText(std::string(cwd) + "/build/Evc.app", true);
+    EXPECT_EQ(UrlText("build/Evc.app", true), expected);
+    EXPECT_EQ(UrlText("./build//Evc.app", true), expected);
+
+    TCFString string("qv64");
+    char buffer[8];
+    std::memset(buffer, 'x', sizeof buffer);
+    EXPECT_FALSE(CFStringGetCString(string.get(), buffer, 4, kCFStringEncodingUTF8)) << "no room for the terminator";
+    EXPECT_TRUE(CFStringGetCString(string.get(), buffer, 5, kCFStringEncodingUTF8));
+    EXPECT_STREQ(buffer, "qv64");
+    EXPECT_FALSE(CFStringGetCString(nullptr, buffer, sizeof buffer, kCFStringEncodingUTF8));
+    EXPECT_FALSE(CFStringGetCString(string.get(), buffer, sizeof buffer, 0x0600));  // not UTF-8
+    EXPECT_EQ(CFStringCreateWithCString(kCFAllocatorDefault, nullptr, kCFStringEncodingUTF8), nullptr);
+    CFRelease(nullptr);
+}
+
+TEST_F(CFBundleTest, FoldersListsAndResources)
+{
+    for (const char* folder : {"b.qv64", "a.qv64", "c d.qv64", "A.qv64", "x.qv640", "z.QV64", ".qv64", "old.qv64.bak",
+                               "nested/deep.qv64", "Host.app/Contents/PlugIns", "Bare.app/Contents"})
+        m_dir.Folder(std::string("PlugIns/") + folder);
+    m_dir.Write("PlugIns/file.qv64", "not a folder");
+    CFURLRef folder = Url(m_dir.File("PlugIns"), true);
+    TCFString type("qv64");
     CFArrayRef bundles = CFBundleCreateBundlesFromDirectory(kCFAllocatorDefault, folder, type.get());
+    CFRelease(folder);
     std::vector<std::string> names;
-    for (CFIndex i = 0; i < CFArrayGetCount(bundles); ++i)
-        names.push_back(
-            LastName(BundleUrlText(static_cast<CFBundleRef>(const_cast<void*>(CFArrayGetValueAtIndex(bundles, i))))));
-    EXPECT_EQ(names, (std::vector<std::string>{"A.qv64/", "a.qv64/", "b.qv64/", "c%20d.qv64/"}));
+    for (CFIndex i = 0; i < CFArrayGetCount(bundles); ++i) {
+        const std::string url =
+            BundleText(static_cast<CFBundleRef>(const_cast<void*>(CFArrayGetValueAtIndex(bundles, i))));
+        names.push_back(url.substr(url.rfind('/', url.size() - 2) + 1));
+    }
+    EXPECT_EQ(names, (std::vector<std::string>{"A.qv64/", "a.qv64/", "b.qv64/", "c%20d.qv64/"}));  // sorted
     EXPECT_EQ(CFArrayGetValueAtIndex(bundles, CFArrayGetCount(bundles)), nullptr);
     EXPECT_EQ(CFArrayGetValueAtIndex(bundles, -1), nullptr);
     CFRelease(bundles);
-    CFRelease(folder);
-
-    CFURLRef missing = DirectoryURL(m_temp.Path() / "NoSuchFolder");
+    CFURLRef missing = Url(m_dir.File("NoSuchFolder"), true);
     EXPECT_EQ(CFBundleCreateBundlesFromDirectory(kCFAllocatorDefault, missing, type.get()), nullptr);
     CFRelease(missing);
-}
 
-TEST_F(CFBundleTest, BundlesArePlainFoldersWithAPlugInsFolder)
-{
-    m_temp.Folder("Host.app/Contents/PlugIns");
-    m_temp.Folder("Bare.app/Contents");
-    m_temp.File("File.app", "x");
-
-    EXPECT_EQ(BundleAt(m_temp.Path() / "Missing.app"), nullptr);
-    EXPECT_EQ(BundleAt(m_temp.Path() / "File.app"), nullptr);
-
-    CFBundleRef host = BundleAt(m_temp.Path() / "Host.app");
+    // A bundle is a plain folder; its plug-ins folder only when there is one.
+    EXPECT_EQ(BundleAt(m_dir.Path() / "Missing.app"), nullptr);
+    EXPECT_EQ(BundleAt(m_dir.Path() / "PlugIns/file.qv64"), nullptr);
+    CFBundleRef host = BundleAt(m_dir.Path() / "PlugIns/Host.app");
     ASSERT_NE(host, nullptr);
-    EXPECT_EQ(BundleUrlText(host), "file://" + (m_temp.Path() / "Host.app").string() + "/");
-    CFURLRef plugIns = CFBundleCopyBuiltInPlugInsURL(host);
-    EXPECT_EQ(UrlText(plugIns), "file://" + (m_temp.Path() / "Host.app/Contents/PlugIns").string() + "/");
-    CFRelease(plugIns);
-    CFRelease(host);
-
-    CFBundleRef bare = BundleAt(m_temp.Path() / "Bare.app");
-    ASSERT_NE(bare, nullptr);
+    EXPECT_EQ(BundleText(host), "file://" + m_dir.File("PlugIns/Host.app") + "/");
+    EXPECT_EQ(UrlText(CFBundleCopyBuiltInPlugInsURL(host)),
+              "file://" + m_dir.File("PlugIns/Host.app/Contents/PlugIns") + "/");
+    CFBundleRef bare = BundleAt(m_dir.Path() / "PlugIns/Bare.app");
     EXPECT_EQ(CFBundleCopyBuiltInPlugInsURL(bare), nullptr);
     CFRelease(bare);
+
+    // Resources of a type, but no component registration.
+    const std::string resources = "PlugIns/Host.app/Contents/Resources/QuickTimeComponents/";
+    m_dir.Write(resources + "b.component", "x");
+    m_dir.Folder(resources + "a.component");
+    m_dir.Write(resources + "c.txt", "x");
+    TCFString component("component"), components("QuickTimeComponents"), other("Other");
+    CFArrayRef urls = CFBundleCopyResourceURLsOfType(host, component.get(), components.get());
+    ASSERT_EQ(CFArrayGetCount(urls), 2);
+    const auto at = [&](CFIndex i) { return static_cast<CFURLRef>(CFArrayGetValueAtIndex(urls, i)); };
+    EXPECT_EQ(UrlText(at(0), false), "file://" + m_dir.File(resources + "a.component") + "/");
+    EXPECT_EQ(UrlText(at(1), false), "file://" + m_dir.File(resources + "b.component"));
+    FSRef reference;
+    ASSERT_TRUE(CFURLGetFSRef(at(1), &reference));
+    EXPECT_EQ(RegisterComponentFileRef(&reference, 0), unimpErr);
+    CFRelease(urls);
+    EXPECT_EQ(CFBundleCopyResourceURLsOfType(host, component.get(), other.get()), nullptr);
+    CFRelease(host);
+
+    // The main bundle is this program's folder and outlives any release.
+    const std::string self = "file://" + fs::read_symlink("/proc/self/exe").parent_path().string() + "/";
+    CFBundleRef main = CFBundleGetMainBundle();
+    EXPECT_EQ(BundleText(main), self);
+    CFRelease(main);
+    EXPECT_EQ(CFBundleGetMainBundle(), main);
+    EXPECT_EQ(BundleText(CFBundleGetMainBundle()), self);
 }
 
 TEST_F(CFBundleTest, LoadsTheExecutableNamedByInfoPlistOrByTheFolder)
@@ -110,58 +165,52 @@ TEST_F(CFBundleTest, LoadsTheExecutableNamedByInfoPlistOrByTheFolder)
         GTEST_SKIP() << "EVC_BUILD_DIR is not set";
     const fs::path code = fs::path(buildDir) / "Evc.app/Contents/PlugIns/test_echo.qv64/Contents/Linux/test_echo";
     ASSERT_TRUE(fs::exists(code));
-    const std::string plist = R"(<?xml version="1.0" encoding="UTF-8"?>
-<plist version="1.0"><dict>
-  <key>CFBundleName</key><string>other</string>
-  <key>CFBundleExecutable</key><string>%s</string>
-</dict></plist>)";
-    auto plistNaming = [&](const std::string& name) {
-        return plist.substr(0, plist.find("%s")) + name + plist.substr(plist.find("%s") + 2);
+    const auto plist = [](const std::string& executable, const std::string& padding = "") {
+        return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n" + padding +
+               "<plist version=\"1.0\"><dict><key>CFBundleName</key><string>other</string>"
+               "<key>CFBundleExecutable</key><string>" +
+               executable + "</string></dict></plist>";
     };
-
-    fs::copy_file(code, m_temp.Folder("plain.qv64/Contents/Linux") / "plain");
-    fs::copy_file(code, m_temp.Folder("named.qv64/Contents/Linux") / "code");
-    m_temp.File("named.qv64/Contents/Info.plist", plistNaming("code"));
-    fs::copy_file(code, m_temp.Folder("escape.qv64/Contents/Linux") / "escape");
-    m_temp.File("escape.qv64/Contents/Info.plist", plistNaming("../../../plain.qv64/Contents/Linux/plain"));
-    // A property list far larger than any real one is not read: the folder's
-    // name decides.
-    fs::copy_file(code, m_temp.Folder("huge.qv64/Contents/Linux") / "huge");
-    m_temp.File("huge.qv64/Contents/Info.plist",
-                plistNaming("code").insert(plist.find("<plist"), "<!--" + std::string(2 << 20, ' ') + "-->"));
-    m_temp.Folder("empty.qv64/Contents/Linux");
-    m_temp.File("broken.qv64/Contents/Linux/broken", "not an ELF file");
-
     const struct {
         const char* bundle;
+        const char* executable;  // copied code; none when empty
+        std::string infoPlist;   // none when empty
         bool loads;
         const char* complaint;  // on standard error when it does not load
-    } cases[] = {
-        {"plain.qv64", true, ""},
-        {"named.qv64", true, ""},
-        {"escape.qv64", false, "has no executable code"},
-        {"huge.qv64", true, ""},
-        {"empty.qv64", false, "has no executable code"},
-        {"broken.qv64", false, "broken"},
+    } rows[] = {
+        {"plain", "plain", "", true, ""},
+        {"named", "code", plist("code"), true, ""},
+        {"escape", "escape", plist("../../../plain.qv64/Contents/Linux/plain"), false, "has no executable code"},
+        // A property list far larger than any real one is not read: the folder's name decides.
+        {"huge", "huge", plist("code", "<!--" + std::string(2 << 20, ' ') + "-->"), true, ""},
+        {"empty", "", "", false, "has no executable code"},
+        {"broken", "", "", false, "broken"},
     };
-    for (const auto& test : cases) {
-        SCOPED_TRACE(test.bundle);
-        CFBundleRef bundle = BundleAt(m_temp.Path() / test.bundle);
+    for (const auto& row : rows) {
+        const std::string contents = std::string(row.bundle) + ".qv64/Contents/";
+        if (*row.executable)
+            fs::copy_file(code, m_dir.Folder(contents + "Linux") / row.executable);
+        if (!row.infoPlist.empty())
+            m_dir.Write(contents + "Info.plist", row.infoPlist);
+    }
+    m_dir.Folder("empty.qv64/Contents/Linux");
+    m_dir.Write("broken.qv64/Contents/Linux/broken", "not an ELF file");
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.bundle);
+        CFBundleRef bundle = BundleAt(m_dir.Path() / (std::string(row.bundle) + ".qv64"));
         ASSERT_NE(bundle, nullptr);
         EXPECT_FALSE(CFBundleIsExecutableLoaded(bundle));
         testing::internal::CaptureStderr();
-        EXPECT_EQ(CFBundleLoadExecutable(bundle) != 0, test.loads);
+        EXPECT_EQ(CFBundleLoadExecutable(bundle) != 0, row.loads);
         const std::string errors = testing::internal::GetCapturedStderr();
-        EXPECT_NE(errors.find(test.complaint), std::string::npos) << errors;
-        EXPECT_EQ(CFBundleIsExecutableLoaded(bundle) != 0, test.loads);
-
-        TString entry("QVGetNumberVideoCompressors");
+        EXPECT_NE(errors.find(row.complaint), std::string::npos) << errors;
+        EXPECT_EQ(CFBundleIsExecutableLoaded(bundle) != 0, row.loads);
+        TCFString entry("QVGetNumberVideoCompressors"), hidden("NoSuchFunction");
         void* function = CFBundleGetFunctionPointerForName(bundle, entry.get());
-        EXPECT_EQ(function != nullptr, test.loads);
-        if (test.loads) {
+        EXPECT_EQ(function != nullptr, row.loads);
+        if (row.loads) {
             EXPECT_TRUE(CFBundleLoadExecutable(bundle)) << "loading twice is harmless";
             EXPECT_EQ(reinterpret_cast<uint64_t (*)()>(function)(), 4u);
-            TString hidden("NoSuchFunction");
             EXPECT_EQ(CFBundleGetFunctionPointerForName(bundle, hidden.get()), nullptr);
             CFBundleUnloadExecutable(bundle);
             EXPECT_FALSE(CFBundleIsExecutableLoaded(bundle));
@@ -170,40 +219,3 @@ TEST_F(CFBundleTest, LoadsTheExecutableNamedByInfoPlistOrByTheFolder)
         CFRelease(bundle);
     }
 }
-
-TEST_F(CFBundleTest, MainBundleIsTheFolderOfThisProgram)
-{
-    // This test program does not sit in a Contents/Linux folder.
-    const fs::path exe = fs::read_symlink("/proc/self/exe");
-    CFBundleRef main = CFBundleGetMainBundle();
-    ASSERT_NE(main, nullptr);
-    EXPECT_EQ(CFBundleGetMainBundle(), main);
-    EXPECT_EQ(BundleUrlText(main), "file://" + exe.parent_path().string() + "/");
-    CFRelease(main);  // the main bundle outlives any release
-    EXPECT_EQ(BundleUrlText(CFBundleGetMainBundle()), "file://" + exe.parent_path().string() + "/");
-}
-
-TEST_F(CFBundleTest, ResourcesOfATypeButNoComponentRegistration)
-{
-    m_temp.File("Host.app/Contents/Resources/QuickTimeComponents/b.component", "x");
-    m_temp.Folder("Host.app/Contents/Resources/QuickTimeComponents/a.component");
-    m_temp.File("Host.app/Contents/Resources/QuickTimeComponents/c.txt", "x");
-    CFBundleRef host = BundleAt(m_temp.Path() / "Host.app");
-    TString type("component");
-    TString folder("QuickTimeComponents");
-    CFArrayRef urls = CFBundleCopyResourceURLsOfType(host, type.get(), folder.get());
-    ASSERT_EQ(CFArrayGetCount(urls), 2);
-    const std::string base = "file://" + (m_temp.Path() / "Host.app/Contents/Resources/QuickTimeComponents").string();
-    EXPECT_EQ(UrlText(static_cast<CFURLRef>(CFArrayGetValueAtIndex(urls, 0))), base + "/a.component/");
-    EXPECT_EQ(UrlText(static_cast<CFURLRef>(CFArrayGetValueAtIndex(urls, 1))), base + "/b.component");
-    FSRef reference;
-    ASSERT_TRUE(CFURLGetFSRef(static_cast<CFURLRef>(CFArrayGetValueAtIndex(urls, 1)), &reference));
-    EXPECT_EQ(RegisterComponentFileRef(&reference, 0), unimpErr);
-    CFRelease(urls);
-
-    TString other("Other");
-    EXPECT_EQ(CFBundleCopyResourceURLsOfType(host, type.get(), other.get()), nullptr);
-    CFRelease(host);
-}
-
-}  // namespace

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <string>
 
-#include "platform/PlatformTestSupport.h"
+#include "common/TempDir.h"
 #include "plugins/CPluginCollection.h"
 #include "plugins/PluginFixture.h"
 
@@ -39,7 +39,7 @@ TEST(HostBundle, SelfHostingBundlesSearchTheirOwnPlugIns)
         GTEST_SKIP() << "this is the probe";
     if (BuildDir().empty())
         GTEST_SKIP() << "EVC_BUILD_DIR is not set";
-    TTempFolder temp;
+    TempDir temp;
     ASSERT_FALSE(temp.Path().empty());
 
     const struct {

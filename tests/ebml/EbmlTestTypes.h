@@ -1,28 +1,28 @@
+// Element types shaped like the frame transport's (unsigned ints, binary children, a nested
+// master and a mixed list) and the save helper the element tests share.
 #pragma once
-// Element types shaped like the frame transport's: binary children, unsigned ints, a
-// nested master and a mixed list.
 
+#include "common/TempDir.h"
+#include "ebml/ebmlMemoryStorage.h"
 #include "ebml/ebmlMixedElements.h"
+
+#include <list>
 
 namespace EbmlTest {
 
 using namespace Ebml;
+using evctest::Bytes;
+using evctest::Cat;
 
-struct TNameCount {
-    static constexpr const char* kName = "Count";
-};
-struct TNameData {
-    static constexpr const char* kName = "Data";
-};
-struct TNameGroup {
-    static constexpr const char* kName = "Group";
-};
-struct TNameItem {
-    static constexpr const char* kName = "Item";
-};
-struct TNameList {
-    static constexpr const char* kName = "List";
-};
+#define EBML_TEST_NAME(Type, text)                                                                                     \
+    struct Type {                                                                                                      \
+        static constexpr const char* kName = text;                                                                     \
+    }
+EBML_TEST_NAME(TNameCount, "Count");
+EBML_TEST_NAME(TNameData, "Data");
+EBML_TEST_NAME(TNameGroup, "Group");
+EBML_TEST_NAME(TNameItem, "Item");
+EBML_TEST_NAME(TNameList, "List");
 
 typedef TElt<VUInt, 0x82, TNameCount> TCount;
 typedef TElt<VBinary, 0x83, TNameData> TData;
@@ -65,5 +65,29 @@ public:
     MixedElements items_;
 };
 typedef TElt<TListPayload, 0x91, TNameList> TList;
+
+// Saves e into a fresh area and returns the bytes written.
+inline Bytes SaveBytes(const IElement& e, uint64 vsizeBytes = 0)
+{
+    Bytes area(4096);
+    MemoryStorage storage(area.data(), area.size());
+    EXPECT_TRUE(e.save(storage, vsizeBytes));
+    area.resize(std::size_t(storage.absolutePosition()));
+    return area;
+}
+
+// Loads e from exactly these bytes and returns the count it reports. The bytes and their storage
+// are kept for the life of the program, so that receipts of what loaded stay valid.
+inline uint64 LoadBytes(IElement& e, const Bytes& bytes)
+{
+    struct Source {
+        explicit Source(const Bytes& b) : bytes(b), storage(bytes.data(), bytes.size()) {}
+        Bytes bytes;
+        ConstMemoryStorage storage;
+    };
+    static std::list<Source> sources;
+    Source& source = sources.emplace_back(bytes);
+    return e.load(source.storage, bytes.size());
+}
 
 }  // namespace EbmlTest

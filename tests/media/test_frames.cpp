@@ -1,0 +1,409 @@
+// Image and audio frames over pooled buffers: records laid out on the buffer, records from
+// elsewhere accepted only inside it, imports, copies, and the bundles a frame owns.
+#include "media/CAAudioFrame.h"
+#include "media/CAImageFrame.h"
+#include "media/ZKImageLayout.h"
+#include "evc/ZKResult.h"
+
+#include "MediaTestSupport.h"
+
+#include <cstring>
+#include <vector>
+
+namespace {
+
+class FrameTest : public MediaTest {
+protected:
+    // A frame of the given geometry laid out over a pooled buffer.
+    static void Allocate(CAImageFrame& frame, EColorFormats format, uint32_t width, uint32_t height)
+    {
+        frame.SetColorFormat(format);
+        frame.SetWidth(width);
+        frame.SetHeight(height);
+        ASSERT_NE(frame.GetZKImage().planes[0], nullptr);
+    }
+};
+
+}  // namespace
+
+TEST_F(FrameTest, RecordIsLaidOutOnABufferKeptWhileItFits)
+{
+    CAImageFrame frame;
+    EXPECT_EQ(frame.GetZKEncImage().image.planes[0], nullptr);  // a new frame: 4:2:0, 0 x 0, no buffer
+    EXPECT_EQ(frame.GetBuffer(), nullptr);
+    frame.SetColorFormat(eColorFormatARGB32);
+    frame.SetWidth(1920);
+    frame.SetHeight(1080);
+    frame.SetTime(CATime(1001, 30000));
+    frame.SetOriginalTime(CATime(7, 25));
+    frame.SetOriginalFrameWithinSecond(3);
+    const ZKEncImage_t first = frame.GetZKEncImage();
+    const CABuffer* buffer = frame.GetBuffer();
+    ASSERT_NE(buffer, nullptr);
+    EXPECT_EQ(buffer->GetSize(), 8294400u);
+    EXPECT_EQ(first.image.dataSize, 8294400u);
+    EXPECT_EQ(first.image.planes[0], buffer->GetData());
+    EXPECT_EQ(first.image.rowBytes[0], 7680u);
+    const uint64_t times[] = {first.image.time, first.image.timeScale, first.image.originalTime,
+                              first.image.originalTimeScale, first.image.originalFrameWithinSecond};
+    EXPECT_EQ(std::vector<uint64_t>(times, times + 5), (std::vector<uint64_t>{1001, 30000, 7, 25, 3}));
+
+    frame.SetTime(CATime(2002, 30000));  // same geometry: same buffer, times refreshed
+    EXPECT_EQ(frame.GetZKEncImage().image.time, 2002u);
+    frame.SetHeight(720);  // smaller still fits
+    frame.GetZKEncImage();
+    EXPECT_EQ(frame.GetBuffer(), buffer);
+    frame.SetHeight(2160);  // larger replaces the buffer; the old one goes back
+    EXPECT_EQ(frame.GetZKEncImage().image.dataSize, 1920u * 4 * 2160);
+    EXPECT_NE(frame.GetBuffer(), buffer);
+    EXPECT_TRUE(buffer->IsAvailable());
+    EXPECT_EQ(m_pool->GetUsedBufferCount(), 1u);
+
+    // No layout for the format, or a size that would wrap: an all-zero record, the buffer kept.
+    buffer = frame.GetBuffer();
+    frame.SetColorFormat(eColorFormatRGB16A);  // a size of 2 bytes per pixel but no layout
+    frame.SetRowBytes(0);
+    frame.SetWidth(4000);
+    EXPECT_EQ(evctest::BytesOf(frame.GetZKEncImage()), evctest::Bytes(sizeof(ZKEncImage_t), 0));
+    frame.SetColorFormat(eColorFormatARGB32);
+    frame.SetWidth(65536);
+    frame.SetHeight(65536);
+    EXPECT_EQ(frame.GetZKEncImage().image.planes[0], nullptr);
+    EXPECT_EQ(frame.GetBuffer(), buffer);
+
+    // The end of the stream describes no data.
+    frame.SetWidth(64);
+    frame.SetIsEOF(true);
+    const ZKImage_t eof = frame.GetZKImage();
+    EXPECT_EQ(eof.dataSize, 0u);
+    EXPECT_EQ(eof.planes[0], nullptr);
+    EXPECT_EQ(eof.width, 64u);
+}
+
+TEST_F(FrameTest, RecordsFromElsewhereAreTakenOnlyInsideTheBuffer)
+{
+    CAImageFrame frame;
+    Allocate(frame, eColorFormatARGB32, 100, 10);  // 4000 bytes
+    const ZKImage_t base = frame.GetZKImage();
+    uint8_t* start = base.planes[0];
+    EXPECT_EQ(frame.SetZKImage(nullptr), kZKErrBadArgument);
+    const struct {
+        const char* name;
+        uint8_t* firstPlane;
+        uint32_t height, rowBytes, expected;
+    } rows[] = {
+        {"exact fit", start, 10, 400, kZKNoErr},
+        {"one row shorter, shifted by a row", start + 400, 9, 400, kZKNoErr},
+        {"shifted by one byte", start + 1, 10, 400, kZKErrBadArgument},
+        {"before the buffer", start - 4, 1, 400, kZKErrBadArgument},
+        {"far outside", start + 100000, 1, 400, kZKErrBadArgument},
+        {"padded rows, the last one unpadded", start, 8, 480, kZKNoErr},
+        {"padded rows, one too many", start, 9, 480, kZKErrBadArgument},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        ZKImage_t record = base;
+        record.planes[0] = row.firstPlane;
+        record.height = row.height;
+        record.rowBytes[0] = row.rowBytes;
+        record.time = 33;
+        record.timeScale = 600;
+        EXPECT_EQ(frame.SetZKImage(&record), row.expected);
+        EXPECT_EQ(frame.GetHeight(), row.expected == kZKNoErr ? row.height : 10u);
+        EXPECT_EQ(frame.GetTime() == CATime(33, 600), row.expected == kZKNoErr);
+        ASSERT_EQ(frame.SetZKImage(&base), kZKNoErr);
+    }
+    CAImageFrame empty;  // without a buffer only an empty record qualifies
+    ZKImage_t record = base;
+    EXPECT_EQ(empty.SetZKImage(&record), kZKErrBadArgument);
+    record.planes[0] = nullptr;
+    record.height = 0;
+    EXPECT_EQ(empty.SetZKImage(&record), kZKNoErr);
+    EXPECT_TRUE(empty.ContainsZKImage(record));
+
+    // Contained: the first plane within the buffer, its end included.
+    record = base;
+    for (const auto& at :
+         {std::make_pair(start, true), std::make_pair(start + 4000, true), std::make_pair(start + 4001, false),
+          std::make_pair(start - 1, false), std::make_pair(static_cast<uint8_t*>(nullptr), false)}) {
+        record.planes[0] = at.first;
+        EXPECT_EQ(frame.ContainsZKImage(record), at.second) << at.first - start;
+    }
+}
+
+TEST_F(FrameTest, EncodedRecordsAllowHalfARowPastTheEndAndBringTheirBundles)
+{
+    CAImageFrame frame;
+    Allocate(frame, eColorFormatYUV420Planar, 64, 64);  // 6144 bytes
+    const ZKEncImage_t base = frame.GetZKEncImage();
+    uint8_t* start = base.image.planes[0];
+    EXPECT_EQ(frame.SetZKEncImage(nullptr), kZKErrBadArgument);
+    const struct {
+        const char* name;
+        uint8_t* firstPlane;
+        uint32_t height, expected;
+    } rows[] = {
+        // Row bytes 64 + 32: the allowance past the end is (64 + 32) / 2 = 48.
+        {"same layout", start, 64, kZKNoErr},
+        {"larger than the buffer", start, 66, kZKErrBadArgument},
+        {"shifted within the allowance", start + 48, 64, kZKNoErr},
+        {"shifted past the allowance", start + 49, 64, kZKErrBadArgument},
+        {"before the buffer", start - 1, 64, kZKErrBadArgument},
+        {"after the buffer", start + 6145, 2, kZKErrBadArgument},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        ZKEncImage_t record = base;
+        record.image.planes[0] = row.firstPlane;
+        record.image.height = row.height;
+        record.streamValue = 42;
+        EXPECT_EQ(frame.SetZKEncImage(&record), row.expected);
+        EXPECT_EQ(frame.GetZKEncImage().streamValue, row.expected == kZKNoErr ? 42u : 0u);
+        ASSERT_EQ(frame.SetZKEncImage(&base), kZKNoErr);
+    }
+    ZKEncImage_t record = base;
+    record.descriptors = new TestPacketBundle(1);
+    record.image.dataPackets = new TestPacketBundle(2);
+    record.streamFlags = 7;
+    ASSERT_EQ(frame.SetZKEncImage(&record), kZKNoErr);
+    const ZKEncImage_t after = frame.GetZKEncImage();
+    EXPECT_EQ(after.descriptors, record.descriptors);
+    EXPECT_EQ(after.image.dataPackets, record.image.dataPackets);
+    EXPECT_EQ(after.streamFlags, 7u);
+
+    IPacketBundle* out = nullptr;  // taking one out moves ownership to the caller
+    frame.ExchangeDataPacketsWith(out);
+    ASSERT_EQ(out, record.image.dataPackets);
+    EXPECT_EQ(frame.GetZKEncImage().image.dataPackets, nullptr);
+    out->destroy();
+}
+
+TEST_F(FrameTest, ImportTakesANewBufferAndMovesThePlanesOntoIt)
+{
+    ZKEncImage_t source{};
+    uint8_t foreign[16];
+    ASSERT_EQ(
+        InitZKImage(&source.image, 3110400, foreign, eColorFormatYUV420Planar, false, 0, 1920, 1080, false, 1, 25),
+        kZKNoErr);
+    source.image.dataPackets = new TestPacketBundle(1);
+    source.descriptors = new TestPacketBundle(2);
+    CAImageFrame frame;
+    EXPECT_EQ(frame.ImportEncImage(nullptr), kZKErrBadArgument);
+    ASSERT_EQ(frame.ImportEncImage(&source), kZKNoErr);
+    const CABuffer* buffer = frame.GetBuffer();
+    ASSERT_NE(buffer, nullptr);
+    EXPECT_EQ(buffer->GetSize(), 3110400u);
+    EXPECT_EQ(frame.GetTime(), CATime(1, 25));
+    const ZKEncImage_t record = frame.GetZKEncImage();
+    uint8_t* b = buffer->GetData();
+    EXPECT_EQ(std::vector<uint8_t*>(record.image.planes, record.image.planes + 4),
+              (std::vector<uint8_t*>{b, b + 2073600, b + 2073600 + 518400, nullptr}));
+    EXPECT_EQ(record.image.dataPackets, source.image.dataPackets);
+    EXPECT_EQ(record.descriptors, source.descriptors);
+
+    ZKEncImage_t argb{};
+    ASSERT_EQ(InitZKImage(&argb.image, 4 * 8 * 8, foreign, eColorFormatARGB32, false, 0, 8, 8, false), kZKNoErr);
+    ASSERT_EQ(frame.ImportEncImage(&argb), kZKNoErr);
+    EXPECT_TRUE(buffer->IsAvailable());
+    EXPECT_EQ(frame.GetZKImage().planes[0], frame.GetBuffer()->GetData());
+    argb.image.dataSize = 0;  // no data: no buffer, and the sender's plane is not kept
+    ASSERT_EQ(frame.ImportEncImage(&argb), kZKNoErr);
+    EXPECT_EQ(frame.GetBuffer(), nullptr);
+    frame.SetIsEOF(true);
+    EXPECT_EQ(frame.GetZKImage().planes[0], nullptr);
+
+    // A data size shorter than the planes is refused and changes nothing.
+    frame.SetIsEOF(false);
+    Allocate(frame, eColorFormatARGB32, 8, 8);
+    ASSERT_EQ(InitZKImage(&argb.image, 100, nullptr, eColorFormatARGB32, false, 0, 64, 64, false), kZKNoErr);
+    buffer = frame.GetBuffer();
+    EXPECT_EQ(frame.ImportEncImage(&argb), kZKErrFormatMismatch);
+    EXPECT_EQ(frame.GetBuffer(), buffer);
+    EXPECT_EQ(frame.GetWidth(), 8u);
+}
+
+TEST_F(FrameTest, CopiesOfAttributesAndPixels)
+{
+    CAImageFrame frame;
+    Allocate(frame, eColorFormatARGB32, 4, 3);
+    const ZKImage_t own = frame.GetZKImage();
+    ZKImage_t source = own;
+    source.width = 5;
+    EXPECT_EQ(frame.CopyZKImageAttributes(source), kZKErrFormatMismatch);
+    source.width = 4;
+    source.colorFormat = eColorFormatBGRA32;
+    EXPECT_EQ(frame.CopyZKImageAttributes(source), kZKErrFormatMismatch);
+    IPacketBundle* old = new TestPacketBundle(1);
+    frame.ExchangeDataPacketsWith(old);
+    uint8_t elsewhere[8];
+    source = own;
+    source.bottomUp = 1;
+    source.planes[0] = elsewhere;
+    source.dataPackets = new TestPacketBundle(2);  // the old one is destroyed
+    source.time = 12;
+    source.timeScale = 24;
+    ASSERT_EQ(frame.CopyZKImageAttributes(source), kZKNoErr);
+    const ZKImage_t after = frame.GetZKImage();
+    EXPECT_EQ(after.planes[0], own.planes[0]);  // planes stay
+    EXPECT_EQ(after.dataPackets, source.dataPackets);
+    EXPECT_EQ(after.bottomUp, 1u);
+    EXPECT_EQ(frame.GetTime(), CATime(12, 24));
+    EXPECT_EQ(frame.CopyZKImageAttributes(after), kZKNoErr);  // its own bundle must survive
+
+    // Pixels copied, or flipped; a deep copy clones the bundle.
+    std::vector<uint8_t> pixels(48);
+    for (int row = 0; row < 3; ++row)
+        std::memset(pixels.data() + 16 * row, row + 1, 16);
+    ZKImage_t picture{};
+    ASSERT_EQ(InitZKImage(&picture, 48, pixels.data(), eColorFormatARGB32, false, 0, 4, 3, false), kZKNoErr);
+    picture.dataPackets = source.dataPackets;
+    for (bool flip : {false, true}) {
+        CAImageFrame copy;
+        ASSERT_EQ(copy.CopyZKImage(picture, flip, true), kZKNoErr);
+        const ZKImage_t c = copy.GetZKImage();
+        EXPECT_EQ(c.bottomUp, flip ? 1u : 0u);
+        for (int row = 0; row < 3; ++row)
+            EXPECT_EQ(c.planes[0][row * 16 + 15], flip ? 3 - row : row + 1) << "flip " << flip << " row " << row;
+        EXPECT_EQ(static_cast<TestPacketBundle*>(c.dataPackets)->tag(), 1002u);
+    }
+    picture.dataPackets = nullptr;
+    picture.colorFormat = 7;  // a format of frame size 0 gets no buffer to copy into
+    CAImageFrame none;
+    EXPECT_EQ(none.CopyZKImage(picture, false, false), kZKErrGeneral);
+}
+
+TEST_F(FrameTest, GeometryHelpers)
+{
+    CAImageFrame frame, other;
+    for (CAImageFrame* f : {&frame, &other}) {
+        f->SetColorFormat(eColorFormatARGB32);
+        f->SetWidth(10);
+        f->SetHeight(11);
+        f->SetTime(CATime(1, 2));
+    }
+    EXPECT_TRUE(frame.HasSameSpecs(other));
+    other.SetTime(CATime(2, 4));
+    EXPECT_TRUE(frame.HasSameSpecs(other));  // times compare by value
+    other.SetTime(CATime(1, 3));
+    EXPECT_FALSE(frame.HasSameSpecs(other));
+    other.SetTime(CATime(1, 2));
+    other.SetButtomUp(true);
+    EXPECT_FALSE(frame.HasSameSpecs(other));
+    other.SetButtomUp(false);
+    other.SetHeight(10);
+    EXPECT_FALSE(frame.HasSameSpecs(other));
+    frame.EnsureWidthAndHeightAreEven();
+    EXPECT_EQ(frame.GetHeight(), 10u);
+    frame.SetWidth(1);
+    frame.EnsureWidthAndHeightAreEven();
+    EXPECT_EQ(frame.GetWidth(), 0u);
+    frame.SetColorFormat(eColorFormatYUV420Planar);
+    frame.SetWidth(1920);
+    frame.SetHeight(1080);
+    EXPECT_EQ(frame.CalcFrameSize(), 3110400u);
+    frame.SetAlphaEnabled(true);
+    EXPECT_EQ(frame.CalcFrameSize(), 5184000u);
+}
+
+TEST_F(FrameTest, AudioBufferSizesAndDurations)
+{
+    CAAudioFrame frame;
+    const std::pair<EAudioFormatType, uint16_t> formats[] = {
+        {eAudioFormat8Bit, 8}, {eAudioFormat24Bit, 24}, {eAudioFormatUnsized, 0}, {eAudioFormat16Bit, 16}};
+    for (const auto& f : formats) {
+        EXPECT_EQ(frame.SetFormat(f.first), kZKNoErr);
+        EXPECT_EQ(frame.GetSampleSize(), f.second) << f.first;
+    }
+    frame.SetNumberSamples(1024);  // 16-bit stereo
+    frame.SetTrackIndex(3);
+    frame.SetTime(CATime(96000, 48000));
+    frame.SetDuration(CATime(1, 50));
+    const ZKEncAudio_t record = frame.GetZKEncAudio();
+    const CABuffer* buffer = frame.GetBuffer();
+    ASSERT_NE(buffer, nullptr);
+    EXPECT_EQ(buffer->GetSize(), 4096u);
+    EXPECT_EQ(record.audio.data, buffer->GetData());
+    EXPECT_EQ(record.audio.dataSize, 4096u);
+    EXPECT_EQ(record.audio.duration, 960u);  // 20 ms at 48 kHz
+    EXPECT_EQ(record.audio.trackIndex, 3u);
+    frame.SetNumberSamples(512);
+    EXPECT_EQ(frame.GetZKAudio().dataSize, 2048u);
+    EXPECT_EQ(frame.GetBuffer(), buffer);
+    frame.SetNumberSamples(1024);
+
+    uint8_t* start = record.audio.data;
+    EXPECT_EQ(frame.SetZKAudio(nullptr), kZKErrBadArgument);
+    const struct {
+        const char* name;
+        uint8_t* data;
+        uint32_t sampleRate, expected;
+    } rows[] = {
+        {"at the start", start, 48000, kZKNoErr},
+        {"at the end", start + 4096, 48000, kZKNoErr},
+        {"past the end", start + 4097, 48000, kZKErrBadArgument},
+        {"before the start", start - 1, 48000, kZKErrBadArgument},
+        {"sample rate 0", start, 0, kZKErrBadArgument},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        ZKAudio_t input = record.audio;
+        input.data = row.data;
+        input.sampleRate = row.sampleRate;
+        input.time = 480;
+        input.duration = 1;  // recomputed
+        const CATime before = frame.GetTime();
+        EXPECT_EQ(frame.SetZKAudio(&input), row.expected);
+        EXPECT_EQ(frame.GetTime(), row.expected == kZKNoErr ? CATime(480, 48000) : before);
+        EXPECT_EQ(frame.GetDuration(), CATime(1024, 48000));  // recomputed by the first row, then kept
+    }
+    ZKAudio_t input = record.audio;  // truncating arithmetic: 1000 samples at 44.1 kHz in 90 kHz units
+    input.numberSamples = 1000;
+    input.sampleRate = 44100;
+    input.timeScale = 90000;
+    ASSERT_EQ(frame.SetZKAudio(&input), kZKNoErr);
+    EXPECT_EQ(frame.GetDuration().GetTime(), 2040u);
+    CAAudioFrame empty;
+    EXPECT_EQ(empty.SetZKAudio(&input), kZKErrBadArgument);  // no buffer: data must be null
+}
+
+TEST_F(FrameTest, AudioImportAndBundles)
+{
+    uint8_t foreign[8];
+    ZKEncAudio_t record{};
+    record.audio.time = 100;
+    record.audio.timeScale = 1000;
+    record.audio.duration = 21;
+    record.audio.format = eAudioFormat16Bit;
+    record.audio.channels = 1;
+    record.audio.sampleRate = 48000;
+    record.audio.numberSamples = 1000;
+    record.audio.dataSize = 2000;
+    record.audio.data = foreign;
+    record.dataPackets = new TestPacketBundle(3);
+    CAAudioFrame frame;
+    EXPECT_EQ(frame.ImportEncAudio(nullptr), kZKErrBadArgument);
+    ASSERT_EQ(frame.ImportEncAudio(&record), kZKNoErr);
+    ASSERT_NE(frame.GetBuffer(), nullptr);
+    EXPECT_EQ(frame.GetBuffer()->GetSize(), 2000u);
+    EXPECT_EQ(frame.GetDuration(), CATime(21, 1000));
+    ZKEncAudio_t after = frame.GetZKEncAudio();
+    EXPECT_EQ(after.audio.data, frame.GetBuffer()->GetData());
+    EXPECT_EQ(after.dataPackets, record.dataPackets);
+
+    after.descriptors = new TestPacketBundle(1);
+    ASSERT_EQ(frame.SetZKEncAudio(&after), kZKNoErr);
+    ZKEncAudio_t bad = frame.GetZKEncAudio();
+    EXPECT_EQ(bad.descriptors, after.descriptors);
+    bad.audio.data = nullptr;  // a refused record leaves the bundles alone
+    bad.descriptors = nullptr;
+    EXPECT_EQ(frame.SetZKEncAudio(&bad), kZKErrBadArgument);
+    EXPECT_EQ(frame.GetZKEncAudio().descriptors, after.descriptors);
+
+    record.audio.dataSize = 0;  // no data: no buffer, and the sender's pointer is not kept
+    record.dataPackets = nullptr;
+    ASSERT_EQ(frame.ImportEncAudio(&record), kZKNoErr);
+    EXPECT_EQ(frame.GetBuffer(), nullptr);
+    ZKAudio_t probe{};
+    probe.sampleRate = 1;
+    EXPECT_EQ(frame.SetZKAudio(&probe), kZKNoErr);
+}

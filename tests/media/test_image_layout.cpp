@@ -1,0 +1,280 @@
+// Picture geometry: frame sizes, plane layouts per format, and copying, flipping and packing
+// pictures between layouts.
+#include "media/ZKColorFormats.h"
+#include "media/ZKImageCopy.h"
+#include "media/ZKImageLayout.h"
+#include "evc/ZKResult.h"
+
+#include "MediaTestSupport.h"
+
+#include <cstring>
+#include <vector>
+
+namespace {
+
+constexpr long kAbsent = -1;
+
+// Plane layouts as laid out in a buffer of 4096 bytes: row bytes and offsets of the planes.
+struct LayoutRow {
+    uint32_t format;
+    int width, height, rowBytes;
+    bool alpha;
+    uint32_t rowBytesOut[4];
+    long planeOffset[4];  // kAbsent for a null plane
+};
+const LayoutRow kLayouts[] = {
+    {6, 8, 4, 0, false, {8, 4, 0, 0}, {0, 32, 40, kAbsent}},
+    {6, 8, 4, 0, true, {8, 4, 0, 8}, {0, 32, 40, 48}},
+    {6, 8, 4, 10, true, {10, 5, 0, 10}, {0, 40, 50, 60}},
+    {6, 5, 3, 0, true, {5, 2, 0, 5}, {0, 15, 17, 22}},
+    {13, 8, 4, 0, true, {8, 8, 8, 0}, {0, 32, 64, kAbsent}},  // alpha asked, none set
+    {24, 8, 4, 0, false, {16, 16, 16, 0}, {0, 64, 128, kAbsent}},
+    {31, 8, 4, 0, true, {16, 8, 0, 0}, {0, 64, 80, kAbsent}},  // never an alpha plane
+    {32, 8, 4, 0, false, {16, 8, 8, 0}, {0, 64, 96, kAbsent}},
+    {30, 50, 2, 0, false, {256, 0, 0, 0}, {0, kAbsent, kAbsent, kAbsent}},
+    {1, 8, 4, 0, true, {32, 0, 0, 0}, {0, kAbsent, kAbsent, kAbsent}},
+    {2, 8, 4, 0, false, {24, 0, 0, 0}, {0, kAbsent, kAbsent, kAbsent}},
+    {17, 8, 4, 0, false, {8, 0, 0, 0}, {0, kAbsent, kAbsent, kAbsent}},
+};
+
+void ExpectPlanes(const ZKImage_t& image, const uint8_t* base, const long (&offsets)[4])
+{
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(image.planes[i], offsets[i] == kAbsent ? nullptr : base + offsets[i]) << "plane " << i;
+}
+
+// A picture whose byte at row r, column c of plane p is p * 64 + r * 8 + c.
+struct Picture {
+    std::vector<uint8_t> bytes;
+    ZKImage_t image{};
+
+    Picture(uint32_t format, int width, int height, int rowBytes, bool alpha, bool bottomUp)
+        : bytes(CalcFrameSize(format, width, height, rowBytes, alpha))
+    {
+        EXPECT_EQ(
+            InitZKImage(&image, uint32_t(bytes.size()), bytes.data(), format, bottomUp, rowBytes, width, height, alpha),
+            kZKNoErr);
+        for (int p = 0; p < 4; ++p)
+            for (uint32_t r = 0; r < Rows(p); ++r)
+                for (uint32_t c = 0; c < Stride(p); ++c)
+                    Row(p, r)[c] = uint8_t(p * 64 + r * 8 + c);
+    }
+    uint32_t Rows(int p) const
+    {
+        return image.planes[p] == nullptr                     ? 0
+               : image.colorFormat == 6 && (p == 1 || p == 2) ? image.height / 2
+                                                              : image.height;
+    }
+    uint32_t Stride(int p) const { return image.colorFormat == 6 && p == 2 ? image.rowBytes[1] : image.rowBytes[p]; }
+    uint8_t* Row(int p, uint32_t r) { return image.planes[p] + r * Stride(p); }
+    // Every plane of other holds this one's rows, in order or reversed.
+    void ExpectCopiedTo(Picture& other, bool reversed)
+    {
+        for (int p = 0; p < 4; ++p)
+            for (uint32_t r = 0; r < Rows(p); ++r)
+                EXPECT_EQ(std::memcmp(other.Row(p, r), Row(p, reversed ? Rows(p) - 1 - r : r),
+                                      std::min(Stride(p), other.Stride(p))),
+                          0)
+                    << "plane " << p << " row " << r;
+    }
+};
+
+}  // namespace
+
+TEST(ZKImageLayout, FrameSizes)
+{
+    const struct {
+        uint32_t format, width, height, rowBytes;
+        bool alpha;
+        uint32_t expected;
+    } rows[] = {
+        {6, 1920, 1080, 0, false, 3110400},
+        {6, 1920, 1080, 0, true, 5184000},
+        {6, 5, 3, 0, false, 22},   // 15 + 15/2, truncated
+        {6, 8, 4, 10, false, 60},  // given row bytes win
+        {13, 4, 2, 0, false, 24},
+        {13, 4, 2, 0, true, 32},
+        {24, 4, 2, 0, true, 48},  // no alpha plane for 24
+        {31, 4, 2, 0, true, 24},
+        {32, 4, 2, 0, false, 32},
+        {30, 1920, 1080, 7777, false, 5529600},  // row bytes ignored
+        {30, 1921, 1080, 0, false, 5667840},     // 41 groups of 48
+        {17, 1920, 1080, 1920, true, 0},
+        {1, 3, 2, 16, false, 32},
+        {18, 2, 2, 0, true, 32},
+        {7, 4, 4, 0, false, 0},  // no bytes per pixel to derive rows from
+        {7, 4, 4, 10, false, 40},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(CalcFrameSize(row.format, row.width, row.height, row.rowBytes, row.alpha), row.expected)
+            << "format " << row.format << " " << row.width << "x" << row.height << " R=" << row.rowBytes
+            << " alpha=" << row.alpha;
+    ZKImage_t image{};
+    image.colorFormat = 6;
+    image.width = 1920;
+    image.height = 1080;
+    image.rowBytes[0] = 2048;
+    EXPECT_EQ(CalcFrameSize(image, true), 2048u * 1080 * 5 / 2);
+}
+
+TEST(ZKImageLayout, PlaneLayoutsPerFormat)
+{
+    std::vector<uint8_t> buffer(4096), other(4096);
+    uint8_t* const base = buffer.data();
+    for (const LayoutRow& row : kLayouts) {
+        SCOPED_TRACE(testing::Message() << "format " << row.format << " " << row.width << "x" << row.height
+                                        << " R=" << row.rowBytes << " alpha=" << row.alpha);
+        ZKImage_t image;
+        std::memset(&image, 0xA5, sizeof image);
+        ASSERT_EQ(InitZKImage(&image, 4096, base, row.format, true, row.rowBytes, row.width, row.height, row.alpha),
+                  kZKNoErr);
+        for (int i = 0; i < 4; ++i)
+            EXPECT_EQ(image.rowBytes[i], row.rowBytesOut[i]) << "row bytes " << i;
+        ExpectPlanes(image, base, row.planeOffset);
+        EXPECT_EQ(image.colorFormat, row.format);
+        EXPECT_EQ(image.colorRange, 1u);
+        EXPECT_EQ(image.height, uint32_t(row.height));
+        EXPECT_EQ(image.bottomUp, 1u);
+        EXPECT_EQ(image.dataSize, 4096u);
+        EXPECT_EQ(image.dataPackets, nullptr);
+        EXPECT_EQ(image.timeScale, 1u);
+        EXPECT_EQ(image.originalTime, 0xA5A5A5A5A5A5A5A5ull);  // not the base form's business
+        if (ZKIsPlanarYuvFormat(row.format)) {                 // moving the planes keeps the layout
+            ReplaceYUVImage(&image, other.data());
+            ExpectPlanes(image, other.data(), row.planeOffset);
+        }
+    }
+    ZKImage_t image{};
+    ASSERT_EQ(InitZKImage(&image, 0, nullptr, 6, false, 0, 16, 16, true), kZKNoErr);  // no data: no planes
+    ExpectPlanes(image, nullptr, {kAbsent, kAbsent, kAbsent, kAbsent});
+    EXPECT_EQ(image.rowBytes[1], 8u);
+    ASSERT_EQ(InitZKImage(&image, 4096, base, 1, false, 0, 2, 2, false), kZKNoErr);
+    ReplaceYUVImage(&image, other.data());  // not planar: untouched
+    EXPECT_EQ(image.planes[0], base);
+    image.colorFormat = 15;  // planar without a layout of its own: full planes
+    image.height = 2;
+    image.rowBytes[0] = image.rowBytes[1] = 4;
+    ReplaceYUVImage(&image, other.data());
+    ExpectPlanes(image, other.data(), {0, 8, 16, kAbsent});
+    ReplaceYUVImage(nullptr, base);
+}
+
+TEST(ZKImageLayout, InitRefusesWithoutTouchingTheRecord)
+{
+    uint8_t data[64];
+    ZKImage_t image, before;
+    std::memset(&image, 0xA5, sizeof image);
+    before = image;
+    for (uint32_t format : {4u, 5u, 7u, 8u, 10u, 12u, 14u, 15u, 16u, 25u, 26u, 27u, 28u, 29u, 33u, 1000u}) {
+        EXPECT_EQ(InitZKImage(&image, sizeof data, data, format, false, 0, 4, 4, false), kZKErrBadArgument) << format;
+        EXPECT_EQ(InitZKImage(&image, sizeof data, data, format, 1u, false, 0, 4, 4, false, 1, 2), kZKErrBadArgument);
+    }
+    EXPECT_EQ(InitZKImage(&image, sizeof data, data, 6, false, 0, -4, 4, false), kZKErrBadArgument);
+    EXPECT_EQ(InitZKImage(&image, sizeof data, data, 6, false, 0, 4, -4, false), kZKErrBadArgument);
+    EXPECT_EQ(InitZKImage(&image, sizeof data, data, 6, false, -1, 4, 4, false), kZKErrBadArgument);
+    EXPECT_EQ(InitZKImage(nullptr, sizeof data, data, 6, false, 0, 4, 4, false), kZKErrBadArgument);
+    EXPECT_EQ(std::memcmp(&image, &before, sizeof image), 0);
+
+    // The other forms set times, range and row bytes (the default where none is given).
+    ASSERT_EQ(InitZKImage(&image, sizeof data, data, 1, 3u, true, 20, 4, 2, false, 10, 11, 12, 13, 14), kZKNoErr);
+    const uint64_t fields[] = {image.colorRange,
+                               image.rowBytes[0],
+                               image.time,
+                               image.timeScale,
+                               image.originalTime,
+                               image.originalTimeScale,
+                               image.originalFrameWithinSecond};
+    EXPECT_EQ(std::vector<uint64_t>(fields, fields + 7), (std::vector<uint64_t>{3, 20, 10, 11, 12, 13, 14}));
+    ASSERT_EQ(InitZKImage(&image, sizeof data, data, 1, false, 3, 2, false, 15, 16), kZKNoErr);
+    EXPECT_EQ(image.rowBytes[0], 12u);
+    EXPECT_EQ(image.time, 15u);
+    EXPECT_EQ(image.originalTimeScale, 1u);
+}
+
+TEST_F(MediaTest, CopyInOrderReversedOrNarrower)
+{
+    for (bool flip : {false, true}) {
+        SCOPED_TRACE(flip ? "opposite bottom-up flags" : "same bottom-up flags");
+        Picture argb(1, 2, 3, 0, false, false), argbCopy(1, 2, 3, 0, false, flip);
+        CopyZKImage(&argb.image, &argbCopy.image, false);
+        argb.ExpectCopiedTo(argbCopy, flip);
+        Picture yuv(6, 4, 4, 0, true, false), yuvCopy(6, 4, 4, 0, true, flip);
+        CopyZKImage(&yuv.image, &yuvCopy.image, false);
+        yuv.ExpectCopiedTo(yuvCopy, flip);
+    }
+    Picture padded(1, 2, 2, 12, false, false), tight(1, 2, 2, 0, false, false);
+    std::memset(tight.bytes.data(), 0, tight.bytes.size());
+    CopyZKImage(&padded.image, &tight.image, false);
+    padded.ExpectCopiedTo(tight, false);
+
+    // A mismatch copies only the original time; a missing first plane copies nothing.
+    Picture wider(1, 3, 2, 0, false, false);
+    std::memset(wider.bytes.data(), 0, wider.bytes.size());
+    padded.image.originalTime = 77;
+    padded.image.originalTimeScale = 25;
+    CopyZKImage(&padded.image, &wider.image, true);
+    EXPECT_EQ(wider.image.originalTime, 77u);
+    EXPECT_EQ(wider.image.originalTimeScale, 25u);
+    EXPECT_EQ(wider.bytes, std::vector<uint8_t>(wider.bytes.size(), 0));
+    ZKImage_t empty{};
+    ASSERT_EQ(InitZKImage(&empty, 0, nullptr, 1, false, 0, 2, 2, false), kZKNoErr);
+    CopyZKImage(&padded.image, &empty, false);
+    EXPECT_EQ(empty.originalTime, 0u);
+}
+
+TEST_F(MediaTest, CopySharesOrClonesTheDataPackets)
+{
+    auto* bundle = new TestPacketBundle(1);
+    Picture src(1, 2, 2, 0, false, false), dst(1, 2, 2, 0, false, false);
+    src.image.dataPackets = bundle;
+    CopyZKImage(&src.image, &dst.image, false);
+    EXPECT_EQ(dst.image.dataPackets, bundle);
+    dst.image.dataPackets = nullptr;
+    CopyZKImage(&src.image, &dst.image, true);
+    ASSERT_NE(dst.image.dataPackets, nullptr);
+    EXPECT_EQ(static_cast<TestPacketBundle*>(dst.image.dataPackets)->tag(), 1001u);
+    dst.image.dataPackets->destroy();
+    src.image.dataPackets = nullptr;  // a deep copy without a source bundle keeps the destination's
+    dst.image.dataPackets = bundle;
+    CopyZKImage(&src.image, &dst.image, true);
+    EXPECT_EQ(dst.image.dataPackets, bundle);
+    Picture wider(1, 3, 2, 0, false, false);  // a mismatch takes no bundle
+    CopyZKImage(&dst.image, &wider.image, true);
+    EXPECT_EQ(wider.image.dataPackets, nullptr);
+    bundle->destroy();
+}
+
+TEST(ZKImageLayout, FlipAndPacking)
+{
+    Picture src(2, 1, 4, 0, false, true), dst(2, 1, 4, 0, false, true);
+    ASSERT_EQ(FlipZKImage(&src.image, &dst.image), kZKNoErr);
+    EXPECT_EQ(dst.image.bottomUp, 0u);
+    src.ExpectCopiedTo(dst, true);
+    Picture taller(2, 1, 5, 0, false, true), otherFormat(0, 1, 4, 0, false, true);
+    EXPECT_EQ(FlipZKImage(&src.image, &taller.image), kZKErrFormatMismatch);
+    EXPECT_EQ(FlipZKImage(&src.image, &otherFormat.image), kZKErrFormatMismatch);
+    EXPECT_EQ(FlipZKImage(nullptr, &dst.image), kZKErrBadArgument);
+
+    // Two rows of three 16-bit samples, source stride 4 samples, destination 3: bytes swapped.
+    uint8_t source[16] = {1, 2, 3, 4, 5, 6, 0xEE, 0xEE, 0x11, 0x12, 0x13, 0x14, 0x15, 0x16, 0xEE, 0xEE};
+    const std::vector<uint8_t> row0 = {2, 1, 4, 3, 6, 5}, row1 = {0x12, 0x11, 0x14, 0x13, 0x16, 0x15};
+    for (bool flip : {false, true}) {
+        uint8_t dest[12] = {};
+        ZKImage_t s{}, d{};
+        s.width = d.width = 3;
+        s.height = d.height = 2;
+        s.rowBytes[0] = 8;
+        d.rowBytes[0] = 6;
+        s.planes[0] = source;
+        d.planes[0] = dest;
+        d.bottomUp = flip;
+        ASSERT_EQ(ProResb64aPacking(&s, &d), kZKNoErr);
+        EXPECT_EQ(std::vector<uint8_t>(dest, dest + 6), flip ? row1 : row0);
+        EXPECT_EQ(std::vector<uint8_t>(dest + 6, dest + 12), flip ? row0 : row1);
+        d.rowBytes[0] = 5;  // rows too short for three samples
+        EXPECT_EQ(ProResb64aPacking(&s, &d), kZKErrBadArgument);
+        d.rowBytes[0] = 6;
+        d.height = 1;
+        EXPECT_EQ(ProResb64aPacking(&s, &d), kZKErrFormatMismatch);
+    }
+}
