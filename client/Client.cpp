@@ -19,9 +19,6 @@ namespace {
 
 // Room for the element headers and packets around a frame's pixels.
 constexpr uint64_t kElementMargin = 1 << 20;
-// The service posts its first response once attached; a fresh process with
-// plug-ins not yet loaded answers well within this.
-constexpr std::chrono::milliseconds kStartTimeout{20000};
 // How often a wait for the service looks at the child (waitpid) and the clock.
 constexpr unsigned kWatchSliceMs = 2;
 
@@ -60,14 +57,24 @@ ServiceError::ServiceError(Kind kind, int signal, int exitStatus, std::string la
 {
 }
 
+// A limit and how it was reached, for the error that says it was exceeded.
+struct Limit {
+    std::chrono::milliseconds total;
+    std::string origin;
+};
+
 class Client::TPrivate {
 public:
     explicit TPrivate(const ClientOptions& options);
 
     // One request: the caller has written the operands; posts and waits.
     uint32_t Transact(CAExternalVideoProxySharedData::TCommand command, const char* name);
-    void WaitForResponse(const char* name, std::chrono::milliseconds timeout);
-    [[noreturn]] void Fail(const char* name);
+    uint32_t Transact(CAExternalVideoProxySharedData::TCommand command, const char* name, const Limit& limit);
+    void WaitForResponse(const char* name, const Limit& limit);
+    [[noreturn]] void Fail(const char* name, const Limit& limit);
+    // The service answered what the protocol does not allow: it is stopped.
+    [[noreturn]] void Violation(const std::string& what);
+    void CheckUsable() const;
     CAExternalVideoProxySharedData& Record() { return *m_channel.sharedData(); }
     uint32_t WriteFrame(uint64_t offset, const ZKEncImage_t& record);
     // Sends quit once and waits up to ms for the service to end; a service
@@ -80,6 +87,7 @@ public:
     std::unique_ptr<ServiceProcess> m_process;
     ExternalVideoProxy m_proxy;
     bool m_quit = false;
+    uint64_t m_picturesPending = 0;
 };
 
 namespace {
@@ -91,10 +99,21 @@ uint64_t SegmentSize(const ClientOptions& options)
            std::max<uint64_t>(CAExternalEncodeProxyMPI::kReplyAreaBytes, request);
 }
 
+// Before the segment exists: what hosts that died left behind goes first.
+size_t PrepareSegment(const ClientOptions& options)
+{
+    CAExternalEncodeProxyMPI::RemoveAbandonedSegments();
+    return static_cast<size_t>(SegmentSize(options));
+}
+
+std::string Milliseconds(std::chrono::milliseconds ms)
+{
+    return std::to_string(ms.count()) + " ms";
+}
+
 }  // namespace
 
-Client::TPrivate::TPrivate(const ClientOptions& options)
-    : m_options(options), m_channel(static_cast<size_t>(SegmentSize(options)))
+Client::TPrivate::TPrivate(const ClientOptions& options) : m_options(options), m_channel(PrepareSegment(options))
 {
     std::string service = options.servicePath;
     if (service.empty()) {
@@ -118,16 +137,22 @@ Client::TPrivate::TPrivate(const ClientOptions& options)
     } catch (const std::exception& e) {
         throw ServiceError(ServiceError::Kind::StartFailed, 0, -1, "", e.what());
     }
-    WaitForResponse("start-up", kStartTimeout);
+    try {
+        WaitForResponse("start-up", {options.startTimeout, "startTimeout"});
+    } catch (const ServiceError& e) {
+        // A service that never announced itself did not start, however it ended.
+        throw ServiceError(ServiceError::Kind::StartFailed, e.signal(), e.exitStatus(), e.lastErrorLines(),
+                           std::string("cannot start the service: ") + e.what());
+    }
 }
 
-void Client::TPrivate::Fail(const char* name)
+void Client::TPrivate::Fail(const char* name, const Limit& limit)
 {
     if (m_process->alive()) {
         m_process->kill();
         throw ServiceError(ServiceError::Kind::TimedOut, 0, -1, m_process->lastErrorLines(),
-                           std::string("evc-service did not answer ") + name + " within " +
-                               std::to_string(m_options.commandTimeout.count()) + " ms and was stopped");
+                           std::string("evc-service did not answer ") + name + " within " + Milliseconds(limit.total) +
+                               " (" + limit.origin + ") and was stopped");
     }
     const ServiceError::Kind kind =
         m_process->termSignal() != 0 ? ServiceError::Kind::Crashed : ServiceError::Kind::Exited;
@@ -135,9 +160,22 @@ void Client::TPrivate::Fail(const char* name)
                        DescribeEnd(*m_process) + " during " + name);
 }
 
-void Client::TPrivate::WaitForResponse(const char* name, std::chrono::milliseconds timeout)
+void Client::TPrivate::Violation(const std::string& what)
 {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    m_process->kill();
+    throw ServiceError(ServiceError::Kind::ProtocolViolation, 0, -1, m_process->lastErrorLines(),
+                       "evc-service broke the protocol (" + what + ") and was stopped");
+}
+
+void Client::TPrivate::CheckUsable() const
+{
+    if (m_quit)
+        throw UsageError("the service was quit; no command can follow");
+}
+
+void Client::TPrivate::WaitForResponse(const char* name, const Limit& limit)
+{
+    const auto deadline = std::chrono::steady_clock::now() + limit.total;
     for (;;) {
         // Sleeps on the response semaphore, which the service's post ends at
         // once, in short slices; between them the child and the clock are
@@ -148,20 +186,31 @@ void Client::TPrivate::WaitForResponse(const char* name, std::chrono::millisecon
             // A response posted just before the end still counts.
             if (m_channel.WaitForResponseWithin(0))
                 return;
-            Fail(name);
+            Fail(name, limit);
         }
         if (std::chrono::steady_clock::now() >= deadline)
-            Fail(name);
+            Fail(name, limit);
     }
 }
 
 uint32_t Client::TPrivate::Transact(CAExternalVideoProxySharedData::TCommand command, const char* name)
 {
-    if (m_quit || !m_process->alive())
-        Fail(name);
+    return Transact(command, name, {m_options.commandTimeout, "commandTimeout"});
+}
+
+uint32_t Client::TPrivate::Transact(CAExternalVideoProxySharedData::TCommand command, const char* name,
+                                    const Limit& limit)
+{
+    CheckUsable();
+    if (!m_process->alive())
+        Fail(name, limit);
+    // Every response answers one command; one that is already waiting would
+    // shift every later status by one.
+    if (m_channel.WaitForResponseWithin(0))
+        Violation(std::string("a response arrived before ") + name + " was sent");
     m_channel.SetCommand(command);
     m_channel.PostCommand();
-    WaitForResponse(name, m_options.commandTimeout);
+    WaitForResponse(name, limit);
     return m_channel.GetStatus();
 }
 
@@ -169,7 +218,7 @@ uint32_t Client::TPrivate::WriteFrame(uint64_t offset, const ZKEncImage_t& recor
 {
     const uint64_t capacity = m_channel.payloadCapacity();
     if (offset > capacity)
-        throw std::length_error("the frame does not fit the shared segment");
+        throw UsageError("the frame does not fit the shared segment; raise largestFrameBytes");
     const uint64_t room = std::min<uint64_t>(capacity - offset, UINT32_MAX);
     uint8_t* area = m_channel.payload() + offset;
 
@@ -191,8 +240,8 @@ uint32_t Client::TPrivate::WriteFrame(uint64_t offset, const ZKEncImage_t& recor
     m_proxy.Begin(area, static_cast<uint32_t>(room));
     uint32_t size = 0;
     if (m_proxy.SerializeFrame(&local, size, false) != 0)
-        throw std::length_error("the frame (" + std::to_string(size) +
-                                " bytes as an element) does not fit the shared segment; raise largestFrameBytes");
+        throw UsageError("the frame (" + std::to_string(size) +
+                         " bytes as an element) does not fit the shared segment; raise largestFrameBytes");
     return size;
 }
 
@@ -222,8 +271,9 @@ uint32_t Client::SetOutput(const std::string& presetXml)
     const std::string& folder = p.m_appFolder;
     const std::string& bundle = p.m_options.hostBundle;
     const uint64_t total = folder.size() + bundle.size() + presetXml.size();
+    p.CheckUsable();
     if (total > p.m_channel.payloadCapacity() || presetXml.size() > INT32_MAX)
-        throw std::length_error("the preset does not fit the shared segment");
+        throw UsageError("the preset does not fit the shared segment");
     uint8_t* area = p.m_channel.payload();
     std::memcpy(area, folder.data(), folder.size());
     std::memcpy(area + folder.size(), bundle.data(), bundle.size());
@@ -237,8 +287,10 @@ uint32_t Client::SetOutput(const std::string& presetXml)
 uint32_t Client::Begin(const ZKEncImage_t* sample, bool flag)
 {
     TPrivate& p = *m_private;
+    p.CheckUsable();
     p.Record().m_payloadSize0 = sample != nullptr ? static_cast<int32_t>(p.WriteFrame(0, *sample)) : 0;
     p.Record().m_beginFlag = flag ? 1 : 0;
+    p.m_picturesPending = 0;
     return p.Transact(CAExternalVideoProxySharedData::kBegin, "Begin");
 }
 
@@ -246,6 +298,9 @@ uint32_t Client::CompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool 
                                const ZKEncImage_t* outputDescription)
 {
     TPrivate& p = *m_private;
+    p.CheckUsable();
+    if (result != nullptr)
+        *result = EncodedFrame();
     uint32_t inputBytes = input != nullptr ? p.WriteFrame(0, *input) : 0;
     ZKEncImage_t output{};
     if (outputDescription != nullptr) {
@@ -263,26 +318,45 @@ uint32_t Client::CompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool 
     p.Record().m_payloadSize1 = static_cast<int32_t>(outputBytes);
     p.m_channel.SetIsKeyFrame(isKeyFrame);
     p.m_channel.SetIsLastFrame(isLastFrame);
-    const uint32_t status = p.Transact(CAExternalVideoProxySharedData::kCompressFrame, "CompressFrame");
-
-    if (result != nullptr) {
-        *result = EncodedFrame();
-        const int32_t replyBytes = p.Record().m_payloadSize0;
-        if (status == 0 && replyBytes > 0 && static_cast<uint64_t>(replyBytes) <= p.m_channel.payloadCapacity()) {
-            result->replyBytes = static_cast<uint32_t>(replyBytes);
-            p.m_proxy.Begin(p.m_channel.payload(), static_cast<uint32_t>(replyBytes));
-            TZKImageFramePtr frame = p.m_proxy.DeSerializeFrame(static_cast<uint32_t>(replyBytes));
-            if (!frame)
-                return kZKErrBadArgument;
-            const ZKEncImage_t reply = frame->GetZKEncImage();
-            CopyPackets(reply.descriptors, 0, result->descriptors);
-            CopyPackets(reply.image.dataPackets, 0, result->packets);
-            result->time = reply.image.time;
-            result->timeScale = reply.image.timeScale;
-            result->streamValue = reply.streamValue;
-            result->streamFlags = reply.streamFlags;
-        }
+    if (input != nullptr)
+        ++p.m_picturesPending;
+    Limit limit{p.m_options.commandTimeout, "commandTimeout"};
+    if (isLastFrame && p.m_picturesPending > 0) {
+        // Slow is not hung: flushing costs time for each picture still held.
+        limit.total += p.m_options.pendingPictureTimeout * static_cast<int64_t>(p.m_picturesPending);
+        limit.origin += " + " + std::to_string(p.m_picturesPending) + " pending pictures x pendingPictureTimeout " +
+                        Milliseconds(p.m_options.pendingPictureTimeout);
     }
+    const uint32_t status = p.Transact(CAExternalVideoProxySharedData::kCompressFrame, "CompressFrame", limit);
+
+    // The service always writes the output description back (at most the
+    // reply area), so a reply it cannot have written is its fault.
+    const int32_t replyBytes = p.Record().m_payloadSize0;
+    const uint64_t replyLimit =
+        std::min<uint64_t>(p.m_channel.payloadCapacity(), CAExternalEncodeProxyMPI::kReplyAreaBytes);
+    if (replyBytes < 0 || static_cast<uint64_t>(replyBytes) > replyLimit)
+        p.Violation("reply size " + std::to_string(replyBytes) + " outside 0.." + std::to_string(replyLimit));
+    if (status != kZKNoErr)
+        return status;
+    if (replyBytes == 0)
+        p.Violation("CompressFrame succeeded without a reply");
+    p.m_proxy.Begin(p.m_channel.payload(), static_cast<uint32_t>(replyBytes));
+    TZKImageFramePtr frame = p.m_proxy.DeSerializeFrame(static_cast<uint32_t>(replyBytes));
+    if (!frame)
+        p.Violation("the reply of " + std::to_string(replyBytes) + " bytes is not a frame element");
+    const ZKEncImage_t reply = frame->GetZKEncImage();
+    EncodedFrame copy;
+    EncodedFrame& out = result != nullptr ? *result : copy;
+    out.replyBytes = static_cast<uint32_t>(replyBytes);
+    CopyPackets(reply.descriptors, 0, out.descriptors);
+    CopyPackets(reply.image.dataPackets, 0, out.packets);
+    out.time = reply.image.time;
+    out.timeScale = reply.image.timeScale;
+    out.streamValue = reply.streamValue;
+    out.streamFlags = reply.streamFlags;
+    p.m_picturesPending -= std::min<uint64_t>(p.m_picturesPending, out.packets.size());
+    if (isLastFrame)
+        p.m_picturesPending = 0;
     return status;
 }
 
@@ -294,16 +368,16 @@ ZKEncImage_t Client::LendPicture(uint32_t colorFormat, uint32_t width, uint32_t 
     if (width > INT32_MAX || height > INT32_MAX || bytes == 0 ||
         InitZKImage(&record.image, bytes, nullptr, colorFormat, false, static_cast<int>(width),
                     static_cast<int>(height), false) != 0)
-        throw std::invalid_argument("no plane layout for a " + std::to_string(width) + "x" + std::to_string(height) +
-                                    " picture of colour format " + std::to_string(colorFormat));
+        throw UsageError("no plane layout for a " + std::to_string(width) + "x" + std::to_string(height) +
+                         " picture of colour format " + std::to_string(colorFormat));
     // The request's first element starts at the payload area's start.
     const uint64_t offset = ExternalVideoProxy::PixelOffset(record);
     if (offset + bytes > p.m_channel.payloadCapacity())
-        throw std::length_error("a lent picture of " + std::to_string(bytes) +
-                                " bytes does not fit the shared segment; raise largestFrameBytes");
+        throw UsageError("a lent picture of " + std::to_string(bytes) +
+                         " bytes does not fit the shared segment; raise largestFrameBytes");
     if (InitZKImage(&record.image, bytes, p.m_channel.payload() + offset, colorFormat, false, static_cast<int>(width),
                     static_cast<int>(height), false) != 0)
-        throw std::invalid_argument("no plane layout for colour format " + std::to_string(colorFormat));
+        throw UsageError("no plane layout for colour format " + std::to_string(colorFormat));
     return record;
 }
 
@@ -315,6 +389,7 @@ uint32_t Client::End()
 bool Client::IsLastPassEncodingReady()
 {
     TPrivate& p = *m_private;
+    p.CheckUsable();
     p.Record().m_isLastPassEncodingReady = 0;
     const uint32_t status =
         p.Transact(CAExternalVideoProxySharedData::kIsLastPassEncodingReady, "IsLastPassEncodingReady");
@@ -323,18 +398,21 @@ bool Client::IsLastPassEncodingReady()
 
 uint32_t Client::SetInputColorFormat(uint32_t colorFormat)
 {
+    m_private->CheckUsable();
     m_private->Record().m_inputColorFormat = colorFormat;
     return m_private->Transact(CAExternalVideoProxySharedData::kSetInputColorFormat, "SetInputColorFormat");
 }
 
 uint32_t Client::SetFileFormatHint(uint32_t hint)
 {
+    m_private->CheckUsable();
     m_private->Record().m_fileFormatHint = hint;
     return m_private->Transact(CAExternalVideoProxySharedData::kSetFileFormatHint, "SetFileFormatHint");
 }
 
 uint32_t Client::SetStreamModeHint(uint32_t hint)
 {
+    m_private->CheckUsable();
     m_private->Record().m_streamModeHint = hint;
     return m_private->Transact(CAExternalVideoProxySharedData::kSetStreamModeHint, "SetStreamModeHint");
 }
@@ -362,6 +440,11 @@ std::string Client::segmentKey() const
 uint64_t Client::payloadCapacity() const
 {
     return m_private->m_channel.payloadCapacity();
+}
+
+uint64_t Client::picturesPending() const
+{
+    return m_private->m_picturesPending;
 }
 
 }  // namespace evc

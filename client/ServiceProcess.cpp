@@ -3,21 +3,61 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstring>
+#include <memory>
 #include <stdexcept>
 
 extern char** environ;
 
 namespace evc {
 
+void TextTail::append(const char* data, size_t size)
+{
+    m_text.append(data, size);
+    // Trimmed in steps of at least kKeptBytes, so each byte moves at most once.
+    if (m_text.size() > 2 * kKeptBytes)
+        m_text.erase(0, m_text.size() - kKeptBytes);
+}
+
+std::string TextTail::lastLines(size_t count) const
+{
+    const size_t start = m_text.size() > kKeptBytes ? m_text.size() - kKeptBytes : 0;
+    size_t end = m_text.size();
+    if (end > start && m_text[end - 1] == '\n')
+        --end;
+    size_t from = end;
+    for (size_t lines = 0; from > start && lines < count;) {
+        --from;
+        if (m_text[from] == '\n' && ++lines == count) {
+            ++from;
+            break;
+        }
+    }
+    return m_text.substr(from, end - from);
+}
+
 namespace {
 
-constexpr size_t kKeptLines = 64;
+// posix_spawn's attribute and action objects, destroyed on every path.
+struct SpawnSetup {
+    posix_spawn_file_actions_t actions;
+    posix_spawnattr_t attributes;
+    SpawnSetup()
+    {
+        posix_spawn_file_actions_init(&actions);
+        posix_spawnattr_init(&attributes);
+    }
+    ~SpawnSetup()
+    {
+        posix_spawn_file_actions_destroy(&actions);
+        posix_spawnattr_destroy(&attributes);
+    }
+    SpawnSetup(const SpawnSetup&) = delete;
+    SpawnSetup& operator=(const SpawnSetup&) = delete;
+};
 
 }  // namespace
 
@@ -28,11 +68,23 @@ ServiceProcess::ServiceProcess(const std::string& program, const std::vector<std
     int pipeFds[2];
     if (pipe2(pipeFds, O_CLOEXEC) != 0)
         throw std::runtime_error(std::string("cannot create a pipe: ") + std::strerror(errno));
+    m_readEnd.reset(pipeFds[0]);
+    const UniqueFd writeEnd(pipeFds[1]);
 
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&actions, pipeFds[1], STDERR_FILENO);
+    SpawnSetup setup;
+    posix_spawn_file_actions_addopen(&setup.actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&setup.actions, writeEnd.get(), STDERR_FILENO);
+    // Nothing else of the host's reaches the child, whatever flags it has.
+    posix_spawn_file_actions_addclosefrom_np(&setup.actions, STDERR_FILENO + 1);
+    sigset_t signals;
+    sigemptyset(&signals);
+    posix_spawnattr_setsigmask(&setup.attributes, &signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGPIPE);
+    posix_spawnattr_setsigdefault(&setup.attributes, &signals);
+    posix_spawnattr_setpgroup(&setup.attributes, 0);
+    posix_spawnattr_setflags(&setup.attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
 
     std::vector<char*> argv;
     argv.push_back(const_cast<char*>(program.c_str()));
@@ -40,127 +92,54 @@ ServiceProcess::ServiceProcess(const std::string& program, const std::vector<std
         argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
 
-    const int error = posix_spawn(&m_pid, program.c_str(), &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    close(pipeFds[1]);
-    if (error != 0) {
-        close(pipeFds[0]);
-        m_pid = -1;
+    pid_t pid = -1;
+    const int error = posix_spawn(&pid, program.c_str(), &setup.actions, &setup.attributes, argv.data(), environ);
+    if (error != 0)
         throw std::runtime_error("cannot start " + program + ": " + std::strerror(error));
-    }
-    m_reader = std::thread(&ServiceProcess::readErrors, this, pipeFds[0]);
+    m_child = ChildHandle(pid);
+    m_reader = std::thread(&ServiceProcess::readErrors, this);
 }
 
 ServiceProcess::~ServiceProcess()
 {
-    if (m_pid > 0 && !m_reaped)
-        kill();
+    m_child.kill();
     if (m_reader.joinable())
         m_reader.join();
 }
 
-void ServiceProcess::readErrors(int fd)
+void ServiceProcess::readErrors()
 {
     char buffer[4096];
     for (;;) {
-        const ssize_t n = read(fd, buffer, sizeof buffer);
+        const ssize_t n = read(m_readEnd.get(), buffer, sizeof buffer);
         if (n < 0 && errno == EINTR)
             continue;
         if (n <= 0)
             break;
         if (m_forward)
             (void)!write(STDERR_FILENO, buffer, static_cast<size_t>(n));
-        std::lock_guard<std::mutex> lock(m_linesMutex);
-        m_partial.append(buffer, static_cast<size_t>(n));
-        size_t newline;
-        while ((newline = m_partial.find('\n')) != std::string::npos) {
-            m_lines.push_back(m_partial.substr(0, newline));
-            m_partial.erase(0, newline + 1);
-            if (m_lines.size() > kKeptLines)
-                m_lines.pop_front();
-        }
+        std::lock_guard<std::mutex> lock(m_tailMutex);
+        m_tail.append(buffer, static_cast<size_t>(n));
     }
-    close(fd);
-    std::lock_guard<std::mutex> lock(m_linesMutex);
-    if (!m_partial.empty()) {
-        m_lines.push_back(m_partial);
-        m_partial.clear();
-    }
+    std::lock_guard<std::mutex> lock(m_tailMutex);
     m_readerDone = true;
-}
-
-void ServiceProcess::recordStatus(int status)
-{
-    m_reaped = true;
-    if (WIFSIGNALED(status)) {
-        m_termSignal = WTERMSIG(status);
-        m_exitStatus = -1;
-    } else if (WIFEXITED(status)) {
-        m_exitStatus = WEXITSTATUS(status);
-    }
-}
-
-bool ServiceProcess::alive()
-{
-    if (m_pid <= 0 || m_reaped)
-        return false;
-    int status = 0;
-    const pid_t r = waitpid(m_pid, &status, WNOHANG);
-    if (r == m_pid) {
-        recordStatus(status);
-        return false;
-    }
-    return r == 0;
-}
-
-bool ServiceProcess::waitForExit(int ms)
-{
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-    while (alive()) {
-        if (std::chrono::steady_clock::now() >= deadline)
-            return false;
-        usleep(1000);
-    }
-    return true;
-}
-
-void ServiceProcess::kill()
-{
-    if (m_pid <= 0 || m_reaped)
-        return;
-    ::kill(m_pid, SIGKILL);
-    int status = 0;
-    while (waitpid(m_pid, &status, 0) < 0 && errno == EINTR) {}
-    recordStatus(status);
 }
 
 std::string ServiceProcess::lastErrorLines(size_t count)
 {
     // A child that has ended may still have bytes in the pipe.
-    if (m_reaped) {
+    if (!m_child.alive()) {
         for (int i = 0; i < 200; ++i) {
             {
-                std::lock_guard<std::mutex> lock(m_linesMutex);
+                std::lock_guard<std::mutex> lock(m_tailMutex);
                 if (m_readerDone)
                     break;
             }
             usleep(1000);
         }
     }
-    std::lock_guard<std::mutex> lock(m_linesMutex);
-    std::string text;
-    const size_t first = m_lines.size() > count ? m_lines.size() - count : 0;
-    for (size_t i = first; i < m_lines.size(); ++i) {
-        if (!text.empty())
-            text += '\n';
-        text += m_lines[i];
-    }
-    if (!m_partial.empty()) {
-        if (!text.empty())
-            text += '\n';
-        text += m_partial;
-    }
-    return text;
+    std::lock_guard<std::mutex> lock(m_tailMutex);
+    return m_tail.lastLines(count);
 }
 
 }  // namespace evc

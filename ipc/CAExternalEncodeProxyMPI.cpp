@@ -2,11 +2,16 @@
 
 #include <cassert>
 #include <cstdio>
+#include <cstring>
+#include <memory>
 #include <stdexcept>
 
+#include <dirent.h>
 #include <uuid/uuid.h>
 
 namespace {
+
+const char kKeyPrefix[] = "TMessagePassingInterface";
 
 // A new lower-case UUID text, 36 characters with hyphens.
 std::string ZKGetGUID()
@@ -35,7 +40,7 @@ CAExternalEncodeProxyMPI::CAExternalEncodeProxyMPI() : m_shared(nullptr), m_exte
 
 CAExternalEncodeProxyMPI::CAExternalEncodeProxyMPI(size_t size) : m_shared(nullptr), m_externalProcessId(0)
 {
-    const std::string prefix = "TMessagePassingInterface" + ZKGetGUID();
+    const std::string prefix = kKeyPrefix + ZKGetGUID();
     if (!CAMemoryMappedFile::makeTempFile(m_key, prefix.c_str())) {
         const std::string text = "TMessagePassingInterface failed to generate a "
                                  "shared memory mapped file key: " +
@@ -98,6 +103,21 @@ void CAExternalEncodeProxyMPI::removeBackingFile()
     m_shared = nullptr;
     zk_remove_UTF8(m_key);
     CASystemSemaphore::remove(m_key.c_str());
+}
+
+unsigned CAExternalEncodeProxyMPI::RemoveAbandonedSegments()
+{
+    const std::string folder = CAMemoryMappedFile::temporaryFolder();
+    std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(folder.c_str()), closedir);
+    if (!dir)
+        return 0;
+    unsigned removed = 0;
+    while (const dirent* entry = readdir(dir.get())) {
+        if (std::strncmp(entry->d_name, kKeyPrefix, sizeof kKeyPrefix - 1) == 0 &&
+            CAMemoryMappedFile::removeIfAbandoned((folder + "/" + entry->d_name).c_str()))
+            ++removed;
+    }
+    return removed;
 }
 
 size_t CAExternalEncodeProxyMPI::payloadCapacity() const

@@ -42,6 +42,11 @@ public:
     CAExternalEncodeProxyMPI(const CAExternalEncodeProxyMPI&) = delete;
     CAExternalEncodeProxyMPI& operator=(const CAExternalEncodeProxyMPI&) = delete;
 
+    // Removes the segments in the temporary folder whose creating host has
+    // died (their backing files and lock names); live sessions are left
+    // alone. Answers how many it removed.
+    static unsigned RemoveAbandonedSegments();
+
     // The key to hand to the other process; empty on the attaching side.
     const std::string& GetSharedMemoryName() const { return m_key; }
     const std::string& key() const { return m_key; }

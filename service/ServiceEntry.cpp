@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "service/ExternalVideoCompressorService.h"
+#include "service/HostWatch.h"
 #include "service/ZKConvertToScalar.h"
 
 TArgumentMap ZKMakeArgumentMap(int argc, char* argv[])
@@ -39,6 +40,8 @@ int RunServiceEntry(TArgumentMap& arguments, int commandTimeoutSeconds)
     const std::string clientShmKey = arguments[1];
     const long long clientProcessId = ZKConvertToScalar<long long>(arguments[2].c_str());
     const std::string clientApplicationName = arguments[3];
+    // Before anything can block: a host that dies never leaves us behind.
+    StartHostWatch(clientProcessId, clientShmKey);
 
     try {
         ExternalVideoCompressorService service(static_cast<unsigned long long>(clientProcessId), clientApplicationName,

@@ -2,6 +2,17 @@
 // shared segment it works in, and drives the conversation one command at a
 // time. Every wait is bounded and watches the child, so a codec that crashes
 // or hangs the service is reported as a ServiceError, never felt by the host.
+//
+// Error model. A call returns the status the service answered (0, one of the
+// statuses below, or the compressor's own 32-bit result): a status is an
+// answer, not a fault. It throws
+//   - ServiceError when the service cannot be started, has died, hangs, or
+//     breaks the protocol (a reply the client cannot read is the service's
+//     fault, never reported as a bad argument of the caller's);
+//   - UsageError when the caller asks for something impossible (a frame
+//     larger than the segment was sized for, a command after Quit).
+// Nothing else escapes except std::bad_alloc. After a ServiceError the
+// service is gone: every later command throws ServiceError again.
 #pragma once
 
 #include <chrono>
@@ -31,14 +42,26 @@ struct ClientOptions {
     uint64_t largestFrameBytes = 0;
     // How long one command may take before the service is declared hung.
     std::chrono::milliseconds commandTimeout{30000};
+    // The last frame flushes every picture the encoder still holds in one
+    // command; it may take commandTimeout plus this much per picture still
+    // pending (pictures sent since Begin minus pictures returned).
+    std::chrono::milliseconds pendingPictureTimeout{5000};
+    // How long the service may take to attach and announce itself.
+    std::chrono::milliseconds startTimeout{20000};
     // Copy the service's standard error lines to ours as they come.
     bool forwardServiceErrors = false;
 };
 
-// The service died, hung or could not be started.
+// The service died, hung, broke the protocol or could not be started.
 class ServiceError : public std::runtime_error {
 public:
-    enum class Kind { StartFailed, Crashed, Exited, TimedOut };
+    enum class Kind {
+        StartFailed,        // the program is missing or did not announce itself
+        Crashed,            // a signal ended it (signal())
+        Exited,             // it exited during a command (exitStatus())
+        TimedOut,           // it did not answer within a limit; what() names the limit
+        ProtocolViolation,  // it answered something the protocol does not allow
+    };
 
     ServiceError(Kind kind, int signal, int exitStatus, std::string lastErrorLines, const std::string& what);
 
@@ -55,6 +78,13 @@ private:
     int m_signal;
     int m_exitStatus;
     std::string m_lastErrorLines;
+};
+
+// A request the caller should not have made; the service is not involved and
+// the client stays usable unless the text says otherwise.
+class UsageError : public std::invalid_argument {
+public:
+    using std::invalid_argument::invalid_argument;
 };
 
 // One compressed packet as the service returned it, owned by the caller.
@@ -83,23 +113,38 @@ struct EncodedFrame {
     uint32_t replyBytes = 0;
 };
 
+// Every command below throws ServiceError (the service died, hung or broke
+// the protocol) and UsageError (called after Quit), besides what it lists.
 class Client {
 public:
-    // Starts the service and waits until it is ready. Throws ServiceError.
+    // Removes what hosts that died left in the temporary folder, creates the
+    // segment, starts the service and waits until it is ready (startTimeout).
+    // Throws ServiceError (StartFailed, or how the service ended); no child
+    // and no segment are left behind then.
     explicit Client(const ClientOptions& options = ClientOptions());
     // Quits the service when it is alive, reaps it, removes the segment.
+    // Never throws.
     ~Client();
 
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
     // Command 5: loads and configures the compressor a preset XML names.
+    // Returns 0, kZKErrBadPreset, kZKErrNoCompressor or the compressor's
+    // status. UsageError: the preset does not fit the segment.
     uint32_t SetOutput(const std::string& presetXml);
     // Command 1: starts a stream whose frames look like sample (may be null).
+    // Returns the compressor's status (kZKErrNoCompressor before a good
+    // SetOutput). UsageError: the sample does not fit the segment.
     uint32_t Begin(const ZKEncImage_t* sample, bool flag = false);
     // Command 3: compresses input (may be null, e.g. to flush). The output
-    // description defaults to input's geometry with no packets. The result's
-    // packets are copied out before the next command.
+    // description defaults to input's geometry with no packets. result (may
+    // be null) receives copies of the output's packets; it is filled only
+    // when the status is 0. Returns the compressor's status. With isLastFrame
+    // the limit grows by pendingPictureTimeout per pending picture.
+    // UsageError: the frames do not fit the segment (raise largestFrameBytes).
+    // ServiceError ProtocolViolation: the reply's size is out of range, it is
+    // not a frame element, or a success came without one.
     uint32_t CompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool isLastFrame, EncodedFrame* result,
                            const ZKEncImage_t* outputDescription = nullptr);
     // A picture whose planes lie in the shared segment, exactly where
@@ -115,28 +160,31 @@ public:
     // the picture and send it before any other call. A lent picture whose
     // element would no longer start its pixels there (changed geometry,
     // bundles added) is still sent correctly, at the cost of one copy.
-    // Throws std::invalid_argument for a format or size without a plane
-    // layout, std::length_error when the picture does not fit the segment
-    // (raise largestFrameBytes).
+    // Throws UsageError for a format or size without a plane layout, or a
+    // picture that does not fit the segment (raise largestFrameBytes).
     ZKEncImage_t LendPicture(uint32_t colorFormat, uint32_t width, uint32_t height);
-    // Command 2.
+    // Command 2. Returns the service's status (0, or kZKErrNoCompressor).
     uint32_t End();
-    // Command 4.
+    // Command 4. The compressor's answer; false on a non-zero status.
     bool IsLastPassEncodingReady();
-    // Commands 6, 7, 8.
+    // Commands 6, 7, 8. Return the service's status (0, or
+    // kZKErrNoCompressor).
     uint32_t SetInputColorFormat(uint32_t colorFormat);
     uint32_t SetFileFormatHint(uint32_t hint);
     uint32_t SetStreamModeHint(uint32_t hint);
-    // Command 9; the service exits. Later commands throw.
+    // Command 9; the service exits (it is killed when it does not within
+    // commandTimeout). Later commands throw UsageError. Never throws.
     void Quit();
 
-    // The service's process id, and whether it still runs.
+    // The service's process id, and whether it still runs. Never throw.
     int servicePid() const;
     bool serviceAlive();
     // The key of the shared segment (its backing file).
     std::string segmentKey() const;
     // Bytes a request may occupy in the payload area.
     uint64_t payloadCapacity() const;
+    // Pictures sent since Begin whose compressed output has not come back.
+    uint64_t picturesPending() const;
 
 private:
     class TPrivate;

@@ -111,6 +111,16 @@ public:
     // Creates a new empty file named prefix + ten unique characters in the
     // temporary folder and stores its path.
     static bool makeTempFile(std::string& path, const char* prefix);
+    // TMPDIR, TEMP or TMP, else the system's temporary folder.
+    static std::string temporaryFolder();
+
+    // The creator of a file (create) holds a shared ownership lock on it until
+    // it detaches or dies. Removes the file and its lock's name when nobody
+    // holds that lock any more; true when it did. A live owner's file is never
+    // touched, nor an empty file younger than this (its creator may not have
+    // reached create yet).
+    static bool removeIfAbandoned(const char* path);
+    static constexpr long kAbandonedEmptyFileSeconds = 60;
 
 private:
     class TPrivate;

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <iostream>
 #include <stdexcept>
 
@@ -11,6 +12,7 @@
 #include <openssl/sha.h>
 #include <pthread.h>
 #include <semaphore.h>
+#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -323,7 +325,8 @@ public:
     TPrivate(const TPrivate&) = delete;
     TPrivate& operator=(const TPrivate&) = delete;
 
-    bool acquireHandle(const char* path, size_t size);
+    // owner: take the shared ownership lock that tells others the creator lives.
+    bool acquireHandle(const char* path, size_t size, bool owner = false);
     void releaseHandle();
 
     int m_fd = -1;
@@ -333,12 +336,20 @@ public:
     CASystemSemaphore m_lock;
 };
 
-bool CAMemoryMappedFile::TPrivate::acquireHandle(const char* path, size_t size)
+bool CAMemoryMappedFile::TPrivate::acquireHandle(const char* path, size_t size, bool owner)
 {
     assert(m_fd == -1);
-    m_fd = open(path, O_RDWR | O_CREAT, 0600);
+    // Close-on-exec: a child the host starts must not inherit its segments.
+    m_fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (m_fd == -1) {
         ZK_REPORT_ERROR();
+        return false;
+    }
+    // The kernel drops this lock when the creator dies, however it dies; that
+    // is how a later process tells an abandoned file from a live one.
+    if (owner && flock(m_fd, LOCK_SH | LOCK_NB) != 0) {
+        ZK_REPORT_ERROR();
+        releaseHandle();
         return false;
     }
     // The length only ever grows: an existing longer file keeps its bytes and is
@@ -399,7 +410,7 @@ bool CAMemoryMappedFile::create(const char* path, size_t size)
         ZK_REPORT_ERROR();
         return false;
     }
-    if (!fresh->acquireHandle(path, size)) {
+    if (!fresh->acquireHandle(path, size, true)) {
         ZK_REPORT_ERROR();
         return false;
     }
@@ -479,7 +490,7 @@ bool CAMemoryMappedFile::timedLock(unsigned int ms)
     return m_private && m_private->m_lock.timedWait(ms);
 }
 
-bool CAMemoryMappedFile::makeTempFile(std::string& path, const char* prefix)
+std::string CAMemoryMappedFile::temporaryFolder()
 {
     std::string folder;
     if (!zk_set_str(folder, std::getenv("TMPDIR")) && !zk_set_str(folder, std::getenv("TEMP")) &&
@@ -490,6 +501,33 @@ bool CAMemoryMappedFile::makeTempFile(std::string& path, const char* prefix)
         folder = "/tmp";
 #endif
     }
+    return folder;
+}
+
+bool CAMemoryMappedFile::removeIfAbandoned(const char* path)
+{
+    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (fd == -1)
+        return false;
+    bool removed = false;
+    struct stat status;
+    // Only our own regular files, and only when no creator holds the
+    // ownership lock. An empty file may be one whose creator has not taken
+    // the lock yet; it counts as abandoned only once it is old.
+    if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == geteuid() &&
+        flock(fd, LOCK_EX | LOCK_NB) == 0 &&
+        (status.st_size > 0 || time(nullptr) - status.st_mtime > kAbandonedEmptyFileSeconds)) {
+        // The lock's name first: a file left without it is still found next time.
+        CASystemSemaphore::remove(path);
+        removed = unlink(path) == 0;
+    }
+    close(fd);
+    return removed;
+}
+
+bool CAMemoryMappedFile::makeTempFile(std::string& path, const char* prefix)
+{
+    const std::string folder = temporaryFolder();
     path = folder + "/" + prefix + "XXXXXXXXXX";
     std::vector<char> name(path.begin(), path.end());
     name.push_back('\0');
@@ -498,7 +536,7 @@ bool CAMemoryMappedFile::makeTempFile(std::string& path, const char* prefix)
     // characters here so that every name ends in ten unique characters.
     fillRandomCharacters(name.data() + path.size() - 10, 4);
 #endif
-    const int fd = mkstemp(name.data());
+    const int fd = mkostemp(name.data(), O_CLOEXEC);
     if (fd == -1) {
         ZK_REPORT_ERROR();
         return false;

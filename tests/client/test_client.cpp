@@ -195,7 +195,7 @@ TEST(Client, ALentPictureTravelsWithItsExactPixels)
         EXPECT_EQ(frame.packets[0].time, seed);
         EXPECT_TRUE(frame.packets[1].data == image.bytes);
     }
-    EXPECT_THROW(client.LendPicture(eColorFormatYUV420Planar, 16384, 16384), std::length_error);
+    EXPECT_THROW(client.LendPicture(eColorFormatYUV420Planar, 16384, 16384), evc::UsageError);
     EXPECT_THROW(client.LendPicture(eColorFormatCount, 64, 64), std::invalid_argument);
 }
 

@@ -1,0 +1,229 @@
+// The client's own life around the service: a start-up that fails after the
+// spawn, a service that breaks the protocol, the descriptors the service
+// inherits, and a host that dies while the service works for it.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+#include "ServiceHarness.h"
+#include "common/Scratch.h"
+#include "evc/Client.h"
+#include "ipc/details/AMemoryMappedFile.h"
+
+using namespace evctest;
+
+namespace {
+
+class ClientLife : public ScratchTest {
+protected:
+    evc::ClientOptions Options(const std::string& program = "bin/evc-service")
+    {
+        evc::ClientOptions options;
+        options.servicePath = BuildPath(program);
+        options.applicationFolder = BuildPath("");
+        options.largestFrameBytes = 64 * 64 * 3 / 2;
+        options.commandTimeout = std::chrono::milliseconds(3000);
+        return options;
+    }
+    // A shell script standing in for the service; removed by the test.
+    std::string Script(const std::string& name, const std::string& body)
+    {
+        const std::string path = Path(name);
+        std::ofstream(path) << "#!/bin/sh\n" << body << "\n";
+        chmod(path.c_str(), 0700);
+        return path;
+    }
+};
+
+TEST_F(ClientLife, AStartThatFailsAfterTheSpawnLeavesNoChildAndNoSegment)
+{
+    struct Row {
+        const char* name;
+        const char* body;
+        const char* says;
+    };
+    const Row rows[] = {
+        {"exits", "echo going away >&2; exit 3", "exited with status 3"},
+        {"never-answers", "exec sleep 30", "startTimeout"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        evc::ClientOptions options = Options();
+        options.servicePath = Script(row.name, row.body);
+        options.startTimeout = std::chrono::milliseconds(300);
+        try {
+            evc::Client client(options);
+            ADD_FAILURE() << "started";
+        } catch (const evc::ServiceError& e) {
+            EXPECT_EQ(e.kind(), evc::ServiceError::Kind::StartFailed);
+            EXPECT_NE(std::string(e.what()).find(row.says), std::string::npos) << e.what();
+        }
+        EXPECT_TRUE(NoChildLeft());
+        std::filesystem::remove(options.servicePath);
+    }
+}
+
+TEST_F(ClientLife, AServiceThatBreaksTheProtocolIsAServiceErrorNeverAStatus)
+{
+    const std::pair<const char*, const char*> rows[] = {
+        {"unprompted", "a response arrived before"},
+        {"negative-size", "reply size -5"},
+        {"huge-size", "outside 0.."},
+        {"garbage", "not a frame element"},
+        {"empty-success", "succeeded without a reply"},
+    };
+    TestImage image(16, 16, 0, 25);
+    for (const auto& [mode, says] : rows) {
+        SCOPED_TRACE(mode);
+        evc::ClientOptions options = Options("bin/evc-rogue-service");
+        options.applicationName = mode;
+        evc::Client client(options);
+        Watch(client.segmentKey());
+        evc::EncodedFrame frame;
+        // Time for the unprompted response to be posted: a response can be
+        // refused only once it is there.
+        usleep(50000);
+        try {
+            client.CompressFrame(&image.record, false, false, &frame);
+            ADD_FAILURE() << "accepted";
+        } catch (const evc::ServiceError& e) {
+            EXPECT_EQ(e.kind(), evc::ServiceError::Kind::ProtocolViolation);
+            EXPECT_NE(std::string(e.what()).find(says), std::string::npos) << e.what();
+        }
+        EXPECT_FALSE(client.serviceAlive());
+        EXPECT_THROW(client.End(), evc::ServiceError);
+    }
+}
+
+TEST_F(ClientLife, CallerMistakesAreUsageErrors)
+{
+    evc::Client client(Options());
+    Watch(client.segmentKey());
+    TestImage huge(8000, 6000, 0, 25);
+    EXPECT_THROW(client.CompressFrame(&huge.record, false, false, nullptr), evc::UsageError);
+    EXPECT_THROW(client.SetOutput(std::string(client.payloadCapacity() + 1, ' ')), evc::UsageError);
+    EXPECT_EQ(client.SetOutput(EchoPreset()), kZKNoErr);
+    client.Quit();
+    EXPECT_THROW(client.Begin(nullptr), evc::UsageError);
+}
+
+// What a descriptor names, as /proc shows it.
+std::set<std::string> Descriptors(int pid)
+{
+    std::set<std::string> names;
+    const std::string folder = "/proc/" + std::to_string(pid) + "/fd";
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        std::error_code error;
+        const auto target = std::filesystem::read_symlink(entry.path(), error);
+        names.insert(entry.path().filename().string() + " " + target.string());
+    }
+    return names;
+}
+
+TEST_F(ClientLife, TheServiceHoldsOnlyWhatItNeedsAlsoBesideAnotherSession)
+{
+    // A descriptor of the host's own that a careless spawn would hand on.
+    const int hostFile = open(Path("host-private").c_str(), O_CREAT | O_RDWR, 0600);
+    ASSERT_GE(hostFile, 0);
+    {
+        evc::Client first(Options());
+        evc::Client second(Options());
+        for (evc::Client* client : {&first, &second}) {
+            Watch(client->segmentKey());
+            ASSERT_EQ(client->SetOutput(EchoPreset()), kZKNoErr);
+            TestImage image(16, 16, 0, 25);
+            ASSERT_EQ(client->Begin(&image.record), kZKNoErr);
+        }
+        for (evc::Client* client : {&first, &second}) {
+            for (const std::string& fd : Descriptors(client->servicePid())) {
+                SCOPED_TRACE(fd);
+                const std::string number = fd.substr(0, fd.find(' '));
+                const std::string target = fd.substr(fd.find(' ') + 1);
+                const bool standard = number == "0" || number == "1" || number == "2";
+                const bool ownSegment = target == client->segmentKey();
+                // The host watch's pidfd, and the application object's event queue.
+                EXPECT_TRUE(standard || ownSegment || target == "anon_inode:[pidfd]" ||
+                            target == "anon_inode:[eventfd]");
+            }
+        }
+    }
+    close(hostFile);
+    std::filesystem::remove(Path("host-private"));
+}
+
+// Waits up to ms for a child of ours to end; true when it has (and is reaped).
+bool Reaped(pid_t pid, int ms)
+{
+    for (int waited = 0; waited <= ms; waited += 10) {
+        if (waitpid(pid, nullptr, WNOHANG) == pid)
+            return true;
+        usleep(10000);
+    }
+    return false;
+}
+
+TEST_F(ClientLife, AHostKilledMidEncodeLeavesNothingBehind)
+{
+    // The orphaned service becomes our child, so the test can see it end.
+    ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 1), 0);
+    for (const bool holdLock : {false, true}) {
+        SCOPED_TRACE(holdLock ? "died holding the segment's lock" : "died mid-encode");
+        int report[2];
+        ASSERT_EQ(pipe(report), 0);
+        const pid_t host = fork();
+        ASSERT_GE(host, 0);
+        if (host == 0) {
+            close(report[0]);
+            evc::Client client(Options());
+            client.SetOutput(EchoPreset());
+            TestImage image(64, 64, 0, 25);
+            client.Begin(&image.record);
+            client.CompressFrame(&image.record, true, false, nullptr);
+            CAMemoryMappedFile file;
+            if (holdLock && !(file.attach(client.segmentKey().c_str()) && file.lock()))
+                _exit(1);
+            const std::string line = std::to_string(client.servicePid()) + " " + client.segmentKey() + "\n";
+            (void)!write(report[1], line.data(), line.size());
+            for (uint64_t n = 1;; ++n) {
+                image.record.image.time = n;
+                if (!holdLock)
+                    client.CompressFrame(&image.record, false, false, nullptr);
+            }
+        }
+        close(report[1]);
+        char text[4096] = {};
+        size_t got = 0;
+        for (ssize_t n; std::find(text, text + got, '\n') == text + got &&
+                        (n = read(report[0], text + got, sizeof text - 1 - got)) > 0;)
+            got += static_cast<size_t>(n);
+        close(report[0]);
+        const std::string line(text);
+        ASSERT_NE(line.find(' '), std::string::npos) << "the host did not start";
+        const pid_t service = std::stoi(line);
+        const std::string key = line.substr(line.find(' ') + 1, line.find('\n') - line.find(' ') - 1);
+        Watch(key);
+        kill(host, SIGKILL);
+        ASSERT_EQ(waitpid(host, nullptr, 0), host);
+        EXPECT_TRUE(Reaped(service, 1000)) << "the service outlived its host";
+        kill(service, SIGKILL);
+        Reaped(service, 1000);
+        // The next client sweeps whatever is left of the dead host's session.
+        evc::Client next(Options());
+        Watch(next.segmentKey());
+        EXPECT_FALSE(Exists(key));
+        EXPECT_FALSE(LockExists(key));
+    }
+    prctl(PR_SET_CHILD_SUBREAPER, 0);
+}
+
+}  // namespace
