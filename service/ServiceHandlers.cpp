@@ -14,13 +14,18 @@
 namespace {
 
 // A payload item the client announced, read as a frame description. False
-// when the bytes are not a well-formed image element.
-bool ReadFrameItem(ExternalVideoProxy& proxy, int32_t length, TZKImageFramePtr& frame, ZKEncImage_t& record)
+// when the bytes are not a well-formed image element. In place, the pixels
+// are read where they lie in the payload area (they must be used before the
+// reply is written there).
+bool ReadFrameItem(ExternalVideoProxy& proxy, int32_t length, TZKImageFramePtr& frame, ZKEncImage_t& record,
+                   bool inPlace = false)
 {
-    frame = proxy.DeSerializeFrame(static_cast<uint32_t>(length));
+    const uint32_t size = static_cast<uint32_t>(length);
+    frame = inPlace ? proxy.DeSerializeFrameInPlace(size, record) : proxy.DeSerializeFrame(size);
     if (!frame)
         return false;
-    record = frame->GetZKEncImage();
+    if (!inPlace)
+        record = frame->GetZKEncImage();
     return true;
 }
 
@@ -81,7 +86,8 @@ void ExternalVideoCompressorService::ServiceCompressFrame()
     const ZKEncImage_t* inputPointer = nullptr;
     ZKEncImage_t* outputPointer = nullptr;
     if (inputLength > 0) {
-        if (!ReadFrameItem(m_videoProxy, inputLength, inputFrame, input))
+        // The compressor reads the input's pixels during the call only.
+        if (!ReadFrameItem(m_videoProxy, inputLength, inputFrame, input, true))
             return refuse();
         inputPointer = &input;
     }

@@ -124,6 +124,16 @@ uint32_t ExternalVideoProxy::SerializeFrame(ZKImage_t* record, uint32_t& size, b
 
 TZKImageFramePtr ExternalVideoProxy::DeSerializeFrame(uint32_t size)
 {
+    return loadFrame(size, nullptr);
+}
+
+TZKImageFramePtr ExternalVideoProxy::DeSerializeFrameInPlace(uint32_t size, ZKEncImage_t& record)
+{
+    return loadFrame(size, &record);
+}
+
+TZKImageFramePtr ExternalVideoProxy::loadFrame(uint32_t size, ZKEncImage_t* inPlace)
+{
     const Ebml::uint64 position = file().position();
     const Ebml::uint64 available = std::min<Ebml::uint64>(size, file().size() - position);
     if (available == 0)
@@ -137,7 +147,7 @@ TZKImageFramePtr ExternalVideoProxy::DeSerializeFrame(uint32_t size)
         if (consumed == 0)
             return TZKImageFramePtr();
         skip(std::min(consumed, available));
-        return element->exportFrame(kNoOffset);
+        return inPlace != nullptr ? element->exportFrameInPlace(kNoOffset, *inPlace) : element->exportFrame(kNoOffset);
     } catch (...) {
         return TZKImageFramePtr();
     }

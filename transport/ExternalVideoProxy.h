@@ -36,6 +36,11 @@ public:
     // bytes, and moves past it. An empty pointer when there is no well-formed
     // "EncImage" there.
     TZKImageFramePtr DeSerializeFrame(uint32_t size);
+    // The same, with the pixels left where they lie in the area: record
+    // receives the frame's description with its planes in the area, valid
+    // while the area is unchanged and the frame lives. Spares the copy of the
+    // pixels when they are read only once, before the area is written again.
+    TZKImageFramePtr DeSerializeFrameInPlace(uint32_t size, ZKEncImage_t& record);
 
     // Where SerializeFrame puts the first pixel byte of record, counted from
     // the element's start. Only the record's geometry, data size and bundles
@@ -50,5 +55,6 @@ public:
     using Ebml::MemoryStorage::save;
 
 private:
+    TZKImageFramePtr loadFrame(uint32_t size, ZKEncImage_t* inPlace);
     uint32_t saveFrame(const ZKEncImage_t& record, uint32_t& size);
 };

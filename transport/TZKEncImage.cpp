@@ -40,6 +40,16 @@ void TZKEncImage::importFrame(const ZKEncImage_t* record, const CATime& offset)
 
 TZKImageFramePtr TZKEncImage::exportFrame(const CATime& offset) const
 {
+    return exportFrame(offset, nullptr);
+}
+
+TZKImageFramePtr TZKEncImage::exportFrameInPlace(const CATime& offset, ZKEncImage_t& record) const
+{
+    return exportFrame(offset, &record);
+}
+
+TZKImageFramePtr TZKEncImage::exportFrame(const CATime& offset, ZKEncImage_t* inPlace) const
+{
     TZKVideoInfo info;
     uint32_t dataSize = 0;
     if (!getInfo(info) || !bytesSize(dataSize))
@@ -72,11 +82,24 @@ TZKImageFramePtr TZKEncImage::exportFrame(const CATime& offset) const
     if (dataSize != 0) {
         ZKEncImage_t laidOut = frame->GetZKEncImage();
         const CABuffer* buffer = frame->GetBuffer();
-        uint8_t* plane0 = laidOut.image.planes[0];
-        if (buffer == nullptr || plane0 == nullptr || plane0 < buffer->GetData() ||
-            uint64_t(plane0 - buffer->GetData()) + dataSize > buffer->GetSize())
+        uint8_t* bufferPlane0 = laidOut.image.planes[0];
+        if (buffer == nullptr || bufferPlane0 == nullptr || bufferPlane0 < buffer->GetData() ||
+            uint64_t(bufferPlane0 - buffer->GetData()) + dataSize > buffer->GetSize())
             return TZKImageFramePtr();
-        bytes().get(plane0);
+        uint8_t* plane0 = bufferPlane0;
+        if (inPlace != nullptr) {
+            // The pixels are used where they were loaded from, not copied.
+            const Ebml::HodgePodge::TReceipts& runs = bytes().receipts();
+            const uint8_t* where = runs.size() == 1 ? runs.front()->contiguousBytes() : nullptr;
+            if (where == nullptr)
+                return TZKImageFramePtr();
+            plane0 = const_cast<uint8_t*>(where);
+            for (uint8_t*& plane : laidOut.image.planes)
+                if (plane != nullptr)
+                    plane = plane0 + (plane - bufferPlane0);
+        } else {
+            bytes().get(plane0);
+        }
         // Only offsets inside the copied bytes are trusted.
         for (int k = 1; k < 4; ++k)
             if (info.planeOffsets[k - 1] < dataSize)
@@ -85,8 +108,21 @@ TZKImageFramePtr TZKEncImage::exportFrame(const CATime& offset) const
         // the copied bytes before a compressor reads them.
         if (!ZKPlanesFitArea(laidOut.image, plane0, dataSize))
             return TZKImageFramePtr();
-        frame->SetZKEncImage(&laidOut);
+        if (inPlace != nullptr)
+            *inPlace = laidOut;
+        else
+            frame->SetZKEncImage(&laidOut);
     }
     attachBundles(*frame, offset);
+    if (inPlace != nullptr) {
+        // The frame's record brings the bundles; pixels stay in place.
+        const ZKEncImage_t withBundles = frame->GetZKEncImage();
+        if (dataSize == 0) {
+            *inPlace = withBundles;
+        } else {
+            inPlace->descriptors = withBundles.descriptors;
+            inPlace->image.dataPackets = withBundles.image.dataPackets;
+        }
+    }
     return frame;
 }

@@ -35,9 +35,18 @@ public:
     // empty pointer when the information child is missing or malformed, or
     // the pixels do not fit the format they claim.
     TZKImageFramePtr exportFrame(const CATime& offset) const;
+    // The same checks and bundles, but the pixels stay where the loaded bytes
+    // lie (one contiguous run, such as the shared payload area): record
+    // receives the description with its planes over those bytes and the
+    // frame's bundles, valid while both the bytes and the frame are. An empty
+    // pointer also when the bytes are not one run in memory.
+    TZKImageFramePtr exportFrameInPlace(const CATime& offset, ZKEncImage_t& record) const;
 
     const TZKVideoInfoElt& videoInfo() const { return m_info; }
     const TZKImageDataElt& imageData() const { return m_bytes; }
+
+private:
+    TZKImageFramePtr exportFrame(const CATime& offset, ZKEncImage_t* inPlace) const;
 };
 
 typedef Ebml::TElt<TZKEncImage, 0x91, TNameEncImage> TZKEncImageElt;

@@ -79,6 +79,14 @@ TZKImageFramePtr Read(Bytes& area, uint32_t size)
     return proxy.DeSerializeFrame(size);
 }
 
+// Read with the pixels left in the area; record receives the description.
+TZKImageFramePtr ReadInPlace(Bytes& area, uint32_t size, ZKEncImage_t& record)
+{
+    ExternalVideoProxy proxy;
+    proxy.Begin(area.data(), static_cast<uint32_t>(area.size()));
+    return proxy.DeSerializeFrameInPlace(size, record);
+}
+
 TEST(FrameChannel, WritesAndReadsTheGoldenEncImageBytes)
 {
     Bytes golden = GoldenBytes();
@@ -228,11 +236,21 @@ TEST(FrameChannel, LyingSizesDropOnlyWhatTheyDescribe)
         std::copy(c.bytes.begin(), c.bytes.end(), area.begin() + c.at);
         TZKImageFramePtr frame = Read(area, static_cast<uint32_t>(area.size()));
         ASSERT_EQ(bool(frame), c.frame);
+        ZKEncImage_t unused{};
+        EXPECT_EQ(bool(ReadInPlace(area, static_cast<uint32_t>(area.size()), unused)), c.frame) << "in place";
         if (!frame)
             continue;
         const ZKEncImage_t record = frame->GetZKEncImage();
         EXPECT_EQ(record.descriptors ? int(record.descriptors->size()) : -1, c.descriptorMembers);
         EXPECT_EQ(record.image.dataPackets ? int(record.image.dataPackets->size()) : -1, c.dataMembers);
+        // Read in place: the same verdicts, the pixels where they lie.
+        ZKEncImage_t inPlace{};
+        const TZKImageFramePtr direct = ReadInPlace(area, static_cast<uint32_t>(area.size()), inPlace);
+        ASSERT_TRUE(direct);
+        EXPECT_EQ(inPlace.descriptors ? int(inPlace.descriptors->size()) : -1, c.descriptorMembers);
+        EXPECT_EQ(inPlace.image.dataPackets ? int(inPlace.image.dataPackets->size()) : -1, c.dataMembers);
+        EXPECT_EQ(inPlace.image.planes[0], area.data() + 3 + 147 + 2);
+        EXPECT_EQ(std::memcmp(inPlace.image.planes[0], record.image.planes[0], record.image.dataSize), 0);
     }
     // Cut short at the boundaries of its children, and claimed longer than the area: no frame.
     const Bytes golden = GoldenBytes();
@@ -284,6 +302,11 @@ TEST(FrameChannel, PixelsAlreadyInTheAreaGiveTheSameElement)
         std::copy(pixels.begin(), pixels.end(), inPlace.begin() + at + row.shift);
         serialize(inPlace, inPlace.data() + at + row.shift);
         EXPECT_TRUE(inPlace == copied);
+        ZKEncImage_t back{};
+        ASSERT_TRUE(ReadInPlace(inPlace, static_cast<uint32_t>(inPlace.size()), back));
+        EXPECT_EQ(back.image.planes[0], inPlace.data() + at);
+        EXPECT_EQ(back.image.planes[2] - back.image.planes[0], luma + chroma);
+        EXPECT_EQ(back.image.time, 7u);
     }
 }
 
