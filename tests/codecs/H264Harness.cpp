@@ -262,21 +262,6 @@ std::vector<uint8_t> TTempFile::Read() const
     return std::vector<uint8_t>(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
 
-TCommandResult RunCommand(const std::string& command)
-{
-    TCommandResult result;
-    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-    if (pipe == nullptr)
-        return result;
-    char buffer[4096];
-    size_t got = 0;
-    while ((got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0)
-        result.output.append(buffer, got);
-    const int status = pclose(pipe);
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return result;
-}
-
 std::string ProbeStream(const std::string& path)
 {
     return RunCommand("ffprobe -v error -f h264 -count_frames -select_streams v:0 "

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "common/Process.h"
 #include "evc/IVideoCompressor.h"
 #include "evc/VideoCompressorPlugin.h"
 
@@ -122,11 +123,7 @@ private:
 };
 
 // Runs a shell command; its standard output and error, and its exit status.
-struct TCommandResult {
-    int status = -1;
-    std::string output;
-};
-TCommandResult RunCommand(const std::string& command);
+using TCommandResult = CommandResult;
 
 // ffprobe's "key=value" lines of the first video stream of an Annex-B file:
 // width, height, nb_read_frames.

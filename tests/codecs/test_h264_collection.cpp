@@ -15,10 +15,8 @@ namespace {
 
 TEST(H264Collection, TheBundleIsDiscoveredAndCreatedByItsCodes)
 {
-    if (BuildDir().empty())
-        GTEST_SKIP() << "EVC_BUILD_DIR is not set";
     CPluginCollection collection;
-    collection.Initialize(BuildDir(), kHostBundle);
+    collection.Initialize(BuildPath(), kHostBundle);
     collection.LoadVideoPlugin(codes::kManufacturer, codes::kCodec);
 
     const auto& records = collection.GetCompressors();

@@ -80,6 +80,22 @@ std::string ChildProcess::Finish(unsigned ms)
     return answer;
 }
 
+ScopedEnv::ScopedEnv(const char* name, const char* value) : m_name(name)
+{
+    const char* old = std::getenv(name);
+    m_had = old != nullptr;
+    m_old = m_had ? old : "";
+    setenv(name, value, 1);
+}
+
+ScopedEnv::~ScopedEnv()
+{
+    if (m_had)
+        setenv(m_name.c_str(), m_old.c_str(), 1);
+    else
+        unsetenv(m_name.c_str());
+}
+
 std::string BuildPath(const std::string& relative)
 {
     const char* dir = std::getenv("EVC_BUILD_DIR");

@@ -30,6 +30,19 @@ private:
     bool m_reaped = false;
 };
 
+// Sets an environment variable for the life of the object, then restores what was there.
+class ScopedEnv {
+public:
+    ScopedEnv(const char* name, const char* value);
+    ~ScopedEnv();
+    ScopedEnv(const ScopedEnv&) = delete;
+    ScopedEnv& operator=(const ScopedEnv&) = delete;
+
+private:
+    std::string m_name, m_old;
+    bool m_had;
+};
+
 // EVC_BUILD_DIR (set by CTest) + "/" + relative; empty when the variable is not set.
 std::string BuildPath(const std::string& relative = "");
 

@@ -7,7 +7,6 @@
 #include <cstring>
 #include <string>
 
-#include "plugins/CPluginCollection.h"
 #include "plugins/PluginFixture.h"
 #include "plugins/bundles/EchoReport.h"
 #include "plugins/bundles/TestPluginCodes.h"
@@ -63,10 +62,8 @@ void* FindSetting(void* array, const char* name)
 
 TEST(PluginLayout, OperationsSitAtTheirPositions)
 {
-    if (BuildDir().empty())
-        GTEST_SKIP() << "EVC_BUILD_DIR is not set";
     CPluginCollection collection;
-    collection.Initialize(BuildDir(), kHostBundle);
+    collection.Initialize(BuildPath(), kHostBundle);
     collection.LoadVideoPlugin(kTestManufacturer, kEchoCodec);
     ASSERT_EQ(collection.GetCompressors().GetSize(), 1);
     void* prototype = collection.GetCompressors()[0]->m_prototype;

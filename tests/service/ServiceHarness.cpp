@@ -1,39 +1,27 @@
+// The service harness: a child evc-service over a segment of the test's own.
 #include "ServiceHarness.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <cstdlib>
-#include <thread>
-
-#include "ipc/details/AMemoryMappedFile.h"
 #include "media/ZKImageLayout.h"
 #include "plugins/bundles/EchoReport.h"
 #include "transport/ExternalVideoProxy.h"
 
-namespace evctest {
+#include <unistd.h>
 
-std::string BuildPath(const std::string& relative)
-{
-    const char* dir = std::getenv("EVC_BUILD_DIR");
-    return std::string(dir != nullptr ? dir : "build") + "/" + relative;
-}
+#include <chrono>
+
+namespace evctest {
 
 TestImage::TestImage(int width, int height, uint64_t time, uint64_t timeScale, uint8_t seed)
 {
     const uint32_t size = CalcFrameSize(6, width, height, 0, false);
-    bytes.resize(size);
-    for (size_t i = 0; i < bytes.size(); ++i)
-        bytes[i] = static_cast<uint8_t>(i * 7 + seed);
+    bytes = Pattern(size, seed);
     if (InitZKImage(&record.image, size, bytes.data(), 6, false, width, height, false, time, timeScale) != 0)
         std::abort();
 }
 
 ServiceHarness::ServiceHarness(size_t segmentBytes, const std::string& program)
-    : m_channel(new CAExternalEncodeProxyMPI(segmentBytes))
+    : m_channel(new CAExternalEncodeProxyMPI(segmentBytes)), m_key(m_channel->GetSharedMemoryName())
 {
-    m_key = m_channel->GetSharedMemoryName();
     m_process.reset(new evc::ServiceProcess(BuildPath(program), {m_key, std::to_string(getpid()), "evc-tests"}));
 }
 
@@ -47,11 +35,10 @@ bool ServiceHarness::WaitResponse(int ms)
 {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
     while (std::chrono::steady_clock::now() < deadline) {
-        if (m_channel->TimedWaitForResponse(0))
+        if (m_channel->WaitForResponseWithin(2))
             return true;
         if (!m_process->alive())
             return m_channel->TimedWaitForResponse(0);
-        usleep(500);
     }
     return false;
 }
@@ -65,9 +52,7 @@ uint32_t ServiceHarness::Send(int32_t command, int ms)
 
 uint32_t ServiceHarness::SetOutput(const std::string& preset)
 {
-    const std::string folder = BuildPath("");
-    const std::string bundle = "Evc.app";
-    std::string all = folder + bundle + preset;
+    const std::string folder = BuildPath(), bundle = "Evc.app", all = folder + bundle + preset;
     std::copy(all.begin(), all.end(), m_channel->payload());
     record().m_payloadSize0 = static_cast<int32_t>(folder.size());
     record().m_payloadSize1 = static_cast<int32_t>(bundle.size());
@@ -80,26 +65,26 @@ uint32_t ServiceHarness::WriteFrame(size_t offset, const ZKEncImage_t& frame)
     ExternalVideoProxy proxy;
     proxy.Begin(m_channel->payload() + offset, static_cast<uint32_t>(m_channel->payloadCapacity() - offset));
     uint32_t size = 0;
-    if (proxy.SerializeFrame(&frame, size, false) != 0)
-        return 0;
-    return size;
+    return proxy.SerializeFrame(&frame, size, false) == 0 ? size : 0;
+}
+
+uint32_t ServiceHarness::Compress(const TestImage& input, bool key, bool last)
+{
+    const uint32_t in = WriteFrame(0, input.record);
+    record().m_payloadSize0 = static_cast<int32_t>(in);
+    record().m_payloadSize1 = static_cast<int32_t>(WriteFrame(in, Description(input.record)));
+    m_channel->SetIsKeyFrame(key);
+    m_channel->SetIsLastFrame(last);
+    return Send(3);
 }
 
 std::string ServiceHarness::ReplyReport()
 {
     const int32_t size = record().m_payloadSize0;
-    if (size <= 0)
-        return "";
     ExternalVideoProxy proxy;
-    proxy.Begin(m_channel->payload(), static_cast<uint32_t>(size));
-    TZKImageFramePtr frame = proxy.DeSerializeFrame(static_cast<uint32_t>(size));
-    if (!frame)
-        return "<undecodable reply>";
-    const ZKEncImage_t reply = frame->GetZKEncImage();
-    const IPacketBundle* data = reply.image.dataPackets;
-    if (data == nullptr || data->size() == 0)
-        return "";
-    return PacketData(data->get(0));
+    proxy.Begin(m_channel->payload(), static_cast<uint32_t>(std::max(size, 0)));
+    TZKImageFramePtr frame = proxy.DeSerializeFrame(static_cast<uint32_t>(std::max(size, 0)));
+    return frame ? PacketData(EchoReportPacket(frame->GetZKEncImage())) : "";
 }
 
 int ServiceHarness::WaitExit(int ms)
@@ -111,18 +96,26 @@ int ServiceHarness::WaitExit(int ms)
 
 std::string EchoPreset(const std::string& settings, const char* codec)
 {
-    const uint32_t codecCode = codec != nullptr ? FourCC(*reinterpret_cast<const char(*)[5]>(codec)) : kEchoCodec;
     return "<?xml version=\"1.0\"?>\n<Output>\n  <VideoCompressor Manufacture4cc=\"" +
-           std::to_string(kTestManufacturer) + "\" Codec4cc=\"" + std::to_string(codecCode) + "\">\n" + settings +
+           std::to_string(kTestManufacturer) + "\" Codec4cc=\"" +
+           std::to_string(FourCC(*reinterpret_cast<const char(*)[5]>(codec))) + "\">\n" + settings +
            "  </VideoCompressor>\n</Output>\n";
 }
 
-bool NothingLeftFor(const std::string& key)
+std::string FaultPreset(const std::string& fault)
 {
-    struct stat info;
-    const bool fileLeft = stat(key.c_str(), &info) == 0;
-    const bool lockLeft = stat(("/dev/shm/sem." + ZKMakePlatformSafeKey(key.c_str())).c_str(), &info) == 0;
-    return !fileLeft && !lockLeft;
+    return EchoPreset("<NonStandardSettings><Fault Type=\"eEnum\" Value=\"" + fault + "\"/></NonStandardSettings>",
+                      "faul");
+}
+
+ZKEncImage_t Description(const ZKEncImage_t& input)
+{
+    ZKEncImage_t description{};
+    description.image = input.image;
+    description.image.dataSize = 0;
+    for (auto& plane : description.image.planes)
+        plane = nullptr;
+    return description;
 }
 
 }  // namespace evctest

@@ -1,23 +1,21 @@
-// Drives a real evc-service child over a segment the test creates, at the
-// level of the shared record, so that tests can send what a careless client
-// would. Everything it makes (child, backing file, named lock) is gone when it
-// is destroyed, also when an assertion failed half way.
+// Drives a real evc-service child over a segment the test creates, at the level of the shared
+// record, so that tests can send what a careless client would. Everything it makes (child,
+// backing file, named lock) is gone when it is destroyed, also after a failed assertion.
 #pragma once
+
+#include "client/ServiceProcess.h"
+#include "common/Process.h"
+#include "common/Scratch.h"
+#include "evc/ZKImage.h"
+#include "ipc/CAExternalEncodeProxyMPI.h"
 
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "client/ServiceProcess.h"
-#include "evc/ZKImage.h"
-#include "ipc/CAExternalEncodeProxyMPI.h"
-
 namespace evctest {
 
-// build/bin/<name>, from the EVC_BUILD_DIR that CTest sets.
-std::string BuildPath(const std::string& relative);
-
-// A 4:2:0 picture whose bytes are a function of (x, y, plane, seed).
+// A 4:2:0 picture whose bytes are a function of (position, seed).
 struct TestImage {
     TestImage(int width, int height, uint64_t time, uint64_t timeScale, uint8_t seed = 0);
     std::vector<uint8_t> bytes;
@@ -26,7 +24,7 @@ struct TestImage {
 
 class ServiceHarness {
 public:
-    // Creates a segment of segmentBytes and starts program with the key.
+    // Creates a segment of segmentBytes and starts program with its key.
     explicit ServiceHarness(size_t segmentBytes = 8u << 20, const std::string& program = "bin/evc-service");
     ~ServiceHarness();
 
@@ -34,13 +32,15 @@ public:
     bool WaitResponse(int ms = 10000);
     // Sets the command, posts it and waits; the status, or ~0u without answer.
     uint32_t Send(int32_t command, int ms = 10000);
-    // Command 5 with build/ and Evc.app and the preset.
+    // Command 5 with build/, Evc.app and the preset.
     uint32_t SetOutput(const std::string& preset);
-    // Writes a frame element at offset in the payload; its length.
+    // Writes a frame element at offset in the payload; its length (0 when it does not fit).
     uint32_t WriteFrame(size_t offset, const ZKEncImage_t& record);
-    // The reply of command 3 decoded: the echo report text, or "" when none.
+    // Command 3 with the input and an output description after it.
+    uint32_t Compress(const TestImage& input, bool key, bool last);
+    // The reply of command 3: the echo report text, or "" when none.
     std::string ReplyReport();
-    // Waits for the child to end; its exit status, or -1 when it did not.
+    // Waits for the child to end; its exit status (128 + signal when killed), -1 when it did not.
     int WaitExit(int ms = 10000);
 
     CAExternalVideoProxySharedData& record() { return *m_channel->sharedData(); }
@@ -54,11 +54,12 @@ private:
     std::string m_key;
 };
 
-// A preset naming the echo compressor, with the given settings XML inside
-// "VideoCompressor".
-std::string EchoPreset(const std::string& settings = "", const char* codec = nullptr);
-
-// True when neither the backing file nor its named lock is left for key.
-bool NothingLeftFor(const std::string& key);
+// A preset naming the echo compressor (or the test compressor of that four-character code), with
+// the given settings XML inside "VideoCompressor".
+std::string EchoPreset(const std::string& settings = "", const char* codec = "echo");
+// A preset that makes the faulty compressor misbehave as fault says ("Operation:action").
+std::string FaultPreset(const std::string& fault);
+// An output description of the input's geometry without pixels.
+ZKEncImage_t Description(const ZKEncImage_t& input);
 
 }  // namespace evctest

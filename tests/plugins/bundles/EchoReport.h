@@ -2,6 +2,7 @@
 #pragma once
 
 #include <map>
+#include <sstream>
 #include <string>
 
 #include "evc/IPacket.h"
@@ -16,17 +17,10 @@ using TEchoReport = std::multimap<std::string, std::string>;
 inline TEchoReport ParseEchoReport(const std::string& text)
 {
     TEchoReport report;
-    size_t start = 0;
-    while (start < text.size()) {
-        size_t end = text.find('\n', start);
-        if (end == std::string::npos)
-            end = text.size();
-        const std::string line = text.substr(start, end - start);
-        const size_t equals = line.find('=');
-        if (equals != std::string::npos)
-            report.emplace(line.substr(0, equals), line.substr(equals + 1));
-        start = end + 1;
-    }
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);)
+        if (line.find('=') != std::string::npos)
+            report.emplace(line.substr(0, line.find('=')), line.substr(line.find('=') + 1));
     return report;
 }
 
@@ -39,19 +33,21 @@ inline std::string EchoValue(const TEchoReport& report, const std::string& name)
 
 inline std::string PacketData(const IPacket* packet)
 {
-    if (packet == nullptr || packet->getData() == nullptr)
-        return std::string();
-    return std::string(reinterpret_cast<const char*>(packet->getData()), packet->getDataSize());
+    return packet == nullptr || packet->getData() == nullptr
+               ? std::string()
+               : std::string(reinterpret_cast<const char*>(packet->getData()), packet->getDataSize());
 }
 
-// The report the echo compressor put into an output description; empty when
-// there is none.
-inline TEchoReport EchoReportOf(const ZKEncImage_t& output)
+// The report packet the echo compressor put into an output, or null.
+inline const IPacket* EchoReportPacket(const ZKEncImage_t& output)
 {
     const IPacketBundle* data = output.image.dataPackets;
-    if (data == nullptr || data->size() == 0 || data->get(0)->getType() != kEchoReportPacket)
-        return TEchoReport();
-    return ParseEchoReport(PacketData(data->get(0)));
+    return data != nullptr && data->size() > 0 && data->get(0)->getType() == kEchoReportPacket ? data->get(0) : nullptr;
+}
+
+inline TEchoReport EchoReportOf(const ZKEncImage_t& output)
+{
+    return ParseEchoReport(PacketData(EchoReportPacket(output)));
 }
 
 }  // namespace evctest

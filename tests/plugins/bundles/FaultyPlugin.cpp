@@ -67,19 +67,18 @@ bool MaybeFault(const char* operation)
     return action == "fail";
 }
 
-class TFaultSetting : public kit::TEnumSetting {
-public:
-    TFaultSetting() : TEnumSetting("Fault", "") {}
+struct TFaultSetting : kit::TEnum {
+    TFaultSetting(const char* name, const char* initial) : TEnum(name, initial) {}
     void SetValue(const char* value) override
     {
-        TEnumSetting::SetValue(value);
+        TEnum::SetValue(value);
         g_faultSetting = Text();
     }
 };
 
 class CFaultyCompressor : public IVideoCompressor {
 public:
-    CFaultyCompressor() { m_nonStandard.Add(new TFaultSetting); }
+    CFaultyCompressor() { m_nonStandard.Add<TFaultSetting>("Fault", ""); }
 
     void SetFileFormatHint(uint32_t) override { MaybeFault("SetFileFormatHint"); }
     void SetStreamModeHint(uint32_t) override { MaybeFault("SetStreamModeHint"); }

@@ -1,74 +1,57 @@
-// Building blocks of the test plug-ins: offers, packets (the public helpers)
-// and settings the plug-ins hand out as implementations of the public interfaces.
-// Compiled into each plug-in; nothing here comes from the host.
+// Building blocks of the test plug-ins: the offers a bundle makes, and settings that report their
+// value and how often they were set. Compiled into each plug-in from the public headers only.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "evc/ISetting.h"
-#include "evc/IPacket.h"
 #include "evc/PluginPackets.h"
 
 namespace kit {
 
+using evc::plugin::TPacket;
+
 // One compressor a bundle offers, as QVGetVideoCompressorInfo reports it.
 struct TOffer {
-    uint32_t manufacturer;
-    uint32_t codec;
+    uint32_t manufacturer, codec;
     uint64_t info;
 };
 
-// Writes the offer at index; false (and nothing written) when index is out of
-// range or an output is missing.
+// Writes the offer at index; nothing when index is out of range or an output is missing.
 template <size_t N>
-bool WriteOffer(const TOffer (&offers)[N], uint64_t index, uint32_t* manufacturer, uint32_t* codec, uint64_t* info)
+void WriteOffer(const TOffer (&offers)[N], uint64_t index, uint32_t* manufacturer, uint32_t* codec, uint64_t* info)
 {
     if (index >= N || manufacturer == nullptr || codec == nullptr || info == nullptr)
-        return false;
+        return;
     *manufacturer = offers[index].manufacturer;
     *codec = offers[index].codec;
     *info = offers[index].info;
-    return true;
 }
 
 // Whether a non-empty offer has exactly this pair.
 template <size_t N>
 bool IsOffered(const TOffer (&offers)[N], uint32_t manufacturer, uint32_t codec)
 {
-    for (const TOffer& offer : offers) {
+    for (const TOffer& offer : offers)
         if ((offer.manufacturer | offer.codec | offer.info) != 0 && offer.manufacturer == manufacturer &&
             offer.codec == codec)
             return true;
-    }
     return false;
 }
 
-using TBundle = evc::plugin::TBundle;
-
-// A packet of text bytes lasting one unit, with an optional descriptor.
-inline IPacket* MakePacket(uint32_t type, const std::string& data, uint64_t time = 0, uint64_t timeBase = 1,
-                           const std::string& descriptor = {})
-{
-    auto* packet =
-        new evc::plugin::TPacket(type, reinterpret_cast<const uint8_t*>(data.data()), data.size(), time, timeBase, 1);
-    packet->SetDescriptor(reinterpret_cast<const uint8_t*>(descriptor.data()), descriptor.size());
-    return packet;
-}
-
-// Each setting remembers its value as text and how often it was set, which
-// is what the echo compressor reports.
+// A setting that keeps its value as text and counts how often it was set.
 template <class Interface>
-class TSettingBase : public Interface {
+class TSetting : public Interface {
 public:
-    TSettingBase(const char* name, std::string initial) : m_name(name), m_text(std::move(initial)) {}
+    TSetting(const char* name, std::string initial) : m_name(name), m_text(std::move(initial)) {}
     const char* GetName() const override { return m_name.c_str(); }
     const std::string& Text() const { return m_text; }
-    int SetCount() const { return m_sets; }
+    std::string Report() const { return m_text + " sets=" + std::to_string(m_sets); }
 
 protected:
     void Store(std::string text)
@@ -78,58 +61,22 @@ protected:
     }
 
 private:
-    std::string m_name;
-    std::string m_text;
+    std::string m_name, m_text;
     int m_sets = 0;
 };
 
-// The report of one setting: "value sets=N".
-struct ISettingReport {
-    virtual ~ISettingReport() = default;
-    virtual std::string Report() const = 0;
-};
-
-template <class Interface>
-class TReportingSetting : public TSettingBase<Interface>, public ISettingReport {
-public:
-    using TSettingBase<Interface>::TSettingBase;
-    std::string Report() const override { return this->Text() + " sets=" + std::to_string(this->SetCount()); }
-};
-
-class TBoolSetting : public TReportingSetting<IBoolSetting> {
-public:
-    TBoolSetting(const char* name, bool initial) : TReportingSetting(name, initial ? "true" : "false") {}
+struct TBool : TSetting<IBoolSetting> {
+    TBool(const char* name, bool initial) : TSetting(name, initial ? "true" : "false") {}
     void SetValue(bool value) override { Store(value ? "true" : "false"); }
 };
-
-class TEnumSetting : public TReportingSetting<IEnumSetting> {
-public:
-    TEnumSetting(const char* name, const char* initial) : TReportingSetting(name, initial) {}
-    void SetValue(const char* value) override { Store(value != nullptr ? value : "(null)"); }
+struct TInt : TSetting<IIntSetting> {
+    TInt(const char* name, int32_t initial) : TSetting(name, std::to_string(initial)) {}
+    void SetValue(int32_t value) override { Store(std::to_string(value)); }
+    int32_t Value() const { return std::stoi(Text()); }
 };
-
-class TIntSetting : public TReportingSetting<IIntSetting> {
-public:
-    TIntSetting(const char* name, int32_t initial) : TReportingSetting(name, std::to_string(initial)), m_value(initial)
-    {
-    }
-    void SetValue(int32_t value) override
-    {
-        m_value = value;
-        Store(std::to_string(value));
-    }
-    int32_t Value() const { return m_value; }
-
-private:
-    int32_t m_value;
-};
-
-class TDoubleSetting : public TReportingSetting<IDoubleSetting> {
-public:
-    TDoubleSetting(const char* name, double initial) : TReportingSetting(name, Format(initial)) {}
+struct TDouble : TSetting<IDoubleSetting> {
+    TDouble(const char* name, double initial) : TSetting(name, Format(initial)) {}
     void SetValue(double value) override { Store(Format(value)); }
-
-private:
     static std::string Format(double value)
     {
         char text[32];
@@ -137,46 +84,38 @@ private:
         return text;
     }
 };
+struct TEnum : TSetting<IEnumSetting> {
+    TEnum(const char* name, const char* initial) : TSetting(name, initial) {}
+    void SetValue(const char* value) override { Store(value != nullptr ? value : "(null)"); }
+};
 
-// Owns its settings; each is kept as its ISetting face and its report face.
+// Owns its settings and reports them all: "setting.Name=value sets=N" lines.
 class TSettingArray : public ISettingArray {
 public:
-    TSettingArray() = default;
-    TSettingArray(const TSettingArray&) = delete;
-    TSettingArray& operator=(const TSettingArray&) = delete;
-    ~TSettingArray() override
+    template <class Setting, class Value>
+    Setting* Add(const char* name, Value initial)
     {
-        for (const Entry& entry : m_entries)
-            delete entry.report;
-    }
-
-    template <class Setting>
-    Setting* Add(Setting* setting)
-    {
-        m_entries.push_back({setting, setting});
+        auto* setting = new Setting(name, initial);
+        m_settings.emplace_back(setting);
+        m_reports.push_back([setting] { return setting->Report(); });
         return setting;
     }
-
-    int32_t GetCount() const override { return static_cast<int32_t>(m_entries.size()); }
+    int32_t GetCount() const override { return static_cast<int32_t>(m_settings.size()); }
     ISetting* GetSetting(int32_t index) const override
     {
-        return index >= 0 && index < GetCount() ? m_entries[static_cast<size_t>(index)].setting : nullptr;
+        return index >= 0 && index < GetCount() ? m_settings[size_t(index)].get() : nullptr;
     }
-    // "setting.Name=value sets=N\n" for every setting, in order.
     std::string Report() const
     {
         std::string text;
-        for (const Entry& entry : m_entries)
-            text += "setting." + std::string(entry.setting->GetName()) + "=" + entry.report->Report() + "\n";
+        for (size_t i = 0; i < m_settings.size(); ++i)
+            text += "setting." + std::string(m_settings[i]->GetName()) + "=" + m_reports[i]() + "\n";
         return text;
     }
 
 private:
-    struct Entry {
-        ISetting* setting;
-        ISettingReport* report;
-    };
-    std::vector<Entry> m_entries;
+    std::vector<std::unique_ptr<ISetting>> m_settings;
+    std::vector<std::function<std::string()>> m_reports;
 };
 
 }  // namespace kit

@@ -1,0 +1,289 @@
+// The real evc-service process: its command line and exit statuses, and whole conversations over
+// a segment the test creates, against the echo and faulty test plug-ins.
+#include "ServiceHarness.h"
+#include "plugins/bundles/EchoReport.h"
+#include "service/ZKConvertToScalar.h"
+#include "transport/ExternalVideoProxy.h"
+
+#include <climits>
+#include <csignal>
+
+using namespace evctest;
+
+namespace {
+
+class Service : public ScratchTest {
+protected:
+    void SetUp() override
+    {
+        ScratchTest::SetUp();
+        harness.reset(new ServiceHarness(1 << 20));
+        Watch(harness->key());
+        ASSERT_TRUE(harness->WaitResponse()) << harness->process().lastErrorLines();
+    }
+    void TearDown() override
+    {
+        // A service still serving leaves on the quit command, with status 0.
+        if (harness->process().alive()) {
+            harness->channel().SetCommand(CAExternalVideoProxySharedData::kQuit);
+            harness->channel().PostCommand();
+            EXPECT_EQ(harness->WaitExit(), 0) << harness->process().lastErrorLines();
+        }
+        harness.reset();
+        ScratchTest::TearDown();
+    }
+    CAExternalVideoProxySharedData& Record() { return harness->record(); }
+    TEchoReport Report() { return ParseEchoReport(harness->ReplyReport()); }
+
+    std::unique_ptr<ServiceHarness> harness;
+};
+
+TEST(ServiceProgram, CommandLineAndStartUpFailures)
+{
+    const std::string program = BuildPath("bin/evc-service");
+    const std::string usage = "USAGE: " + program + " clientShmKey clientProcessId clientApplicationName";
+    const std::string noSegment = "Error: TMessagePassingInterface failed to attach to shared memory segment, key: ";
+    const struct {
+        std::vector<std::string> arguments;
+        int status;
+        std::string errors;  // in standard error
+    } cases[] = {
+        {{}, 1, usage},
+        {{"a", "1"}, 1, usage},
+        {{"a", "1", "b", "c"}, 1, usage},
+        {{"/tmp/evc-no-such-segment", "1", "app"}, 2, noSegment + "/tmp/evc-no-such-segment"},
+        {{"", "", ""}, 2, noSegment},  // empty arguments still count
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.arguments.size());
+        evc::ServiceProcess process(program, c.arguments);
+        ASSERT_TRUE(process.waitForExit(20000));
+        EXPECT_EQ(process.exitStatus(), c.status);
+        EXPECT_NE(process.lastErrorLines().find(c.errors), std::string::npos) << process.lastErrorLines();
+    }
+}
+
+TEST(ServiceProgram, ASilentClientEndsTheLoopWithStatusZero)
+{
+    std::string key;
+    {
+        ServiceHarness harness(1 << 20, "bin/evc-service-short-timeout");
+        key = harness.key();
+        ASSERT_TRUE(harness.WaitResponse());
+        EXPECT_EQ(harness.WaitExit(10000), 0);
+        EXPECT_EQ(harness.process().lastErrorLines(),
+                  "serviceLoop ExternalVideoCompressorService.mpi.readClient exception:\n"
+                  "serviceLoop ExternalVideoCompressorService timed out: ");
+    }
+    EXPECT_FALSE(Exists(key) || LockExists(key));
+}
+
+TEST(ServiceProgram, ScalarsReadLikeAFormattedStreamExtraction)
+{
+    const std::pair<const char*, long long> cases[] = {{" 42", 42},
+                                                       {"+42", 42},
+                                                       {"42xyz", 42},
+                                                       {"-7", -7},
+                                                       {"\t\n9", 9},
+                                                       {"0x2A", 0},
+                                                       {"abc", 0},
+                                                       {"", 0},
+                                                       {"99999999999999999999", 0},
+                                                       {"9223372036854775807", LLONG_MAX},
+                                                       {"-9223372036854775808", LLONG_MIN}};
+    for (const auto& [text, value] : cases)
+        EXPECT_EQ(ZKConvertToScalar<long long>(text), value) << '"' << text << '"';
+}
+
+TEST_F(Service, CommandsBeforeACompressorAndBadPresets)
+{
+    for (int command : {1, 2, 3, 4, 6, 7, 8})
+        EXPECT_EQ(harness->Send(command), kZKErrNoCompressor) << "command " << command;
+    EXPECT_EQ(harness->SetOutput(EchoPreset("", "none")), kZKErrNoCompressor) << "codes nobody offers";
+    for (const char* preset : {"", "<Input/>", "not xml at all", "<?xml version=\"1.0\"?><output/>"})
+        EXPECT_EQ(harness->SetOutput(preset), kZKErrBadPreset) << preset;
+    EXPECT_EQ(harness->Send(2), kZKErrNoCompressor);
+}
+
+TEST_F(Service, PresetHintsAndFramesReachTheCompressorIntact)
+{
+    ASSERT_EQ(harness->SetOutput(EchoPreset("<StandardSettings><Bitrate Type=\"eInt\" Value=\"1234\"/>"
+                                            "<TwoPass Type=\"eBool\" Value=\"true\"/></StandardSettings>"
+                                            "<NonStandardSettings><Twin Type=\"eInt\" Value=\"3\"/>"
+                                            "<Twin Type=\"eInt\" Value=\"9\"/></NonStandardSettings>")),
+              0u);
+    const std::pair<int, uint32_t CAExternalVideoProxySharedData::*> hints[] = {
+        {6, &CAExternalVideoProxySharedData::m_inputColorFormat},
+        {7, &CAExternalVideoProxySharedData::m_fileFormatHint},
+        {8, &CAExternalVideoProxySharedData::m_streamModeHint}};
+    for (const auto& [command, field] : hints) {
+        Record().*field = 0xAB00u + command;
+        EXPECT_EQ(harness->Send(command), 0u);
+    }
+    // Command 1 without a sample, then with one.
+    Record().m_payloadSize0 = 0;
+    EXPECT_EQ(harness->Send(1), 0u);
+    TestImage sample(32, 16, 0, 25);
+    Record().m_payloadSize0 = static_cast<int32_t>(harness->WriteFrame(0, sample.record));
+    Record().m_beginFlag = 1;
+    EXPECT_EQ(harness->Send(1), 0u);
+
+    TestImage image(32, 16, 1001, 30000, 5);
+    ASSERT_EQ(harness->Compress(image, false, true), 0u);
+    const TEchoReport report = Report();
+    const std::pair<const char*, std::string> expected[] = {
+        {"setting.Bitrate", "1234 sets=1"},
+        {"setting.TwoPass", "false sets=1"},  // only "True" is true
+        {"keyFrame", "0"},
+        {"lastFrame", "1"},
+        {"input.width", "32"},
+        {"input.time", "1001"},
+        {"input.timeScale", "30000"},
+        {"input.dataSize", std::to_string(image.bytes.size())},
+        {"inputColorFormat", std::to_string(0xAB06)},
+        {"fileFormatHint", std::to_string(0xAB07)},
+        {"streamModeHint", std::to_string(0xAB08)},
+        {"begins", "2"},
+    };
+    for (const auto& [name, value] : expected)
+        EXPECT_EQ(EchoValue(report, name), value) << name;
+    const auto twins = report.equal_range("setting.Twin");  // both get each value; the later wins
+    ASSERT_EQ(std::distance(twins.first, twins.second), 2);
+    EXPECT_EQ(twins.first->second, "9 sets=2");
+
+    // The pixels the compressor saw are the ones sent; the Begin record travels in the descriptors.
+    ExternalVideoProxy proxy;
+    proxy.Begin(harness->channel().payload(), static_cast<uint32_t>(Record().m_payloadSize0));
+    TZKImageFramePtr reply = proxy.DeSerializeFrame(static_cast<uint32_t>(Record().m_payloadSize0));
+    ASSERT_TRUE(reply);
+    const ZKEncImage_t out = reply->GetZKEncImage();
+    ASSERT_GE(out.image.dataPackets->size(), 2u);
+    EXPECT_EQ(PacketData(out.image.dataPackets->get(1)), std::string(image.bytes.begin(), image.bytes.end()));
+    const TEchoReport begin = ParseEchoReport(PacketData(out.descriptors->get(0)));
+    EXPECT_EQ(EchoValue(begin, "begin.flag"), "1");
+    EXPECT_EQ(EchoValue(begin, "begin.sample.width"), "32");
+
+    Record().m_isLastPassEncodingReady = 0;
+    EXPECT_EQ(harness->Send(4), 0u);
+    EXPECT_EQ(Record().m_isLastPassEncodingReady, 1);
+    EXPECT_EQ(harness->Send(2), 0u);
+}
+
+TEST_F(Service, CompressOperandShapesAndReplySizes)
+{
+    ASSERT_EQ(harness->SetOutput(EchoPreset("<NonStandardSettings><ReplyPadding Type=\"eInt\" Value=\"0\"/>"
+                                            "</NonStandardSettings>")),
+              0u);
+    TestImage image(8, 8, 1, 25);
+    ZKEncImage_t description = Description(image.record);
+    description.streamValue = 0x1122334455667788ull;
+    const uint32_t inSize = harness->WriteFrame(0, image.record);
+    const struct {
+        const char* what;
+        bool input, output;
+    } cases[] = {
+        {"neither", false, false}, {"input only: nothing to reply into", true, false}, {"output only", false, true}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        harness->WriteFrame(0, image.record);
+        const uint32_t outSize = harness->WriteFrame(c.input ? inSize : 0, description);
+        Record().m_payloadSize0 = c.input ? int32_t(inSize) : 0;
+        Record().m_payloadSize1 = c.output ? int32_t(outSize) : 0;
+        EXPECT_EQ(harness->Send(3), 0u);
+        EXPECT_EQ(Record().m_payloadSize0 != 0, c.output);
+        if (c.output) {
+            EXPECT_EQ(EchoValue(Report(), "input"), "null");
+            EXPECT_EQ(EchoValue(Report(), "output.streamValue"), std::to_string(description.streamValue));
+        }
+    }
+    // A reply larger than the area answers with its full size; a compressor's own failure wins.
+    const auto settings = [&](int status) {
+        return EchoPreset("<NonStandardSettings><ReplyPadding Type=\"eInt\" Value=\"2000000\"/><ReturnStatus "
+                          "Type=\"eInt\" Value=\"" +
+                          std::to_string(int32_t(status)) + "\"/></NonStandardSettings>");
+    };
+    for (const uint32_t status : {0u, kZKErrGeneral}) {
+        ASSERT_EQ(harness->SetOutput(settings(status)), 0u);
+        EXPECT_EQ(harness->Compress(image, false, false), status ? status : kZKErrFrameTooLarge);
+        EXPECT_GT(Record().m_payloadSize0, 2000000);
+    }
+    Record().m_payloadSize0 = 0;
+    EXPECT_EQ(harness->Send(1), kZKErrGeneral) << "Begin passes the status through too";
+}
+
+TEST_F(Service, MalformedRequestsGetBadArgumentAndTheServiceKeepsServing)
+{
+    ASSERT_EQ(harness->SetOutput(EchoPreset()), 0u);
+    TestImage image(16, 16, 0, 25);
+    const int32_t capacity = static_cast<int32_t>(harness->channel().payloadCapacity());
+    const int32_t half = int32_t(harness->WriteFrame(0, image.record) / 2);
+    const struct {
+        const char* what;
+        int command;
+        int32_t sizes[3];
+        bool zeros;  // 64 zero bytes first
+    } cases[] = {
+        {"not an image element", 3, {64, 0, 0}, true},
+        {"a Begin sample that is not one", 1, {64, 0, 0}, true},
+        {"past the payload area", 3, {capacity + 1, 0, 0}, false},
+        {"past it in sum", 3, {capacity, capacity, 0}, false},
+        {"a huge Begin sample", 1, {0x7fffffff, 0, 0}, false},
+        {"huge preset strings", 5, {0x7fffffff, 0x7fffffff, 0x7fffffff}, false},
+        {"a frame cut in half", 3, {half, 0, 0}, false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        if (c.zeros)
+            std::fill(harness->channel().payload(), harness->channel().payload() + 64, 0);
+        Record().m_payloadSize0 = c.sizes[0];
+        Record().m_payloadSize1 = c.sizes[1];
+        Record().m_payloadSize2 = c.sizes[2];
+        EXPECT_EQ(harness->Send(c.command), kZKErrBadArgument);
+    }
+    EXPECT_EQ(harness->Compress(image, true, false), 0u);
+    EXPECT_NE(harness->ReplyReport(), "");
+}
+
+TEST_F(Service, WaysTheServiceEnds)
+{
+    struct Case {
+        const char* what;
+        std::function<void(ServiceHarness&)> act;
+        int status;
+        std::string lastWords;  // the start of standard error
+    };
+    const auto post = [](ServiceHarness& h, int command) {
+        h.channel().SetCommand(static_cast<CAExternalVideoProxySharedData::TCommand>(command));
+        h.channel().PostCommand();
+    };
+    const Case cases[] = {
+        {"quit first", [&](ServiceHarness& h) { post(h, 9); }, 0, ""},
+        {"unsupported command", [&](ServiceHarness& h) { post(h, 10); }, 2, "Error: unsupported request: 10"},
+        {"negative preset length",
+         [&](ServiceHarness& h) {
+             h.record().m_payloadSize0 = -1;
+             post(h, 5);
+         },
+         2, "Error: "},
+        {"crashing compressor",
+         [&](ServiceHarness& h) {
+             ASSERT_EQ(h.SetOutput(FaultPreset("CompressFrame:segv")), 0u);
+             EXPECT_EQ(h.Compress(TestImage(8, 8, 0, 25), false, false), ~0u);
+         },
+         128 + SIGSEGV, ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        if (!harness->process().alive()) {
+            harness.reset(new ServiceHarness(1 << 20));
+            Watch(harness->key());
+            ASSERT_TRUE(harness->WaitResponse());
+        }
+        c.act(*harness);
+        EXPECT_EQ(harness->WaitExit(), c.status);
+        EXPECT_EQ(harness->process().lastErrorLines().rfind(c.lastWords, 0), 0u) << harness->process().lastErrorLines();
+        EXPECT_FALSE(harness->channel().TimedWaitForResponse(0)) << "no response";
+    }
+}
+
+}  // namespace
