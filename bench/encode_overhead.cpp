@@ -1,15 +1,15 @@
-// What running the codec in a process of its own costs: the same frames and
-// the same x264 settings encoded by the H.264 plug-in loaded into this
-// process, and through evc-service with the client library, side by side in
-// one run. The pure transport cost is measured with the echo test plug-in,
+// What running a codec in a process of its own costs: for each codec (H.264,
+// HEVC, VP9, AV1) the same frames and settings encoded by its plug-in loaded
+// into this process, and through evc-service with the client library, side
+// by side in one run. The pure transport cost is measured with the echo test plug-in,
 // next to an empty command round trip and a plain copy of the frame.
 //
 // Runs are interleaved (in-process first in even rounds, the service first
 // in odd ones) and the best of each side is compared, so a machine that other
 // work slows down hurts both sides alike.
 //
-// Usage: encode_overhead [--rounds=N] (default 3) [--transport-only]. The build dir comes from
-// EVC_BUILD_DIR, else the parent of the folder this program runs from.
+// Usage: encode_overhead [--rounds=N] (default 3) [--codec=h264|hevc|vp9|av1] [--transport-only].
+// The build dir comes from EVC_BUILD_DIR, else the parent of the folder this program runs from.
 
 #include <linux/limits.h>
 #include <unistd.h>
@@ -31,7 +31,10 @@
 #include <vector>
 
 #include "evc/Client.h"
+#include "evc/Av1Codec.h"
 #include "evc/H264Codec.h"
+#include "evc/HevcCodec.h"
+#include "evc/Vp9Codec.h"
 #include "media/ZKImageLayout.h"
 #include "plugins/CPluginCollection.h"
 #include "service/PresetReader.h"
@@ -107,27 +110,48 @@ std::string BuildDir()
     return slash == std::string::npos ? "." : bin.substr(0, slash);
 }
 
-// The one preset both sides use: x264 "medium" in quality mode at CRF 23 with
-// a fixed thread count, so neither side gets more cores than the other.
-std::string H264Preset()
+// The settings both sides use for a codec: quality mode at a middle speed
+// with a fixed thread count, so neither side gets more cores than the other.
+struct TCodec {
+    const char* name;
+    uint32_t code;
+    std::string settings;  // the NonStandardSettings children
+    int frames;            // at 1920x1080; slower codecs get fewer
+};
+
+std::vector<TCodec> Codecs()
+{
+    const std::string threads = "<Threads Type=\"eInt\" Value=\"" + std::to_string(kThreads) + "\"/>";
+    return {
+        {"h264", evc::h264::kCodec,
+         "<Preset Type=\"eEnum\" Value=\"medium\"/><Tune Type=\"eEnum\" Value=\"none\"/>"
+         "<Profile Type=\"eEnum\" Value=\"high\"/><CRF Type=\"eDouble\" Value=\"23\"/>" +
+             threads + "<FrameRate Type=\"eDouble\" Value=\"30\"/>",
+         60},
+        {"hevc", evc::hevc::kCodec,
+         "<Preset Type=\"eEnum\" Value=\"veryfast\"/><CRF Type=\"eDouble\" Value=\"28\"/>" + threads +
+             "<FrameRate Type=\"eDouble\" Value=\"30\"/>",
+         30},
+        {"vp9", evc::vp9::kCodec, "<CRF Type=\"eInt\" Value=\"32\"/><Speed Type=\"eInt\" Value=\"6\"/>" + threads, 30},
+        {"av1", evc::av1::kCodec,
+         "<CRF Type=\"eInt\" Value=\"35\"/><Preset Type=\"eInt\" Value=\"10\"/>" + threads +
+             "<FrameRate Type=\"eDouble\" Value=\"30\"/>",
+         30},
+    };
+}
+
+std::string Preset(const TCodec& codec)
 {
     return "<?xml version=\"1.0\"?>\n<Output>\n  <VideoCompressor Manufacture4cc=\"" +
-           std::to_string(evc::h264::kManufacturer) + "\" Codec4cc=\"" + std::to_string(evc::h264::kCodec) +
+           std::to_string(evc::kManufacturer) + "\" Codec4cc=\"" + std::to_string(codec.code) +
            "\">\n"
            "    <StandardSettings>\n"
            "      <Bitrate Type=\"eInt\" Value=\"0\"/>\n"
            "      <KeyFrameInterval Type=\"eInt\" Value=\"250\"/>\n"
            "    </StandardSettings>\n"
-           "    <NonStandardSettings>\n"
-           "      <Preset Type=\"eEnum\" Value=\"medium\"/>\n"
-           "      <Tune Type=\"eEnum\" Value=\"none\"/>\n"
-           "      <Profile Type=\"eEnum\" Value=\"high\"/>\n"
-           "      <CRF Type=\"eDouble\" Value=\"23\"/>\n"
-           "      <Threads Type=\"eInt\" Value=\"" +
-           std::to_string(kThreads) +
-           "\"/>\n"
-           "      <FrameRate Type=\"eDouble\" Value=\"30\"/>\n"
-           "    </NonStandardSettings>\n"
+           "    <NonStandardSettings>" +
+           codec.settings +
+           "</NonStandardSettings>\n"
            "  </VideoCompressor>\n</Output>\n";
 }
 
@@ -258,7 +282,7 @@ public:
         collection.LoadVideoPlugin(manufacturer, codec);
         m_compressor.reset(collection.CreateVideoCompressor(manufacturer, codec));
         if (!m_compressor)
-            throw std::runtime_error("no H.264 compressor in the plug-ins folder (is plugin_h264 built?)");
+            throw std::runtime_error("no compressor for the preset in the plug-ins folder (are the codecs built?)");
         if (!DeSerializeVideoCodecSettings(preset, m_compressor.get()))
             throw std::runtime_error("the preset's settings were not applied");
     }
@@ -348,6 +372,7 @@ private:
 
 // Keeps the clip's shape, not the clip: the pictures are freed once measured.
 struct TSizeResult {
+    const char* codec = "";
     uint32_t width = 0;
     uint32_t height = 0;
     int frames = 0;
@@ -359,12 +384,14 @@ struct TSizeResult {
     TStreamSum sum;
 };
 
-TSizeResult CompareSize(const TClip& clip, CPluginCollection& collection, const std::string& buildDir, int rounds)
+TSizeResult CompareSize(const TClip& clip, const TCodec& codec, CPluginCollection& collection,
+                        const std::string& buildDir, int rounds)
 {
-    const std::string preset = H264Preset();
+    const std::string preset = Preset(codec);
     TInProcess inProcess(collection, preset);
     TThroughService service(buildDir, preset, clip.frameBytes());
     TSizeResult result;
+    result.codec = codec.name;
     result.width = clip.width();
     result.height = clip.height();
     result.frames = clip.count();
@@ -377,9 +404,9 @@ TSizeResult CompareSize(const TClip& clip, CPluginCollection& collection, const 
         else if (!(run.sum == result.sum))
             result.sameStream = false;
         first = false;
-        std::printf("  %ux%u round %d %-10s %7.2f fps %8.2f CPU ms/frame (%5.2f of it the client's)  %llu bytes in "
+        std::printf("  %s %ux%u round %d %-10s %7.2f fps %8.2f CPU ms/frame (%5.2f of it the client's)  %llu bytes in "
                     "%llu packets\n",
-                    clip.width(), clip.height(), round, side, clip.count() / run.seconds,
+                    codec.name, clip.width(), clip.height(), round, side, clip.count() / run.seconds,
                     run.cpuSeconds * 1000.0 / clip.count(), run.clientCpuSeconds * 1000.0 / clip.count(),
                     static_cast<unsigned long long>(run.sum.bytes), static_cast<unsigned long long>(run.sum.packets));
         std::fflush(stdout);
@@ -507,6 +534,7 @@ private:
 struct TOptions {
     int rounds = 3;
     bool transportOnly = false;
+    std::string codec;  // empty: every codec
 };
 
 TOptions ReadOptions(int argc, char** argv)
@@ -517,6 +545,8 @@ TOptions ReadOptions(int argc, char** argv)
             options.rounds = std::max(1, std::atoi(argv[i] + 9));
         else if (std::strcmp(argv[i], "--transport-only") == 0)
             options.transportOnly = true;
+        else if (std::strncmp(argv[i], "--codec=", 8) == 0)
+            options.codec = argv[i] + 8;
     }
     return options;
 }
@@ -546,26 +576,33 @@ int main(int argc, char** argv)
             PrintTransport(MeasureTransport(large, buildDir));
             return 0;
         }
-        std::printf("encode_overhead: x264 medium, CRF 23, %d threads; build %s; best of %d rounds; load average %s\n",
+        std::printf("encode_overhead: quality mode, middle speeds, %d threads; build %s; best of %d rounds; load "
+                    "average %s\n",
                     kThreads, buildDir.c_str(), options.rounds, LoadAverage().c_str());
         TLoadedPlugins plugins(buildDir);
         CPluginCollection& collection = plugins.collection();
 
         std::vector<TSizeResult> results;
-        const TClip small(640, 360, 120);
-        results.push_back(CompareSize(small, collection, buildDir, options.rounds));
+        const std::vector<TCodec> codecs = Codecs();
+        if (options.codec.empty() || options.codec == "h264") {
+            const TClip small(640, 360, 120);
+            results.push_back(CompareSize(small, codecs.front(), collection, buildDir, options.rounds));
+        }
         TTransport transport;
-        {
-            const TClip large(1920, 1080, 60);
-            results.push_back(CompareSize(large, collection, buildDir, options.rounds));
-            transport = MeasureTransport(large, buildDir);
+        for (const TCodec& codec : codecs) {
+            if (!options.codec.empty() && options.codec != codec.name)
+                continue;
+            const TClip large(1920, 1080, codec.frames);
+            results.push_back(CompareSize(large, codec, collection, buildDir, options.rounds));
+            if (transport.requestBytes == 0)  // once, with the first large clip
+                transport = MeasureTransport(large, buildDir);
         }
 
-        std::printf("\n%-10s %7s %14s %11s %7s %15s %13s %13s %9s  %s\n", "size", "frames", "in-process fps",
-                    "service fps", "ratio", "extra ms/frame", "CPU ms/frame", "CPU ms/frame", "CPU ratio",
-                    "same stream");
-        std::printf("%-10s %7s %14s %11s %7s %15s %13s %13s %9s\n", "", "", "", "", "", "", "in-process", "service",
-                    "");
+        std::printf("\n%-5s %-10s %7s %14s %11s %7s %15s %13s %13s %9s  %s\n", "codec", "size", "frames",
+                    "in-process fps", "service fps", "ratio", "extra ms/frame", "CPU ms/frame", "CPU ms/frame",
+                    "CPU ratio", "same stream");
+        std::printf("%-5s %-10s %7s %14s %11s %7s %15s %13s %13s %9s\n", "", "", "", "", "", "", "", "in-process",
+                    "service", "");
         for (const TSizeResult& r : results) {
             const double frames = r.frames;
             const double inFps = frames / r.inProcessSeconds;
@@ -573,8 +610,8 @@ int main(int argc, char** argv)
             char size[32];
             std::snprintf(size, sizeof size, "%ux%u", r.width, r.height);
             const double extraMs = (r.serviceSeconds - r.inProcessSeconds) * 1000.0 / frames;
-            std::printf("%-10s %7d %14.2f %11.2f %7.3f %15.2f %13.2f %13.2f %9.3f  %s\n", size, r.frames, inFps,
-                        serviceFps, serviceFps / inFps, extraMs, r.inProcessCpu * 1000.0 / frames,
+            std::printf("%-5s %-10s %7d %14.2f %11.2f %7.3f %15.2f %13.2f %13.2f %9.3f  %s\n", r.codec, size, r.frames,
+                        inFps, serviceFps, serviceFps / inFps, extraMs, r.inProcessCpu * 1000.0 / frames,
                         r.serviceCpu * 1000.0 / frames, r.inProcessCpu / r.serviceCpu, r.sameStream ? "yes" : "NO");
         }
         PrintTransport(transport);
