@@ -1,7 +1,11 @@
+// Parses evc-encode's arguments; everything that cannot be used is a
+// UsageError (status 2), checked before any file is touched.
 #include "tools/EncodeOptions.h"
 
 #include <unistd.h>
 
+#include <cerrno>
+#include <cmath>
 #include <cstdlib>
 
 namespace evc {
@@ -9,72 +13,193 @@ namespace tools {
 
 namespace {
 
-constexpr char kDefaultPreset[] = "h264-quality.xml";
-
 bool Readable(const std::string& path)
 {
     return access(path.c_str(), R_OK) == 0;
+}
+
+bool EndsWith(const std::string& text, const std::string& suffix)
+{
+    return text.size() >= suffix.size() && text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
+}
+
+double ParseNumber(const std::string& name, const std::string& text, double low, double high)
+{
+    char* end = nullptr;
+    errno = 0;
+    const double value = std::strtod(text.c_str(), &end);
+    if (text.empty() || *end != '\0' || errno != 0 || !(value >= low && value <= high))
+        throw UsageError(name + " takes a number from " + std::to_string(int64_t(low)) + " to " +
+                         std::to_string(int64_t(high)) + ", not \"" + text + "\"");
+    return value;
+}
+
+int32_t ParseWhole(const std::string& name, const std::string& text, int32_t low, int32_t high)
+{
+    const double value = ParseNumber(name, text, low, high);
+    if (value != std::floor(value))
+        throw UsageError(name + " takes a whole number, not \"" + text + "\"");
+    return static_cast<int32_t>(value);
 }
 
 }  // namespace
 
 const char* EncodeUsage()
 {
-    return "usage: evc-encode [options] INPUT.y4m -o OUTPUT\n"
+    return "usage: evc-encode [options] INPUT -o OUTPUT\n"
            "       evc-encode [options] --test-pattern WxH@FPS:SECONDS -o OUTPUT\n"
+           "       evc-encode --list-codecs | --version | --help\n"
            "\n"
-           "  INPUT.y4m               8-bit 4:2:0 YUV4MPEG2 video; - reads standard input\n"
-           "  -o, --output FILE       .h264 (Annex-B stream) or .evcseg (intermediate segment file)\n"
-           "  --preset FILE.xml       compressor and settings (default: presets/h264-quality.xml)\n"
-           "  --test-pattern PATTERN  encode a moving test pattern instead of a file, e.g. 640x360@25:4\n"
+           "Input and output\n"
+           "  INPUT                   any video file or pipe ffmpeg reads (.mp4 .mkv .mov .webm .y4m ...); - is stdin\n"
+           "  --test-pattern PATTERN  a moving test pattern instead of a file, e.g. 640x360@25:4\n"
+           "  -o, --output FILE       .mkv .webm .mp4 .mov (containers), .h264/.264 (raw stream), .evcseg\n"
+           "                          (intermediate segment file); - is stdout and needs -f\n"
+           "  -f FORMAT               mkv, webm, mp4, mov, h264 or evcseg, whatever the extension\n"
+           "  -y, --overwrite         replace an existing output (without it an existing file is kept)\n"
+           "  --no-audio              leave the input's audio out (by default it is copied unchanged)\n"
+           "  --frames N              encode at most N pictures\n"
+           "  --seek N                skip the first N pictures\n"
+           "  --ss TIME               start at TIME in the input (seconds or [[H:]M:]S[.frac])\n"
+           "\n"
+           "Encoder\n"
+           "  --codec NAME            h264 (default), hevc, vp9 or av1: the plug-in and its quality preset\n"
+           "  --preset-file FILE.xml  the compressor and its settings (default: presets/CODEC-quality.xml);\n"
+           "                          the options below override the file's settings\n"
+           "  --crf N                 constant quality (lower is better; 18 is visually lossless)\n"
+           "  --bitrate KBITS         target bit rate in kbit/s instead of constant quality\n"
+           "  --preset NAME           speed preset: ultrafast ... veryslow (a FILE.xml means --preset-file)\n"
+           "  --tune NAME             e.g. film, animation, grain, zerolatency\n"
+           "  --profile NAME          e.g. baseline, main, high\n"
+           "  --keyint N              at most N pictures between key frames\n"
+           "  --threads N             encoder threads (0: automatic)\n"
+           "  --list-codecs           the installed plug-ins, their codes and settings\n"
+           "\n"
+           "Service\n"
+           "  --max-restarts N        restarts of a crashed service before giving up (0: fail at once)\n"
+           "  --timeout SECONDS       longest wait for one command of the service\n"
+           "\n"
            "  -q, --quiet             no progress and no summary\n"
-           "  -h, --help              this text\n";
+           "  -v, --verbose           say what is chosen and converted\n"
+           "  --version               the version\n"
+           "  -h, --help              this text\n"
+           "\n"
+           "Exit status: 0 done, 1 failed (one line on stderr, no output file), 2 bad command line,\n"
+           "130 interrupted (a first Ctrl-C finishes a playable file of the pictures done).\n";
+}
+
+double ParseTime(const std::string& text)
+{
+    double seconds = 0;
+    size_t start = 0;
+    int parts = 0;
+    while (true) {
+        const size_t colon = text.find(':', start);
+        const std::string part = text.substr(start, colon == std::string::npos ? std::string::npos : colon - start);
+        const bool last = colon == std::string::npos;
+        if (part.empty() || part.find_first_not_of(last ? "0123456789." : "0123456789") != std::string::npos ||
+            ++parts > 3)
+            throw UsageError("--ss takes seconds or [[H:]M:]S, not \"" + text + "\"");
+        seconds = seconds * 60 + std::strtod(part.c_str(), nullptr);
+        if (last)
+            break;
+        start = colon + 1;
+    }
+    if (!std::isfinite(seconds) || seconds > 1e7)
+        throw UsageError("--ss takes seconds or [[H:]M:]S, not \"" + text + "\"");
+    return seconds;
 }
 
 EncodeOptions ParseEncodeOptions(const std::vector<std::string>& arguments)
 {
-    EncodeOptions options;
+    EncodeOptions o;
     bool optionsEnded = false;
+    bool haveOutput = false;
     for (size_t i = 0; i < arguments.size(); ++i) {
-        const std::string& argument = arguments[i];
-        auto value = [&](const std::string& name) -> std::string {
+        const std::string& a = arguments[i];
+        auto value = [&]() -> std::string {
             if (i + 1 >= arguments.size())
-                throw UsageError(name + " needs a value");
+                throw UsageError(a + " needs a value");
             return arguments[++i];
         };
-        if (optionsEnded || argument == "-" || argument.empty() || argument[0] != '-') {
-            if (!options.input.empty())
-                throw UsageError("more than one input: " + options.input + " and " + argument);
-            options.input = argument;
-        } else if (argument == "--") {
+        if (optionsEnded || a == "-" || a.empty() || a[0] != '-') {
+            if (!o.input.empty())
+                throw UsageError("more than one input: " + o.input + " and " + a);
+            o.input = a;
+        } else if (a == "--") {
             optionsEnded = true;
-        } else if (argument == "-o" || argument == "--output") {
-            options.output = value(argument);
-        } else if (argument == "--preset") {
-            options.preset = value(argument);
-        } else if (argument == "--test-pattern") {
-            options.testPattern = value(argument);
-        } else if (argument == "-q" || argument == "--quiet") {
-            options.quiet = true;
-        } else if (argument == "-h" || argument == "--help") {
-            options.help = true;
+        } else if (a == "-o" || a == "--output") {
+            o.output = value();
+            haveOutput = true;
+        } else if (a == "-f" || a == "--format") {
+            o.format = value();
+        } else if (a == "--codec") {
+            o.codec = value();
+        } else if (a == "--preset-file") {
+            o.presetFile = value();
+        } else if (a == "--preset") {
+            // Today's presets are files; an x264 speed name is not.
+            const std::string v = value();
+            (EndsWith(v, ".xml") ? o.presetFile : o.preset) = v;
+        } else if (a == "--crf") {
+            o.crf = ParseNumber(a, value(), 0, 63);
+        } else if (a == "--bitrate") {
+            o.bitrate = ParseWhole(a, value(), 1, 2000000);
+        } else if (a == "--tune") {
+            o.tune = value();
+        } else if (a == "--profile") {
+            o.profile = value();
+        } else if (a == "--keyint") {
+            o.keyint = ParseWhole(a, value(), 1, 100000);
+        } else if (a == "--threads") {
+            o.threads = ParseWhole(a, value(), 0, 128);
+        } else if (a == "--frames") {
+            o.frames = static_cast<uint64_t>(ParseWhole(a, value(), 1, INT32_MAX));
+        } else if (a == "--seek") {
+            o.seekFrames = static_cast<uint64_t>(ParseWhole(a, value(), 0, INT32_MAX));
+        } else if (a == "--ss") {
+            o.seekSeconds = ParseTime(value());
+        } else if (a == "--max-restarts") {
+            o.maxRestarts = ParseWhole(a, value(), 0, 100);
+        } else if (a == "--timeout") {
+            o.timeoutSeconds = ParseNumber(a, value(), 1, 86400);
+        } else if (a == "--test-pattern") {
+            o.testPattern = value();
+        } else if (a == "-y" || a == "--overwrite") {
+            o.overwrite = true;
+        } else if (a == "--no-audio") {
+            o.noAudio = true;
+        } else if (a == "-q" || a == "--quiet") {
+            o.quiet = true;
+        } else if (a == "-v" || a == "--verbose") {
+            o.verbose = true;
+        } else if (a == "-h" || a == "--help") {
+            o.help = true;
+        } else if (a == "--version") {
+            o.version = true;
+        } else if (a == "--list-codecs") {
+            o.listCodecs = true;
         } else {
-            throw UsageError("unknown option " + argument);
+            throw UsageError("unknown option " + a);
         }
     }
-    if (options.help)
-        return options;
-    if (options.input.empty() == options.testPattern.empty())
-        throw UsageError(options.input.empty() ? "no input (give INPUT.y4m, - or --test-pattern)"
-                                               : "give either an input or --test-pattern, not both");
-    if (options.output.empty())
-        throw UsageError("no output (-o OUTPUT.h264 or -o OUTPUT.evcseg)");
-    return options;
+    if (o.help || o.version || o.listCodecs)
+        return o;
+    if (o.input.empty() == o.testPattern.empty())
+        throw UsageError(o.input.empty() ? "no input (give INPUT, - or --test-pattern)"
+                                         : "give either an input or --test-pattern, not both");
+    if (!haveOutput || o.output.empty())
+        throw UsageError("no output (-o OUTPUT.mkv, .mp4, .h264, ...)");
+    if (o.output == "-" && o.format.empty())
+        throw UsageError("-o - writes to standard output and needs -f FORMAT");
+    if (o.crf && o.bitrate)
+        throw UsageError("give either --crf or --bitrate, not both");
+    return o;
 }
 
-std::string ResolvePresetPath(const std::string& preset, const std::string& programFolder)
+std::string ResolvePresetPath(const std::string& preset, const std::string& codec, const std::string& programFolder)
 {
-    const std::string name = preset.empty() ? kDefaultPreset : preset;
+    const std::string name = preset.empty() ? (codec.empty() ? "h264" : codec) + "-quality.xml" : preset;
     if (!preset.empty() && (Readable(preset) || preset.find('/') != std::string::npos))
         return preset;
 

@@ -1,6 +1,8 @@
-// The encode itself: starts the service through the client library, sends
-// the preset, then every picture of a source (the last one flagged as last),
-// and hands what comes back to an output writer.
+// The encode itself: a reader thread decodes the input into a small queue
+// while the loop starts the service through the client library, sends the
+// preset, then every picture (the last one flagged as last) and hands what
+// comes back, and the input's audio, to an output writer. A first Ctrl-C
+// ends the input early and the file is finished; a second abandons it.
 #pragma once
 
 #include <cstdint>
@@ -9,20 +11,29 @@
 
 #include "evc/Client.h"
 #include "tools/FrameSource.h"
+#include "tools/OutputWriter.h"
 #include "tools/Progress.h"
 
 namespace evc {
 namespace tools {
 
-// Anything that stops an encode; the text is one line fit for the user.
+// Anything that stops an encode; the text is one line fit for the user and
+// names the file concerned.
 class EncodeError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
+// The encode was abandoned at a second Ctrl-C.
+class EncodeAbandoned : public std::runtime_error {
+public:
+    EncodeAbandoned() : std::runtime_error("interrupted") {}
+};
+
 struct EncodeJob {
-    std::string presetPath;
-    std::string outputPath;
+    std::string presetXml;
+    std::string presetName;  // in messages
+    OutputPlan output;
     // Service location and the like; largestFrameBytes is set from the source.
     ClientOptions client;
 };
@@ -31,9 +42,10 @@ struct EncodeResult {
     uint64_t frames = 0;    // pictures sent
     uint64_t pictures = 0;  // compressed pictures (packets) that came back
     uint64_t bytes = 0;
+    bool interrupted = false;  // a first Ctrl-C ended the input early
 };
 
-// Throws EncodeError, Y4mError (a bad picture in the input) or ServiceError.
+// Throws EncodeError, EncodeAbandoned or ServiceError.
 EncodeResult Encode(FrameSource& source, const EncodeJob& job, Progress& progress);
 
 // Status words as "0x800300EA".

@@ -1,10 +1,10 @@
+// The moving test pattern as a source, and the parsing of its plan.
 #include "tools/FrameSource.h"
 
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <iostream>
 #include <stdexcept>
 
 #include "tools/TestPattern.h"
@@ -19,57 +19,19 @@ size_t VideoFormat::frameBytes() const
 
 namespace {
 
-class Y4mSource : public FrameSource {
-public:
-    explicit Y4mSource(const std::string& path) : m_path(path), m_reader(OpenStream(path))
-    {
-        const Y4mHeader& header = m_reader.header();
-        m_format.width = header.width;
-        m_format.height = header.height;
-        m_format.fpsNum = header.fpsNum;
-        m_format.fpsDen = header.fpsDen;
-    }
-
-    const VideoFormat& format() const override { return m_format; }
-
-    bool next(std::vector<uint8_t>& frame) override
-    {
-        frame.resize(m_reader.frameBytes());
-        return m_reader.readFrame(frame.data());
-    }
-
-    std::string name() const override { return m_path == "-" ? "standard input" : m_path; }
-
-private:
-    // Runs before the reader is built over the stream it returns.
-    std::istream& OpenStream(const std::string& path)
-    {
-        if (path == "-")
-            return std::cin;
-        m_file.open(path, std::ios::binary);
-        if (!m_file)
-            throw std::runtime_error("cannot open " + path + ": " + std::strerror(errno));
-        return m_file;
-    }
-
-    std::string m_path;
-    std::ifstream m_file;
-    Y4mReader m_reader;
-    VideoFormat m_format;
-};
-
 class TestPatternSource : public FrameSource {
 public:
     explicit TestPatternSource(const TestPatternPlan& plan) : m_plan(plan) {}
 
     const VideoFormat& format() const override { return m_plan.format; }
 
-    bool next(std::vector<uint8_t>& frame) override
+    bool next(Picture& picture, std::vector<AudioPacket>&) override
     {
         if (m_next >= m_plan.frames)
             return false;
-        frame.resize(m_plan.format.frameBytes());
-        DrawTestPattern(frame.data(), m_plan.format.width, m_plan.format.height, m_next++);
+        picture.pixels.resize(m_plan.format.frameBytes());
+        picture.time = m_next * m_plan.format.fpsDen;
+        DrawTestPattern(picture.pixels.data(), m_plan.format.width, m_plan.format.height, m_next++);
         return true;
     }
 
@@ -88,11 +50,6 @@ uint32_t ParseWhole(const std::string& text, const std::string& plan)
 }
 
 }  // namespace
-
-std::unique_ptr<FrameSource> OpenY4mSource(const std::string& path)
-{
-    return std::make_unique<Y4mSource>(path);
-}
 
 TestPatternPlan ParseTestPattern(const std::string& text)
 {
@@ -121,9 +78,11 @@ TestPatternPlan ParseTestPattern(const std::string& text)
         throw std::invalid_argument("bad test pattern \"" + text + "\": sizes go from 2 to 16384");
     if (plan.format.fpsNum == 0 || plan.format.fpsDen == 0)
         throw std::invalid_argument("bad test pattern \"" + text + "\": the frame rate must not be 0");
+    plan.format.timeScale = plan.format.fpsNum;
     plan.frames = static_cast<uint64_t>(std::llround(seconds * plan.format.fpsNum / plan.format.fpsDen));
     if (plan.frames == 0)
         plan.frames = 1;
+    plan.format.expectedFrames = plan.frames;
     return plan;
 }
 

@@ -1,16 +1,17 @@
-// Where evc-encode's raw pictures come from: a YUV4MPEG2 file or standard
-// input, or the built-in moving test pattern. Pictures are 8-bit 4:2:0 in
-// one buffer, planes Y, Cb, Cr back to back.
+// Where evc-encode's raw pictures come from: a video file read through
+// libavformat and libavcodec (MediaSource.h), or the built-in moving test
+// pattern. Pictures are 8-bit 4:2:0 in one buffer, planes Y, Cb, Cr back to
+// back, each with its presentation time; audio packets to be copied come
+// along with the picture they precede.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "tools/Y4mReader.h"
+#include "tools/LibavHandles.h"
 
 namespace evc {
 namespace tools {
@@ -18,26 +19,62 @@ namespace tools {
 struct VideoFormat {
     uint32_t width = 0;
     uint32_t height = 0;
+    // Nominal rate; a variable-rate source has its average here.
     uint32_t fpsNum = 25;
     uint32_t fpsDen = 1;
+    bool variableRate = false;
+    // Units per second of the pictures' times.
+    uint64_t timeScale = 25;
+    // What the source says about its pictures, as ITU-T H.273 codes and
+    // libavutil's values (0 / 2: unknown).
+    uint32_t sarNum = 0;
+    uint32_t sarDen = 1;
+    int fieldOrder = 0;  // AVFieldOrder
+    int colorRange = 0;  // AVColorRange
+    int colorPrimaries = 2;
+    int colorTransfer = 2;
+    int colorMatrix = 2;
+    // Pictures the source will give, 0 when not known.
+    uint64_t expectedFrames = 0;
 
-    // Bytes of one 4:2:0 picture (chroma rounded up, as YUV4MPEG2 stores it).
+    // Bytes of one 4:2:0 picture (chroma rounded up).
     size_t frameBytes() const;
+};
+
+struct Picture {
+    std::vector<uint8_t> pixels;
+    uint64_t time = 0;  // in format().timeScale units, from 0 up
+};
+
+// An audio stream copied into the output.
+struct AudioTrack {
+    CodecParametersPtr parameters;
+    int timeBaseNum = 1;
+    int timeBaseDen = 1;
+};
+
+// An audio packet with its track index and times in the track's time base.
+struct AudioPacket {
+    size_t track = 0;
+    PacketPtr packet;
 };
 
 class FrameSource {
 public:
     virtual ~FrameSource() = default;
     virtual const VideoFormat& format() const = 0;
-    // Fills frame (resized to format().frameBytes()); false after the last one.
-    virtual bool next(std::vector<uint8_t>& frame) = 0;
+    // Fills picture; false after the last one. audio receives the packets
+    // of the copied audio tracks read so far (after the last picture: the
+    // rest of them).
+    virtual bool next(Picture& picture, std::vector<AudioPacket>& audio) = 0;
     // The input's name in messages.
     virtual std::string name() const = 0;
+    virtual const std::vector<AudioTrack>& audioTracks() const
+    {
+        static const std::vector<AudioTrack> none;
+        return none;
+    }
 };
-
-// Opens path ("-": standard input) and reads its stream header. Throws
-// Y4mError (or std::runtime_error when the file cannot be opened).
-std::unique_ptr<FrameSource> OpenY4mSource(const std::string& path);
 
 // "WxH@FPS:SECONDS", FPS a whole number or N/D, SECONDS decimal. Throws
 // std::invalid_argument with a one-line explanation.

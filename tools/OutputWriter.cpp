@@ -1,46 +1,31 @@
+// The raw elementary stream and segment file writers, and the choice of format.
 #include "tools/OutputWriter.h"
 
+#include <unistd.h>
+
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 #include "transport/TPacketBundle.h"
 #include "transport/TQVAPIPacket.h"
+#include "tools/OutputFile.h"
 #include "transport/TZKSegmentWriter.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
 
 namespace evc {
 namespace tools {
 
 namespace {
 
-bool EndsWith(const std::string& text, const std::string& suffix)
+std::string SystemError(const std::string& path, const std::string& what)
 {
-    return text.size() >= suffix.size() && text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
+    return path + ": " + what + ": " + std::strerror(errno);
 }
-
-std::string SystemError(const std::string& what, const std::string& path)
-{
-    return what + " " + path + ": " + std::strerror(errno);
-}
-
-// The partial file goes away unless the writer was closed successfully.
-class RemoveUnlessKept {
-public:
-    explicit RemoveUnlessKept(std::string path) : m_path(std::move(path)) {}
-    ~RemoveUnlessKept()
-    {
-        if (!m_keep)
-            std::remove(m_path.c_str());
-    }
-    RemoveUnlessKept(const RemoveUnlessKept&) = delete;
-    RemoveUnlessKept& operator=(const RemoveUnlessKept&) = delete;
-    void keep() { m_keep = true; }
-    const std::string& path() const { return m_path; }
-
-private:
-    std::string m_path;
-    bool m_keep = false;
-};
 
 struct FileCloser {
     void operator()(std::FILE* file) const { std::fclose(file); }
@@ -50,12 +35,15 @@ struct FileCloser {
 // picture, then every picture's bytes in decode order.
 class AnnexBWriter : public OutputWriter {
 public:
-    explicit AnnexBWriter(const std::string& path) : m_guard(path), m_file(std::fopen(path.c_str(), "wb"))
+    explicit AnnexBWriter(const OutputPlan& plan)
+        : m_target(plan.path, plan.overwrite),
+          m_file(m_target.toStandardOutput() ? fdopen(dup(STDOUT_FILENO), "wb")
+                                             : std::fopen(m_target.writePath().c_str(), "wb"))
     {
         if (!m_file)
-            throw std::runtime_error(SystemError("cannot create", path));
+            throw std::runtime_error(SystemError(plan.path, "cannot create"));
     }
-    // The guard is declared first, so it removes the file after it is closed.
+    // The target is declared first, so it removes the file after it is closed.
     ~AnnexBWriter() override = default;
 
     void write(const EncodedFrame& frame) override
@@ -72,8 +60,8 @@ public:
         if (file == nullptr)
             return;
         if (std::fclose(file) != 0)
-            throw std::runtime_error(SystemError("cannot write", m_guard.path()));
-        m_guard.keep();
+            throw std::runtime_error(SystemError(m_target.path(), "cannot write"));
+        m_target.commit();
     }
 
     uint64_t bytesWritten() const override { return m_bytes; }
@@ -84,11 +72,11 @@ private:
         if (bytes.empty())
             return;
         if (!m_file || std::fwrite(bytes.data(), 1, bytes.size(), m_file.get()) != bytes.size())
-            throw std::runtime_error(SystemError("cannot write", m_guard.path()));
+            throw std::runtime_error(SystemError(m_target.path(), "cannot write"));
         m_bytes += bytes.size();
     }
 
-    RemoveUnlessKept m_guard;
+    OutputFile m_target;
     std::unique_ptr<std::FILE, FileCloser> m_file;
     uint64_t m_bytes = 0;
 };
@@ -121,11 +109,12 @@ BundlePtr MakeBundle(const std::vector<Packet>& packets, uint64_t& bytes)
 // geometry and time, its data packets and, once, the descriptors.
 class SegmentFileWriter : public OutputWriter {
 public:
-    SegmentFileWriter(const std::string& path, const VideoFormat& format) : m_guard(path), m_format(format)
+    SegmentFileWriter(const OutputPlan& plan, const VideoFormat& format)
+        : m_target(plan.path, plan.overwrite), m_format(format)
     {
         errno = 0;
-        if (!m_writer.open(path, CATime(0, format.fpsNum)))
-            throw std::runtime_error(SystemError("cannot create", path));
+        if (!m_writer.open(m_target.writePath(), CATime(0, format.timeScale)))
+            throw std::runtime_error(SystemError(plan.path, "cannot create"));
     }
 
     void write(const EncodedFrame& frame) override
@@ -141,14 +130,14 @@ public:
         record.image.width = m_format.width;
         record.image.height = m_format.height;
         record.image.time = frame.time;
-        record.image.timeScale = frame.timeScale != 0 ? frame.timeScale : m_format.fpsNum;
+        record.image.timeScale = frame.timeScale != 0 ? frame.timeScale : m_format.timeScale;
         record.image.dataPackets = data.get();
         record.descriptors = descriptors->size() > 0 ? descriptors.get() : nullptr;
         record.streamValue = frame.streamValue;
         record.streamFlags = frame.streamFlags;
 
         if (!m_writer.writeImage(&record, Span(frame, record.image.timeScale)))
-            throw std::runtime_error("cannot write " + m_guard.path());
+            throw std::runtime_error(m_target.path() + ": cannot write");
     }
 
     void close() override
@@ -156,8 +145,8 @@ public:
         if (!m_writer.isOpen())
             return;
         if (!m_writer.close())
-            throw std::runtime_error("cannot write " + m_guard.path());
-        m_guard.keep();
+            throw std::runtime_error(m_target.path() + ": cannot write");
+        m_target.commit();
     }
 
     uint64_t bytesWritten() const override { return m_bytes; }
@@ -175,7 +164,7 @@ private:
         return CATime(end - frame.time, timeScale);
     }
 
-    RemoveUnlessKept m_guard;
+    OutputFile m_target;
     VideoFormat m_format;
     TZKSegmentWriter m_writer;
     uint64_t m_bytes = 0;
@@ -183,13 +172,82 @@ private:
 
 }  // namespace
 
-std::unique_ptr<OutputWriter> MakeOutputWriter(const std::string& path, const VideoFormat& format)
+std::string OutputFormat(const std::string& path, const std::string& requested)
 {
-    if (EndsWith(path, ".h264") || EndsWith(path, ".264"))
-        return std::make_unique<AnnexBWriter>(path);
-    if (EndsWith(path, ".evcseg"))
-        return std::make_unique<SegmentFileWriter>(path, format);
-    throw std::invalid_argument("cannot tell the output format of " + path + " (use the extension .h264 or .evcseg)");
+    static const std::vector<std::pair<std::string, std::vector<std::string>>> kFormats = {
+        {"mkv", {"mkv", "matroska"}}, {"webm", {"webm"}},         {"mp4", {"mp4"}},
+        {"mov", {"mov"}},             {"h264", {"h264", "264"}}, {"evcseg", {"evcseg"}},
+    };
+    std::string name = requested;
+    if (name.empty()) {
+        const size_t dot = path.rfind('.');
+        if (dot == std::string::npos || path.find('/', dot) != std::string::npos)
+            return "";
+        name = path.substr(dot + 1);
+        for (char& c : name)
+            c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
+    for (const auto& format : kFormats)
+        for (const std::string& alias : format.second)
+            if (name == alias)
+                return format.first;
+    return "";
+}
+
+std::string CodecName(uint32_t codec)
+{
+    switch (codec) {
+    case 0x61766331:  // 'avc1'
+        return "h264";
+    case 0x68766331:  // 'hvc1'
+    case 0x68657631:  // 'hev1'
+        return "hevc";
+    case 0x76703039:  // 'vp09'
+        return "vp9";
+    case 0x61763031:  // 'av01'
+        return "av1";
+    default:
+        return "";
+    }
+}
+
+namespace {
+
+const AVOutputFormat* Muxer(const std::string& format)
+{
+    const char* name = format == "mkv" ? "matroska" : format.c_str();
+    return av_guess_format(name, nullptr, nullptr);
+}
+
+}  // namespace
+
+bool FormatHoldsVideo(const std::string& format, uint32_t codec)
+{
+    const std::string name = CodecName(codec);
+    if (format == "evcseg")
+        return true;
+    if (format == "h264")
+        return name == "h264";
+    const AVCodecDescriptor* descriptor = avcodec_descriptor_get_by_name(name.c_str());
+    const AVOutputFormat* muxer = Muxer(format);
+    return descriptor != nullptr && muxer != nullptr &&
+           avformat_query_codec(muxer, descriptor->id, FF_COMPLIANCE_NORMAL) == 1;
+}
+
+bool FormatHoldsAudio(const std::string& format, int codecId)
+{
+    const AVOutputFormat* muxer = format == "h264" || format == "evcseg" ? nullptr : Muxer(format);
+    return muxer != nullptr && avformat_query_codec(muxer, AVCodecID(codecId), FF_COMPLIANCE_NORMAL) == 1;
+}
+
+std::unique_ptr<OutputWriter> MakeOutputWriter(const OutputPlan& plan, const VideoFormat& format,
+                                               const std::vector<AudioTrack>& audio)
+{
+    if (plan.format == "h264")
+        return std::make_unique<AnnexBWriter>(plan);
+    if (plan.format == "evcseg")
+        return std::make_unique<SegmentFileWriter>(plan, format);
+    return MakeContainerWriter(plan, format, audio);
 }
 
 }  // namespace tools

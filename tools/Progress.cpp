@@ -1,3 +1,4 @@
+// The progress line and the summary.
 #include "tools/Progress.h"
 
 #include <cstdio>
@@ -18,8 +19,8 @@ std::string Format(const char* pattern, double a, double b = 0, double c = 0)
 
 }  // namespace
 
-Progress::Progress(std::ostream& out, bool enabled, const VideoFormat& format, uint64_t expectedFrames)
-    : m_out(out), m_enabled(enabled), m_format(format), m_expectedFrames(expectedFrames),
+Progress::Progress(std::ostream& out, bool enabled, const VideoFormat& format)
+    : m_out(out), m_enabled(enabled), m_format(format),
       m_start(std::chrono::steady_clock::now()), m_lastWrite(m_start)
 {
 }
@@ -31,19 +32,23 @@ double Progress::elapsedSeconds() const
 
 double Progress::bitrate(uint64_t pictures, uint64_t bytes) const
 {
-    const double seconds = double(pictures) * m_format.fpsDen / m_format.fpsNum;
+    const double seconds = m_format.fpsNum != 0 ? double(pictures) * m_format.fpsDen / m_format.fpsNum : 0;
     return seconds > 0 ? bytes * 8.0 / seconds : 0;
 }
 
-std::string Progress::line(uint64_t frames, uint64_t picturesBack, uint64_t bytes) const
+std::string Progress::line(uint64_t frames, uint64_t picturesBack, uint64_t bytes, double elapsed) const
 {
-    const double elapsed = elapsedSeconds();
-    std::string text = "frame " + std::to_string(frames);
-    if (m_expectedFrames != 0)
-        text += "/" + std::to_string(m_expectedFrames);
-    text += Format("  %.1f fps  %.0f kbit/s  %.1f s", elapsed > 0 ? frames / elapsed : 0,
-                   bitrate(picturesBack, bytes) / 1000, elapsed);
-    return text;
+    const double fps = elapsed > 0 ? frames / elapsed : 0;
+    const double kbits = bitrate(picturesBack, bytes) / 1000;
+    const uint64_t total = m_format.expectedFrames;
+    if (total == 0 || frames > total)
+        return std::to_string(frames) + " frames: " + Format("%.2f fps, %.2f kb/s", fps, kbits);
+    const double left = fps > 0 ? (total - frames) / fps : 0;
+    const long seconds = static_cast<long>(left + 0.5);
+    char eta[32];
+    std::snprintf(eta, sizeof eta, "%ld:%02ld:%02ld", seconds / 3600, seconds / 60 % 60, seconds % 60);
+    return Format("[%.1f%%] ", 100.0 * frames / total) + std::to_string(frames) + "/" + std::to_string(total) +
+           " frames, " + Format("%.2f fps, %.2f kb/s, eta ", fps, kbits) + eta;
 }
 
 void Progress::update(uint64_t frames, uint64_t picturesBack, uint64_t bytes)
@@ -55,7 +60,7 @@ void Progress::update(uint64_t frames, uint64_t picturesBack, uint64_t bytes)
         return;
     m_lastWrite = now;
     // Trailing blanks wipe what a longer earlier line left.
-    const std::string text = line(frames, picturesBack, bytes) + "    ";
+    const std::string text = line(frames, picturesBack, bytes, elapsedSeconds()) + "    ";
     m_out << '\r' << text << std::flush;
     m_lastLength = text.size();
     m_lineOpen = true;
@@ -78,7 +83,7 @@ void Progress::finish(uint64_t frames, uint64_t bytes, const std::string& output
     m_lineOpen = false;
     const double elapsed = elapsedSeconds();
     m_out << "encoded " << frames << " frames " << m_format.width << "x" << m_format.height << " at "
-          << Format("%.3g", double(m_format.fpsNum) / m_format.fpsDen) << " fps into " << outputPath << ": "
+          << Format("%.4g", double(m_format.fpsNum) / m_format.fpsDen) << " fps into " << outputPath << ": "
           << Format("%.1f kB, %.0f kbit/s; %.2f s, ", bytes / 1000.0, bitrate(frames, bytes) / 1000, elapsed)
           << Format("%.1f fps", elapsed > 0 ? frames / elapsed : 0) << '\n'
           << std::flush;

@@ -1,17 +1,29 @@
-// evc-encode: raw video in, compressed video out, through evc-service.
+// evc-encode: any video in, a compressed file out, through evc-service.
 #include <linux/limits.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <iostream>
 #include <string>
 #include <vector>
 
+#include "tools/CodecList.h"
 #include "tools/EncodeOptions.h"
 #include "tools/Encoder.h"
-#include "tools/FrameSource.h"
+#include "tools/Interrupts.h"
+#include "tools/MediaSource.h"
+#include "tools/PresetDocument.h"
 #include "tools/Progress.h"
 
+#ifndef EVC_VERSION
+#define EVC_VERSION "0.0"
+#endif
+
 namespace {
+
+using namespace evc::tools;
+
+constexpr int kInterruptedStatus = 130;
 
 std::string ProgramFolder()
 {
@@ -39,13 +51,140 @@ int Fail(const std::string& message, int status = 1)
     return status;
 }
 
+std::string Number(double value)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%.17g", value);
+    return text;
+}
+
+// The command line's settings, and the source's frame rate, over the
+// preset's.
+std::vector<SettingOverride> Overrides(const EncodeOptions& o, const VideoFormat& format)
+{
+    std::vector<SettingOverride> list;
+    if (o.crf) {
+        list.push_back({true, "Bitrate", "eInt", "0"});
+        list.push_back({false, "CRF", "eDouble", Number(*o.crf)});
+    }
+    if (o.bitrate)
+        list.push_back({true, "Bitrate", "eInt", std::to_string(*o.bitrate)});
+    if (o.keyint)
+        list.push_back({true, "KeyFrameInterval", "eInt", std::to_string(*o.keyint)});
+    if (!o.preset.empty())
+        list.push_back({false, "Preset", "eEnum", o.preset});
+    if (!o.tune.empty())
+        list.push_back({false, "Tune", "eEnum", o.tune});
+    if (!o.profile.empty())
+        list.push_back({false, "Profile", "eEnum", o.profile});
+    if (o.threads)
+        list.push_back({false, "Threads", "eInt", std::to_string(*o.threads)});
+    if (!format.variableRate && format.fpsNum != 0 && format.fpsDen != 0)
+        list.push_back({false, "FrameRate", "eDouble", Number(double(format.fpsNum) / format.fpsDen)});
+    return list;
+}
+
+int Run(const EncodeOptions& options)
+{
+    const std::string outputName = options.output == "-" ? "standard output" : options.output;
+    const std::string format = OutputFormat(options.output, options.format);
+    if (format.empty())
+        return Fail(options.format.empty() ? "cannot tell the output format of " + options.output +
+                                                 " (use .mkv, .webm, .mp4, .mov, .h264 or .evcseg, or -f)"
+                                           : "unknown output format " + options.format +
+                                                 " (mkv, webm, mp4, mov, h264 or evcseg)",
+                    2);
+    if (format == "evcseg" && options.output == "-")
+        return Fail("an .evcseg file cannot be written to standard output", 2);
+    if (!options.codec.empty() && !options.presetFile.empty())
+        return Fail("give either --codec or --preset-file, not both", 2);
+
+    std::unique_ptr<Progress> progress;
+    try {
+        const std::string presetPath = ResolvePresetPath(options.presetFile, options.codec, ProgramFolder());
+        PresetDocument preset = ReadPresetFile(presetPath);
+        if (!options.codec.empty() && CodecName(preset.codec()) != options.codec && !CodecName(preset.codec()).empty())
+            return Fail("preset " + presetPath + " is for " + CodecName(preset.codec()) + ", not " + options.codec);
+
+        OutputPlan output;
+        output.path = options.output;
+        output.format = format;
+        output.overwrite = options.overwrite;
+        output.codec = preset.codec();
+        if (!FormatHoldsVideo(format, preset.codec()))
+            return Fail(outputName + ": the " + format + " format cannot hold " +
+                        (CodecName(preset.codec()).empty() ? "this compressor's" : CodecName(preset.codec())) +
+                        " video");
+
+        std::unique_ptr<FrameSource> source;
+        std::string inputName = "test pattern";
+        if (!options.testPattern.empty()) {
+            try {
+                source = MakeTestPatternSource(ParseTestPattern(options.testPattern));
+            } catch (const std::invalid_argument& e) {
+                return Fail(e.what(), 2);
+            }
+        } else {
+            InputPlan plan;
+            plan.path = options.input;
+            inputName = options.input == "-" ? "standard input" : options.input;
+            plan.copyAudio = !options.noAudio;
+            plan.seekFrames = options.seekFrames;
+            plan.seekSeconds = options.seekSeconds;
+            plan.maxFrames = options.frames;
+            plan.verbose = options.verbose;
+            plan.audioAccepted = [format](int codecId) { return FormatHoldsAudio(format, codecId); };
+            try {
+                source = OpenMediaSource(plan);
+            } catch (const InputError& e) {
+                return Fail(inputName + ": " + e.what());
+            }
+        }
+        preset.apply(Overrides(options, source->format()));
+        if (options.verbose)
+            std::cerr << "evc-encode: preset " << presetPath << " as sent:\n" << preset.text() << "\n";
+
+        EncodeJob job;
+        job.presetXml = preset.text();
+        job.presetName = presetPath;
+        job.output = output;
+        job.client.applicationName = "evc-encode";
+        if (options.timeoutSeconds > 0)
+            job.client.commandTimeout = std::chrono::milliseconds(int64_t(options.timeoutSeconds * 1000));
+        progress = std::make_unique<Progress>(std::cerr, !options.quiet, source->format());
+        EncodeResult result;
+        try {
+            result = Encode(*source, job, *progress);
+        } catch (const InputError& e) {
+            progress->abandon();
+            return Fail(inputName + ": " + e.what());
+        }
+        progress->finish(result.frames, result.bytes, outputName);
+        if (result.interrupted) {
+            if (!options.quiet)
+                std::cerr << "evc-encode: interrupted; " << outputName << " holds the " << result.frames
+                          << " pictures done\n";
+            return kInterruptedStatus;
+        }
+        return 0;
+    } catch (const EncodeAbandoned&) {
+        if (progress)
+            progress->abandon();
+        return Fail("interrupted; nothing was written", kInterruptedStatus);
+    } catch (const std::exception& e) {
+        if (progress)
+            progress->abandon();
+        if (InterruptCount() >= 2)
+            return Fail("interrupted; nothing was written", kInterruptedStatus);
+        return Fail(e.what());
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    using namespace evc::tools;
-    // Pictures from standard input are read in large blocks, not through stdio.
-    std::ios::sync_with_stdio(false);
+    InstallInterrupts();
     EncodeOptions options;
     try {
         options = ParseEncodeOptions(std::vector<std::string>(argv + 1, argv + argc));
@@ -56,34 +195,15 @@ int main(int argc, char** argv)
         std::cout << EncodeUsage();
         return 0;
     }
-
-    std::unique_ptr<Progress> progress;
-    try {
-        std::unique_ptr<FrameSource> source;
-        uint64_t expectedFrames = 0;
-        if (!options.testPattern.empty()) {
-            const TestPatternPlan plan = ParseTestPattern(options.testPattern);
-            expectedFrames = plan.frames;
-            source = MakeTestPatternSource(plan);
-        } else {
-            source = OpenY4mSource(options.input);
-        }
-        EncodeJob job;
-        job.presetPath = ResolvePresetPath(options.preset, ProgramFolder());
-        job.outputPath = options.output;
-        job.client.applicationName = "evc-encode";
-        progress = std::make_unique<Progress>(std::cerr, !options.quiet, source->format(), expectedFrames);
-        const EncodeResult result = Encode(*source, job, *progress);
-        progress->finish(result.frames, result.bytes, options.output);
+    if (options.version) {
+        std::cout << "evc-encode " << EVC_VERSION << " (" << LIBAVFORMAT_IDENT << ")\n";
         return 0;
-    } catch (const Y4mError& e) {
-        if (progress)
-            progress->abandon();
-        return Fail(options.input == "-" ? std::string("standard input: ") + e.what()
-                                         : options.input + ": " + e.what());
-    } catch (const std::exception& e) {
-        if (progress)
-            progress->abandon();
-        return Fail(e.what());
     }
+    if (options.listCodecs)
+        return ListCodecs(std::cout, std::cerr);
+    const int status = Run(options);
+    // Threads that still wait on input are not waited for.
+    std::cout.flush();
+    std::fflush(nullptr);
+    _exit(status);
 }

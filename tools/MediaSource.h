@@ -1,0 +1,40 @@
+// A FrameSource over libavformat and libavcodec: any file or pipe they read
+// ("-" is standard input). The best video stream is decoded in this process;
+// pictures that are not 8-bit 4:2:0 are converted with libswscale, those
+// that are go out as they are. Times come from the stream's timestamps, so a
+// variable frame rate stays variable.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "tools/FrameSource.h"
+
+namespace evc {
+namespace tools {
+
+// The input cannot be used; the text is one line and does not repeat the
+// input's name.
+class InputError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+struct InputPlan {
+    std::string path;            // "-": standard input
+    bool copyAudio = true;       // keep the audio streams' packets
+    uint64_t seekFrames = 0;     // pictures dropped at the start
+    double seekSeconds = 0;      // pictures before this time are dropped
+    uint64_t maxFrames = 0;      // 0: all
+    bool verbose = false;        // say on stderr what is converted
+    // Whether the output can hold an audio codec (unset: no audio is kept).
+    std::function<bool(int codecId)> audioAccepted;
+};
+
+// Opens the input and reads its stream information. Throws InputError.
+std::unique_ptr<FrameSource> OpenMediaSource(const InputPlan& plan);
+
+}  // namespace tools
+}  // namespace evc
