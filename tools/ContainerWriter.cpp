@@ -87,8 +87,8 @@ public:
         if (plan.format == "mp4" || plan.format == "mov")
             // The index goes first where the file can be rewritten, else the
             // file is written in fragments a pipe can carry.
-            av_dict_set(&m_options, "movflags", m_target.seekable() ? "+faststart" : "+frag_keyframe+empty_moov",
-                        0);
+            av_dict_set(&m_options, "movflags",
+                        m_target.seekable() ? "+faststart" : "+frag_keyframe+empty_moov+delay_moov", 0);
         // Pictures keep the source's presentation times; the decoding times
         // before the first one may be negative.
         context->avoid_negative_ts = AVFMT_AVOID_NEG_TS_DISABLED;

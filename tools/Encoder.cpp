@@ -3,7 +3,11 @@
 
 #include <cstdio>
 #include <atomic>
+#include <condition_variable>
 #include <exception>
+#include <map>
+#include <memory>
+#include <mutex>
 #include <thread>
 
 #include "media/ZKImageLayout.h"
@@ -55,17 +59,22 @@ ZKEncImage_t Record(const VideoFormat& format, Picture* picture)
 }
 
 // Reads the source on a thread of its own into the queue, ending with an
-// item marked end (also after a failure, which it keeps for the loop).
+// item marked end (also after a failure, which it keeps for the loop). A
+// first Ctrl-C ends the input at once, even while the thread waits for a
+// pipe: the thread is then left behind with its share of the state (the
+// source outlives the encode; main leaves it to the process's exit).
 class Reader {
 public:
-    explicit Reader(FrameSource& source) : m_source(source), m_queue(kQueuedPictures)
+    explicit Reader(FrameSource& source) : m_state(std::make_shared<State>())
     {
-        m_thread = std::thread([this] { Run(); });
+        std::thread([state = m_state, &source] { Run(*state, source); }).detach();
     }
     ~Reader()
     {
-        m_queue.close();
-        m_thread.join();
+        m_state->queue.close();
+        std::unique_lock<std::mutex> lock(m_state->mutex);
+        // A thread that is not stuck in a read ends promptly once closed.
+        m_state->done.wait_for(lock, std::chrono::seconds(2), [&] { return m_state->finished; });
     }
 
     // The next item; throws what the reader met, or EncodeAbandoned at a
@@ -75,44 +84,58 @@ public:
         while (true) {
             if (InterruptCount() >= 2)
                 throw EncodeAbandoned();
-            if (std::optional<Item> item = m_queue.pop(kPollInterrupts)) {
-                if (item->end && m_failure)
-                    std::rethrow_exception(m_failure);
+            if (std::optional<Item> item = m_state->queue.pop(kPollInterrupts)) {
+                if (item->end && m_state->failure)
+                    std::rethrow_exception(m_state->failure);
                 return std::move(*item);
+            }
+            if (InterruptCount() >= 1) {
+                m_state->interrupted = true;
+                Item end;
+                end.end = true;
+                return end;
             }
         }
     }
-    bool interrupted() const { return m_interrupted; }
+    bool interrupted() const { return m_state->interrupted; }
 
 private:
-    void Run()
+    struct State {
+        PictureQueue<Item> queue{kQueuedPictures};
+        std::exception_ptr failure;
+        std::atomic<bool> interrupted{false};
+        std::mutex mutex;
+        std::condition_variable done;
+        bool finished = false;
+    };
+
+    static void Run(State& state, FrameSource& source)
     {
         try {
             while (true) {
                 Item item;
                 if (InterruptCount() >= 1) {
-                    m_interrupted = true;
+                    state.interrupted = true;
                     item.end = true;
                 } else {
-                    item.end = !m_source.next(item.picture, item.audio);
+                    item.end = !source.next(item.picture, item.audio);
                 }
                 const bool end = item.end;
-                if (!m_queue.push(std::move(item)) || end)
-                    return;
+                if (!state.queue.push(std::move(item)) || end)
+                    break;
             }
         } catch (...) {
-            m_failure = std::current_exception();
+            state.failure = std::current_exception();
             Item end;
             end.end = true;
-            m_queue.push(std::move(end));
+            state.queue.push(std::move(end));
         }
+        std::lock_guard<std::mutex> lock(state.mutex);
+        state.finished = true;
+        state.done.notify_all();
     }
 
-    FrameSource& m_source;
-    PictureQueue<Item> m_queue;
-    std::exception_ptr m_failure;
-    std::atomic<bool> m_interrupted{false};
-    std::thread m_thread;
+    std::shared_ptr<State> m_state;
 };
 
 template <typename Action>
@@ -164,9 +187,10 @@ EncodeResult Encode(FrameSource& source, const EncodeJob& job, Progress& progres
     EncodeResult result;
     Item current = reader.next();
     if (current.end)
-        throw EncodeError(source.name() + (reader.interrupted() ? ": interrupted before the first picture"
-                                                                : ": holds no pictures"));
+        throw EncodeError(source.name() +
+                          (reader.interrupted() ? ": interrupted before the first picture" : ": holds no pictures"));
     EncodedFrame encoded;
+    std::map<uint64_t, uint64_t> durations;  // of the pictures in the compressor, by time
     while (!current.end) {
         Item following = reader.next();
         ZKEncImage_t input = Record(format, &current.picture);
@@ -176,6 +200,17 @@ EncodeResult Encode(FrameSource& source, const EncodeJob& job, Progress& progres
         if (status != kZKNoErr)
             throw EncodeError("the compressor failed on picture " + std::to_string(result.frames + 1) + " (status " +
                               StatusText(status) + ")");
+        // The compressor guesses the duration of a picture it has not seen
+        // the successor of; the source knows it.
+        if (current.picture.duration != 0)
+            durations[current.picture.time] = current.picture.duration;
+        for (Packet& packet : encoded.packets) {
+            const auto known = durations.find(packet.time);
+            if (known != durations.end() && packet.timeBase == format.timeScale)
+                packet.duration = known->second;
+            if (known != durations.end())
+                durations.erase(known);
+        }
         Writing([&] {
             for (AudioPacket& audio : current.audio)
                 writer->writeAudio(std::move(audio));

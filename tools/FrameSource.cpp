@@ -31,6 +31,7 @@ public:
             return false;
         picture.pixels.resize(m_plan.format.frameBytes());
         picture.time = m_next * m_plan.format.fpsDen;
+        picture.duration = m_plan.format.fpsDen;
         DrawTestPattern(picture.pixels.data(), m_plan.format.width, m_plan.format.height, m_next++);
         return true;
     }

@@ -43,7 +43,8 @@ struct VideoFormat {
 
 struct Picture {
     std::vector<uint8_t> pixels;
-    uint64_t time = 0;  // in format().timeScale units, from 0 up
+    uint64_t time = 0;      // in format().timeScale units, from 0 up
+    uint64_t duration = 0;  // the same units; 0 when the source does not say
 };
 
 // An audio stream copied into the output.

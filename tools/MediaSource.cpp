@@ -32,12 +32,14 @@ class MediaSource : public FrameSource {
 public:
     explicit MediaSource(const InputPlan& plan) : m_plan(plan)
     {
-        av_log_set_level(plan.verbose ? AV_LOG_WARNING : AV_LOG_FATAL);
+
         AVFormatContext* raw = nullptr;
         const std::string url = plan.path == "-" ? "pipe:0" : plan.path;
         int error = avformat_open_input(&raw, url.c_str(), nullptr, nullptr);
         if (error < 0)
-            throw InputError(error == AVERROR_INVALIDDATA ? "not a video file this tool reads" : AvError(error));
+            throw InputError(error == AVERROR_INVALIDDATA
+                                 ? "not a video file, or a damaged one (" + AvError(error) + ")"
+                                 : AvError(error));
         m_input.reset(raw);
         error = avformat_find_stream_info(m_input.get(), nullptr);
         if (error < 0)
@@ -138,8 +140,8 @@ private:
         }
         m_format.fieldOrder = p.field_order;
         m_format.colorRange = p.color_range != AVCOL_RANGE_UNSPECIFIED ? p.color_range
-                              : p.format == AV_PIX_FMT_YUVJ420P       ? AVCOL_RANGE_JPEG
-                                                                      : AVCOL_RANGE_UNSPECIFIED;
+                              : p.format == AV_PIX_FMT_YUVJ420P        ? AVCOL_RANGE_JPEG
+                                                                       : AVCOL_RANGE_UNSPECIFIED;
         m_format.colorPrimaries = p.color_primaries;
         m_format.colorTransfer = p.color_trc;
         m_format.colorMatrix = p.color_space;
@@ -201,6 +203,7 @@ private:
         while (true) {
             const int error = av_read_frame(m_input.get(), m_packet.get());
             if (error == AVERROR_EOF || (error < 0 && avio_feof(m_input->pb))) {
+                CheckComplete();
                 m_drained = true;
                 avcodec_send_packet(m_decoder.get(), nullptr);
                 return;
@@ -209,6 +212,8 @@ private:
                 throw InputError("cannot read: " + AvError(error));
             const int index = m_packet->stream_index;
             if (index == m_video) {
+                if (m_packet->pos >= 0)
+                    m_videoEnd = m_packet->pos + m_packet->size;
                 const int sent = avcodec_send_packet(m_decoder.get(), m_packet.get());
                 av_packet_unref(m_packet.get());
                 if (sent < 0 && sent != AVERROR(EAGAIN))
@@ -226,6 +231,18 @@ private:
             }
             av_packet_unref(m_packet.get());
         }
+    }
+
+    // A raw picture stream that stops inside a picture is cut short: its
+    // reader ends quietly, but the picture is lost.
+    void CheckComplete() const
+    {
+        const std::string name = m_input->iformat->name;
+        if (name != "yuv4mpegpipe" && name != "rawvideo")
+            return;
+        const int64_t size = m_input->pb != nullptr ? avio_size(m_input->pb) : -1;
+        if (size > 0 && m_videoEnd > 0 && size > m_videoEnd)
+            throw InputError("truncated: its last picture is incomplete");
     }
 
     // Whether the decoded picture is kept; converts it into picture.
@@ -250,14 +267,15 @@ private:
         if (!m_havePts) {
             // Pictures start at 0 after a seek, and never before 0.
             m_offset = (m_plan.seekSeconds > 0 || m_plan.seekFrames > 0 || pts < 0) ? pts : 0;
-            m_step = std::max<int64_t>(1, av_rescale_q(1, av_inv_q(AVRational{int(m_format.fpsNum), int(m_format.fpsDen)}),
-                                                       m_timeBase));
+            m_step = std::max<int64_t>(
+                1, av_rescale_q(1, av_inv_q(AVRational{int(m_format.fpsNum), int(m_format.fpsDen)}), m_timeBase));
         } else {
             m_step = std::max<int64_t>(1, pts - m_lastPts);
         }
         m_havePts = true;
         m_lastPts = pts;
         picture.time = uint64_t(pts - m_offset) * uint64_t(m_timeBase.num);
+        picture.duration = m_frame->pkt_duration > 0 ? uint64_t(m_frame->pkt_duration) * uint64_t(m_timeBase.num) : 0;
         Convert(picture);
         return true;
     }
@@ -338,6 +356,7 @@ private:
     int64_t m_lastPts = 0;
     int64_t m_step = 1;
     int64_t m_offset = 0;
+    int64_t m_videoEnd = 0;  // file position after the last video packet read
     bool m_drained = false;
     bool m_done = false;
 };

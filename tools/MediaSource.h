@@ -23,12 +23,12 @@ public:
 };
 
 struct InputPlan {
-    std::string path;            // "-": standard input
-    bool copyAudio = true;       // keep the audio streams' packets
-    uint64_t seekFrames = 0;     // pictures dropped at the start
-    double seekSeconds = 0;      // pictures before this time are dropped
-    uint64_t maxFrames = 0;      // 0: all
-    bool verbose = false;        // say on stderr what is converted
+    std::string path;         // "-": standard input
+    bool copyAudio = true;    // keep the audio streams' packets
+    uint64_t seekFrames = 0;  // pictures dropped at the start
+    double seekSeconds = 0;   // pictures before this time are dropped
+    uint64_t maxFrames = 0;   // 0: all
+    bool verbose = false;     // say on stderr what is converted
     // Whether the output can hold an audio codec (unset: no audio is kept).
     std::function<bool(int codecId)> audioAccepted;
 };

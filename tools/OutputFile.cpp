@@ -86,9 +86,9 @@ void OutputFile::commit()
             std::remove(m_writePath.c_str());
     }
     if (result != 0)
-        throw std::runtime_error(m_path + (errno == EEXIST ? std::string(": exists already (-y replaces it)")
-                                                           : std::string(": cannot put the output in place: ") +
-                                                                 std::strerror(errno)));
+        throw std::runtime_error(
+            m_path + (errno == EEXIST ? std::string(": exists already (-y replaces it)")
+                                      : std::string(": cannot put the output in place: ") + std::strerror(errno)));
     m_committed = true;
 }
 

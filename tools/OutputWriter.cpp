@@ -175,8 +175,8 @@ private:
 std::string OutputFormat(const std::string& path, const std::string& requested)
 {
     static const std::vector<std::pair<std::string, std::vector<std::string>>> kFormats = {
-        {"mkv", {"mkv", "matroska"}}, {"webm", {"webm"}},         {"mp4", {"mp4"}},
-        {"mov", {"mov"}},             {"h264", {"h264", "264"}}, {"evcseg", {"evcseg"}},
+        {"mkv", {"mkv", "matroska"}}, {"webm", {"webm"}},     {"mp4", {"mp4"}}, {"mov", {"mov"}},
+        {"h264", {"h264", "264"}},    {"evcseg", {"evcseg"}},
     };
     std::string name = requested;
     if (name.empty()) {

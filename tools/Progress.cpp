@@ -20,8 +20,7 @@ std::string Format(const char* pattern, double a, double b = 0, double c = 0)
 }  // namespace
 
 Progress::Progress(std::ostream& out, bool enabled, const VideoFormat& format)
-    : m_out(out), m_enabled(enabled), m_format(format),
-      m_start(std::chrono::steady_clock::now()), m_lastWrite(m_start)
+    : m_out(out), m_enabled(enabled), m_format(format), m_start(std::chrono::steady_clock::now()), m_lastWrite(m_start)
 {
 }
 

@@ -11,6 +11,7 @@
 #include "tools/EncodeOptions.h"
 #include "tools/Encoder.h"
 #include "tools/Interrupts.h"
+#include "tools/LibavHandles.h"
 #include "tools/MediaSource.h"
 #include "tools/PresetDocument.h"
 #include "tools/Progress.h"
@@ -89,10 +90,10 @@ int Run(const EncodeOptions& options)
     const std::string outputName = options.output == "-" ? "standard output" : options.output;
     const std::string format = OutputFormat(options.output, options.format);
     if (format.empty())
-        return Fail(options.format.empty() ? "cannot tell the output format of " + options.output +
-                                                 " (use .mkv, .webm, .mp4, .mov, .h264 or .evcseg, or -f)"
-                                           : "unknown output format " + options.format +
-                                                 " (mkv, webm, mp4, mov, h264 or evcseg)",
+        return Fail(options.format.empty()
+                        ? "cannot tell the output format of " + options.output +
+                              " (use .mkv, .webm, .mp4, .mov, .h264 or .evcseg, or -f)"
+                        : "unknown output format " + options.format + " (mkv, webm, mp4, mov, h264 or evcseg)",
                     2);
     if (format == "evcseg" && options.output == "-")
         return Fail("an .evcseg file cannot be written to standard output", 2);
@@ -120,7 +121,10 @@ int Run(const EncodeOptions& options)
         std::string inputName = "test pattern";
         if (!options.testPattern.empty()) {
             try {
-                source = MakeTestPatternSource(ParseTestPattern(options.testPattern));
+                TestPatternPlan plan = ParseTestPattern(options.testPattern);
+                if (options.frames != 0 && options.frames < plan.frames)
+                    plan.frames = plan.format.expectedFrames = options.frames;
+                source = MakeTestPatternSource(plan);
             } catch (const std::invalid_argument& e) {
                 return Fail(e.what(), 2);
             }
@@ -153,12 +157,19 @@ int Run(const EncodeOptions& options)
             job.client.commandTimeout = std::chrono::milliseconds(int64_t(options.timeoutSeconds * 1000));
         progress = std::make_unique<Progress>(std::cerr, !options.quiet, source->format());
         EncodeResult result;
+        // A reader thread may still wait on a pipe after an interruption:
+        // the source is left to the process's exit.
         try {
             result = Encode(*source, job, *progress);
         } catch (const InputError& e) {
+            source.release();
             progress->abandon();
             return Fail(inputName + ": " + e.what());
+        } catch (...) {
+            source.release();
+            throw;
         }
+        source.release();
         progress->finish(result.frames, result.bytes, outputName);
         if (result.interrupted) {
             if (!options.quiet)
@@ -199,6 +210,8 @@ int main(int argc, char** argv)
         std::cout << "evc-encode " << EVC_VERSION << " (" << LIBAVFORMAT_IDENT << ")\n";
         return 0;
     }
+    // libav's own messages only when asked for: failures are reported here.
+    av_log_set_level(options.verbose ? AV_LOG_WARNING : AV_LOG_QUIET);
     if (options.listCodecs)
         return ListCodecs(std::cout, std::cerr);
     const int status = Run(options);

@@ -1,15 +1,120 @@
+// evc-encode's pure parts: command lines, times, output formats, preset
+// overrides, the test pattern's plan and the derivation of decoding times.
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "tools/DecodeTimes.h"
 #include "tools/EncodeOptions.h"
 #include "tools/FrameSource.h"
-#include "tools/TestPattern.h"
+#include "tools/OutputWriter.h"
+#include "tools/PresetDocument.h"
+#include "tools/Progress.h"
 
 using namespace evc::tools;
 
 namespace {
+
+TEST(EncodeOptions, CommandLines)
+{
+    struct Case {
+        std::vector<std::string> arguments;
+        bool usable;
+    };
+    const std::vector<Case> cases = {
+        {{"in.mp4", "-o", "out.mkv"}, true},
+        {{"-", "-o", "-", "-f", "mp4"}, true},
+        {{"--test-pattern", "64x48@25:1", "-o", "x.h264", "--crf", "20.5", "--preset", "veryfast"}, true},
+        {{"--version"}, true},
+        {{"--list-codecs"}, true},
+        {{}, false},
+        {{"in.mp4"}, false},
+        {{"in.mp4", "-o"}, false},
+        {{"in.mp4", "-o", "-"}, false},  // standard output needs -f
+        {{"a.mp4", "b.mp4", "-o", "x.mkv"}, false},
+        {{"a.mp4", "--test-pattern", "64x48@25:1", "-o", "x.mkv"}, false},
+        {{"a.mp4", "-o", "x.mkv", "--bogus"}, false},
+        {{"a.mp4", "-o", "x.mkv", "--crf", "abc"}, false},
+        {{"a.mp4", "-o", "x.mkv", "--crf", "70"}, false},
+        {{"a.mp4", "-o", "x.mkv", "--crf", "20", "--bitrate", "900"}, false},
+        {{"a.mp4", "-o", "x.mkv", "--keyint", "2.5"}, false},
+        {{"a.mp4", "-o", "x.mkv", "--ss", "1:x"}, false},
+    };
+    for (const Case& c : cases) {
+        std::string line;
+        for (const std::string& a : c.arguments)
+            line += a + " ";
+        SCOPED_TRACE(line);
+        if (c.usable)
+            EXPECT_NO_THROW(ParseEncodeOptions(c.arguments));
+        else
+            EXPECT_THROW(ParseEncodeOptions(c.arguments), UsageError);
+    }
+    const EncodeOptions o = ParseEncodeOptions(
+        {"in.mp4",    "-o", "x.mkv", "--preset", "p.xml", "--preset", "slow", "--bitrate", "900",    "--keyint",  "48",
+         "--threads", "2",  "-y",    "--frames", "10",    "--seek",   "3",    "--ss",      "1:02.5", "--no-audio"});
+    EXPECT_EQ(o.presetFile, "p.xml") << "a file name after --preset is a preset file";
+    EXPECT_EQ(o.preset, "slow");
+    EXPECT_EQ(*o.bitrate, 900);
+    EXPECT_EQ(*o.keyint, 48);
+    EXPECT_EQ(*o.threads, 2);
+    EXPECT_TRUE(o.overwrite && o.noAudio);
+    EXPECT_EQ(o.frames, 10u);
+    EXPECT_EQ(o.seekFrames, 3u);
+    EXPECT_DOUBLE_EQ(o.seekSeconds, 62.5);
+}
+
+TEST(EncodeOptions, TimesAndFormats)
+{
+    const std::vector<std::pair<std::string, double>> times = {{"90", 90}, {"1:30", 90}, {"1:00:01.5", 3601.5}};
+    for (const auto& t : times)
+        EXPECT_DOUBLE_EQ(ParseTime(t.first), t.second) << t.first;
+    for (const char* bad : {"", ":", "1::2", "-1", "1:2:3:4", "1.5:00"})
+        EXPECT_THROW(ParseTime(bad), UsageError) << bad;
+
+    struct Case {
+        const char* path;
+        const char* requested;
+        const char* format;
+    };
+    const std::vector<Case> formats = {
+        {"a.mkv", "", "mkv"},    {"a.MP4", "", "mp4"},   {"a.mov", "", "mov"},       {"a.webm", "", "webm"},
+        {"a.264", "", "h264"},   {"a.h264", "", "h264"}, {"a.evcseg", "", "evcseg"}, {"-", "matroska", "mkv"},
+        {"a.mkv", "mp4", "mp4"}, {"a.avi", "", ""},      {"dir.mkv/a", "", ""},      {"a.mkv", "flv", ""},
+    };
+    for (const Case& c : formats)
+        EXPECT_EQ(OutputFormat(c.path, c.requested), c.format) << c.path << " " << c.requested;
+    const uint32_t avc = 0x61766331;
+    EXPECT_TRUE(FormatHoldsVideo("mkv", avc));
+    EXPECT_TRUE(FormatHoldsVideo("mp4", avc));
+    EXPECT_FALSE(FormatHoldsVideo("webm", avc));
+    EXPECT_FALSE(FormatHoldsAudio("h264", AV_CODEC_ID_AAC));
+    EXPECT_TRUE(FormatHoldsAudio("mp4", AV_CODEC_ID_AAC));
+    EXPECT_FALSE(FormatHoldsAudio("webm", AV_CODEC_ID_AAC));
+}
+
+TEST(PresetDocument, OptionsOverrideTheFileAndKeepItsKinds)
+{
+    PresetDocument preset("<?xml version=\"1.0\"?><Output><VideoCompressor Manufacture4cc=\"1702257440\" "
+                          "Codec4cc=\"1635148593\"><StandardSettings><Bitrate Type=\"eInt\" Value=\"2000\"/>"
+                          "</StandardSettings><NonStandardSettings><Preset Type=\"eInt\" Value=\"4\"/>"
+                          "</NonStandardSettings></VideoCompressor></Output>",
+                          "test");
+    EXPECT_EQ(preset.manufacturer(), 1702257440u);
+    EXPECT_EQ(preset.codec(), 1635148593u);
+    preset.apply({{true, "Bitrate", "eInt", "0"}, {false, "Preset", "eEnum", "7"}, {false, "CRF", "eDouble", "18"}});
+    EXPECT_EQ(preset.value("Bitrate"), "0");
+    EXPECT_EQ(preset.value("CRF"), "18");
+    const std::string& text = preset.text();
+    EXPECT_NE(text.find("<Preset Type=\"eInt\" Value=\"7\""), std::string::npos) << "the file's kind stays: " << text;
+    EXPECT_NE(text.find("<CRF Type=\"eDouble\" Value=\"18\""), std::string::npos) << text;
+    EXPECT_EQ(PresetDocument(text, "again").value("Preset"), "7") << "what is sent reads back";
+
+    for (const char* bad : {"", "not xml", "<Input/>", "<Output/>", "<Output><VideoCompressor/></Output>"})
+        EXPECT_THROW(PresetDocument(bad, "bad"), PresetError) << bad;
+}
 
 TEST(TestPatternPlan, Table)
 {
@@ -19,13 +124,11 @@ TEST(TestPatternPlan, Table)
         uint64_t frames;  // 0: refused
     };
     const std::vector<Case> cases = {
-        {"640x360@25:4", 640, 360, 25, 1, 100},  {"320x240@30000/1001:2", 320, 240, 30000, 1001, 60},
-        {"16x16@25:0.01", 16, 16, 25, 1, 1},  // never fewer than one picture
-        {"352x288@25:2.4", 352, 288, 25, 1, 60}, {"640x360@25", 0, 0, 0, 0, 0},
-        {"640x360:25@4", 0, 0, 0, 0, 0},         {"0x360@25:4", 0, 0, 0, 0, 0},
-        {"640x360@0:4", 0, 0, 0, 0, 0},          {"640x360@25:-1", 0, 0, 0, 0, 0},
-        {"640x360@25:4s", 0, 0, 0, 0, 0},        {"99999x360@25:4", 0, 0, 0, 0, 0},
-        {"-640x360@25:4", 0, 0, 0, 0, 0},
+        {"640x360@25:4", 640, 360, 25, 1, 100}, {"320x240@30000/1001:2", 320, 240, 30000, 1001, 60},
+        {"16x16@25:0.01", 16, 16, 25, 1, 1},    {"640x360@25", 0, 0, 0, 0, 0},
+        {"640x360:25@4", 0, 0, 0, 0, 0},        {"0x360@25:4", 0, 0, 0, 0, 0},
+        {"640x360@0:4", 0, 0, 0, 0, 0},         {"640x360@25:-1", 0, 0, 0, 0, 0},
+        {"99999x360@25:4", 0, 0, 0, 0, 0},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text);
@@ -38,59 +141,59 @@ TEST(TestPatternPlan, Table)
         EXPECT_EQ(plan.format.height, c.height);
         EXPECT_EQ(plan.format.fpsNum, c.fpsNum);
         EXPECT_EQ(plan.format.fpsDen, c.fpsDen);
+        EXPECT_EQ(plan.format.timeScale, c.fpsNum);
         EXPECT_EQ(plan.frames, c.frames);
     }
 }
 
-TEST(TestPattern, MovesAndStaysInVideoRange)
+TEST(Progress, LineAsX264ShowsIt)
 {
-    const uint32_t w = 64, h = 48;
-    const size_t size = w * h * 3 / 2;
-    std::vector<uint8_t> first(size), again(size), later(size);
-    DrawTestPattern(first.data(), w, h, 0);
-    DrawTestPattern(again.data(), w, h, 0);
-    DrawTestPattern(later.data(), w, h, 5);
-    EXPECT_EQ(first, again) << "deterministic";
-    EXPECT_NE(first, later) << "it moves";
-    for (size_t i = 0; i < w * h; ++i) {
-        ASSERT_GE(first[i], 16) << i;
-        ASSERT_LE(first[i], 235) << i;
-    }
-    // A source made from the same plan gives the same pictures.
-    TestPatternPlan plan = ParseTestPattern("64x48@25:0.08");
-    auto source = MakeTestPatternSource(plan);
-    std::vector<uint8_t> picture;
-    ASSERT_TRUE(source->next(picture));
-    EXPECT_EQ(picture, first);
-    ASSERT_TRUE(source->next(picture));
-    EXPECT_FALSE(source->next(picture)) << "two pictures in 0.08 s at 25 fps";
+    std::ostringstream out;
+    VideoFormat format;
+    format.expectedFrames = 200;
+    const Progress progress(out, true, format);
+    // 50 of 200 pictures of 1/25 s in 2 s: 25 fps, 6 s left; 25 kB in 2 s of video.
+    EXPECT_EQ(progress.line(50, 50, 25000, 2.0), "[25.0%] 50/200 frames, 25.00 fps, 100.00 kb/s, eta 0:00:06");
+    format.expectedFrames = 0;
+    EXPECT_EQ(Progress(out, true, format).line(50, 50, 25000, 2.0), "50 frames: 25.00 fps, 100.00 kb/s");
+    EXPECT_EQ(out.str(), "");
 }
 
-TEST(EncodeOptions, CommandLines)
+TEST(DecodeTimes, FollowTheReorderingDepth)
 {
-    EncodeOptions o = ParseEncodeOptions({"in.y4m", "-o", "out.h264", "--preset", "p.xml", "-q"});
-    EXPECT_EQ(o.input, "in.y4m");
-    EXPECT_EQ(o.output, "out.h264");
-    EXPECT_EQ(o.preset, "p.xml");
-    EXPECT_TRUE(o.quiet);
-
-    o = ParseEncodeOptions({"--test-pattern", "64x48@25:1", "--output", "x.evcseg"});
-    EXPECT_EQ(o.testPattern, "64x48@25:1");
-    EXPECT_TRUE(o.input.empty());
-
-    EXPECT_EQ(ParseEncodeOptions({"-", "-o", "x.h264"}).input, "-");
-    EXPECT_TRUE(ParseEncodeOptions({"--help"}).help);
-
-    const std::vector<std::vector<std::string>> bad = {
-        {},
-        {"in.y4m"},
-        {"in.y4m", "-o"},
-        {"in.y4m", "other.y4m", "-o", "x.h264"},
-        {"in.y4m", "--test-pattern", "64x48@25:1", "-o", "x.h264"},
-        {"in.y4m", "-o", "x.h264", "--bogus"},
+    struct Case {
+        const char* name;
+        std::vector<int64_t> pts;  // in decoding order
+        size_t depth;
+        std::vector<int64_t> dts;
     };
-    for (const auto& arguments : bad)
-        EXPECT_THROW(ParseEncodeOptions(arguments), UsageError) << arguments.size();
+    const std::vector<Case> cases = {
+        {"no B-pictures", {0, 10, 20, 30}, 0, {0, 10, 20, 30}},
+        {"one B-picture", {0, 20, 10, 40, 30}, 1, {-10, 0, 10, 20, 30}},
+        {"pyramid", {0, 40, 20, 10, 30, 50}, 2, {-20, -10, 0, 10, 20, 30}},
+        {"variable spacing", {0, 50, 20, 60, 55}, 1, {-10, 0, 20, 50, 55}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        // A window smaller than the stream: times are released while it runs.
+        DecodeTimes<size_t> order(4);
+        std::vector<int64_t> dts;
+        auto emit = [&](size_t index, int64_t pts, int64_t decode) {
+            EXPECT_EQ(index, dts.size()) << "decoding order kept";
+            EXPECT_EQ(pts, c.pts[index]);
+            dts.push_back(decode);
+        };
+        for (size_t i = 0; i < c.pts.size(); ++i) {
+            order.push(i, c.pts[i], 10);
+            order.release(false, emit);
+        }
+        order.release(true, emit);
+        EXPECT_EQ(order.depth(), c.depth);
+        EXPECT_EQ(dts, c.dts);
+    }
+    DecodeTimes<int> twice;
+    twice.push(0, 5, 1);
+    EXPECT_THROW(twice.push(1, 5, 1), std::runtime_error);
 }
 
 }  // namespace

@@ -1,15 +1,21 @@
+// The raw stream writer byte for byte, and the rules that keep a user's
+// files safe: a temporary name, a rename on success, no overwrite without
+// being asked, nothing written through a symlink.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "ToolTestSupport.h"
+#include "tools/OutputFile.h"
 #include "tools/OutputWriter.h"
 
 using namespace evc::tools;
 using tool_test::ReadFile;
 using tool_test::TempDir;
+using tool_test::WriteFile;
 
 namespace {
 
@@ -21,6 +27,22 @@ evc::Packet MakePacket(uint32_t type, std::vector<uint8_t> data)
     return packet;
 }
 
+std::string Text(const std::string& path)
+{
+    const std::vector<uint8_t> bytes = ReadFile(path);
+    return std::string(bytes.begin(), bytes.end());
+}
+
+OutputPlan Plan(const std::string& path, const std::string& format, bool overwrite = false)
+{
+    OutputPlan plan;
+    plan.path = path;
+    plan.format = format;
+    plan.overwrite = overwrite;
+    plan.codec = 0x61766331;
+    return plan;
+}
+
 TEST(OutputWriter, AnnexBIsHeadersThenPicturesInOrder)
 {
     TempDir dir;
@@ -28,10 +50,11 @@ TEST(OutputWriter, AnnexBIsHeadersThenPicturesInOrder)
     VideoFormat format;
     format.width = 16;
     format.height = 16;
-    auto writer = MakeOutputWriter(path, format);
+    auto writer = MakeOutputWriter(Plan(path, "h264"), format, {});
+    EXPECT_EQ(dir.entries().size(), 1u);
+    EXPECT_NE(dir.entries()[0], "out.h264") << "written under another name until complete";
 
-    evc::EncodedFrame empty;  // the compressor's delay: nothing to write
-    writer->write(empty);
+    writer->write(evc::EncodedFrame());  // the compressor's delay: nothing to write
     evc::EncodedFrame first;
     first.descriptors = {MakePacket(7, {0, 0, 0, 1, 0x67, 0xAA}), MakePacket(8, {0, 0, 0, 1, 0x68, 0xBB})};
     first.packets = {MakePacket(1, {0, 0, 0, 1, 0x65, 1, 2}), MakePacket(0, {0, 0, 0, 1, 0x41, 3})};
@@ -46,28 +69,51 @@ TEST(OutputWriter, AnnexBIsHeadersThenPicturesInOrder)
                                          1, 0x65, 1, 2, 0,    0,    0, 1, 0x41, 3, 0,    0,    1, 0x41, 4};
     EXPECT_EQ(ReadFile(path), golden);
     writer.reset();
-    EXPECT_EQ(ReadFile(path), golden) << "a closed file is kept";
+    EXPECT_EQ(dir.entries(), std::vector<std::string>{"out.h264"});
 }
 
-TEST(OutputWriter, UnfinishedFilesAreRemovedAndNamesChecked)
+TEST(OutputFile, NeverDestroysWhatWasThere)
 {
     TempDir dir;
-    VideoFormat format;
-    format.width = 16;
-    format.height = 16;
-    for (const char* name : {"partial.h264", "partial.evcseg"}) {
-        SCOPED_TRACE(name);
-        auto writer = MakeOutputWriter(dir.file(name), format);
-        evc::EncodedFrame frame;
-        frame.packets = {MakePacket(1, {0, 0, 0, 1, 0x65})};
-        writer->write(frame);
-        EXPECT_EQ(dir.entries(), std::vector<std::string>{name});
-        writer.reset();  // as when the encode fails
-        EXPECT_TRUE(dir.entries().empty());
+    const std::string target = dir.file("target.mkv");
+    const std::string link = dir.file("link.mkv");
+    struct Case {
+        const char* name;
+        std::string path;
+        bool overwrite;
+        bool commit;
+        bool created;         // the constructor succeeds
+        std::string content;  // of the path afterwards ("" when absent)
+    };
+    const std::vector<Case> cases = {
+        {"new file, failed run", dir.file("new.mkv"), false, false, true, ""},
+        {"new file, done", dir.file("new.mkv"), false, true, true, "new"},
+        {"existing file, no -y", target, false, false, false, "old"},
+        {"existing file, -y, failed run", target, true, false, true, "old"},
+        {"existing file, -y, done", target, true, true, true, "new"},
+        {"symlink, -y, failed run", link, true, false, true, "old"},
+        {"no such folder", dir.file("none/x.mkv"), true, false, false, ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        WriteFile(target, "old");
+        unlink(link.c_str());
+        ASSERT_EQ(symlink(target.c_str(), link.c_str()), 0);
+        try {
+            OutputFile file(c.path, c.overwrite);
+            ASSERT_TRUE(c.created);
+            WriteFile(file.writePath(), "new");
+            if (c.commit)
+                file.commit();
+        } catch (const std::runtime_error& e) {
+            EXPECT_FALSE(c.created) << e.what();
+            EXPECT_EQ(std::string(e.what()).rfind(c.path, 0), 0u) << "names the output: " << e.what();
+        }
+        EXPECT_EQ(Text(c.path), c.content);
+        EXPECT_EQ(Text(target), c.path == target ? c.content : "old") << "a symlink's target is never written through";
+        unlink(dir.file("new.mkv").c_str());
+        EXPECT_EQ(dir.entries(), (std::vector<std::string>{"link.mkv", "target.mkv"})) << "no temporary file stays";
     }
-    EXPECT_THROW(MakeOutputWriter(dir.file("out.mp4"), format), std::invalid_argument);
-    EXPECT_THROW(MakeOutputWriter(dir.file("no-such-folder/out.h264"), format), std::runtime_error);
-    EXPECT_THROW(MakeOutputWriter(dir.file("no-such-folder/out.evcseg"), format), std::runtime_error);
 }
 
 }  // namespace
