@@ -264,4 +264,53 @@ TEST_F(CodecsEndToEnd, FastPresetsEncodeAndRefusedFormatsGetTheMismatchCode)
     }
 }
 
+// The pass-through test bundle: its packets are the planes the plug-in
+// helpers hand a codec, so every format and row order can be checked byte
+// for byte.
+TEST_F(CodecsEndToEnd, PluginHelpersHandTheCodecEveryFormatTopDown)
+{
+    const std::string preset = "<Output><VideoCompressor Manufacture4cc=\"" + std::to_string(0x45766354u) +
+                               "\" Codec4cc=\"" + std::to_string(0x72617720u) +
+                               "\"><StandardSettings><KeyFrameInterval Type=\"eInt\" Value=\"2\"/>"
+                               "</StandardSettings></VideoCompressor></Output>";
+    for (const FormatInfo& f : kFormats) {
+        for (const bool bottomUp : {false, true}) {
+            SCOPED_TRACE(std::string(f.pixFmt) + (bottomUp ? " bottom-up" : " top-down"));
+            evc::Client client(Options());
+            ASSERT_EQ(client.SetOutput(preset), 0u);
+            ZKEncImage_t frame{};
+            std::vector<uint8_t> bytes = Clip(f, frame.image, 0);
+            ASSERT_EQ(client.Begin(&frame), 0u);
+            for (int n = 0; n < 3; ++n) {
+                bytes = Clip(f, frame.image, n);
+                frame.image.bottomUp = bottomUp;
+                // What the codec must see: each plane's rows from the top.
+                std::string expected;
+                for (int p = 0; p < 3; ++p) {
+                    const uint32_t rowBytes =
+                        p == 2 && frame.image.rowBytes[2] == 0 ? frame.image.rowBytes[1] : frame.image.rowBytes[p];
+                    const uint32_t rows = p > 0 && (f.colorFormat == 6 || f.colorFormat == 31) ? kHeight / 2 : kHeight;
+                    for (uint32_t r = 0; r < rows; ++r) {
+                        const uint8_t* row = frame.image.planes[p] + size_t(bottomUp ? rows - 1 - r : r) * rowBytes;
+                        expected.append(reinterpret_cast<const char*>(row), rowBytes);
+                    }
+                }
+                evc::EncodedFrame out;
+                ASSERT_EQ(client.CompressFrame(&frame, false, n == 2, &out), 0u);
+                ASSERT_EQ(out.packets.size(), 1u);
+                const evc::Packet& packet = out.packets[0];
+                EXPECT_EQ(std::string(packet.data.begin(), packet.data.end()), expected) << n;
+                EXPECT_EQ(packet.type, n % 2 == 0 ? 1u : 0u) << n;
+                EXPECT_EQ(packet.time, uint64_t(n));
+                EXPECT_EQ(packet.duration, 1u);
+                ASSERT_EQ(out.descriptors.size(), n == 0 ? 1u : 0u);
+                if (n == 0) {
+                    EXPECT_EQ(std::string(out.descriptors[0].data.begin(), out.descriptors[0].data.end()),
+                              "raw " + std::to_string(f.colorFormat));
+                }
+            }
+        }
+    }
+}
+
 }  // namespace
