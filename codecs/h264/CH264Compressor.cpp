@@ -29,6 +29,22 @@ constexpr TFormatChoice kChoices[] = {
     {13, X264_CSP_I444, "high444"},
 };
 
+// The rate as an exact fraction where one with a usual denominator fits
+// (29.97002997 is 30000/1001), else in thousandths.
+void RateFraction(double rate, uint32_t& num, uint32_t& den)
+{
+    for (uint32_t d : {1u, 1001u, 1000u, 100u}) {
+        const double n = std::round(rate * d);
+        if (std::fabs(n / d - rate) < 1e-9 * rate) {
+            num = static_cast<uint32_t>(n);
+            den = d;
+            return;
+        }
+    }
+    num = static_cast<uint32_t>(std::lround(rate * 1000.0));
+    den = 1000;
+}
+
 }  // namespace
 
 CH264Compressor::CH264Compressor()
@@ -66,8 +82,14 @@ bool CH264Compressor::MakeParameters(const TStreamInfo& stream, x264_param_t& pa
     param.b_vfr_input = tune == "zerolatency" ? 0 : 1;
     param.i_timebase_num = 1;
     param.i_timebase_den = static_cast<uint32_t>(stream.timeScale);
-    param.i_fps_num = static_cast<uint32_t>(std::lround(frameRate * 1000.0));
-    param.i_fps_den = 1000;
+    RateFraction(frameRate, param.i_fps_num, param.i_fps_den);
+    // Given a nominal rate, the encoder counts in pictures, so the stream
+    // announces that rate (a time base of 1/time scale reads as thousands
+    // of pictures a second); each packet gets its picture's own time back.
+    if (m_nonStandard.Double(kFrameRate) != 0.0) {
+        param.i_timebase_num = param.i_fps_den;
+        param.i_timebase_den = param.i_fps_num;
+    }
     if (keyInterval > 0)
         param.i_keyint_max = keyInterval;
     if (bitrate > 0) {
@@ -106,6 +128,10 @@ uint32_t CH264Compressor::Open(const TStreamInfo& stream)
     if (!MakeParameters(stream, param))
         return kZKErrBadArgument;
     SetNominalDuration((stream.timeScale * param.i_fps_den + param.i_fps_num / 2) / param.i_fps_num);
+    m_timeScale = stream.timeScale;
+    m_encoderTicks = param.i_timebase_num;
+    m_encoderScale = param.i_timebase_den;
+    m_streamTimes.clear();
 
     m_encoder.reset(x264_encoder_open(&param));
     if (!m_encoder)
@@ -129,9 +155,16 @@ uint32_t CH264Compressor::EncodeOne(x264_picture_t* picture)
     if (size < 0)
         return Refuse(kZKErrGeneral, "the encoder failed on a picture");
     // With Annex-B output the NAL units of one picture lie back to back.
-    if (size > 0 && count > 0)
+    if (size > 0 && count > 0) {
+        int64_t pts = out.i_pts;
+        const auto original = m_streamTimes.find(out.i_pts);
+        if (original != m_streamTimes.end()) {
+            pts = original->second;
+            m_streamTimes.erase(original);
+        }
         Emit(out.b_keyframe ? evc::h264::kKeyPicturePacket : evc::h264::kPicturePacket, nals[0].p_payload, size_t(size),
-             out.i_pts);
+             pts);
+    }
     return kZKNoErr;
 }
 
@@ -145,7 +178,14 @@ uint32_t CH264Compressor::Encode(const TInputPicture& input)
         picture.img.plane[p] = const_cast<uint8_t*>(input.planes[p]);
         picture.img.i_stride[p] = input.rowBytes[p];
     }
-    picture.i_pts = input.pts;
+    // On the encoder's clock, kept increasing.
+    int64_t pts = static_cast<int64_t>(
+        (static_cast<unsigned __int128>(input.pts) * m_encoderScale + m_timeScale * m_encoderTicks / 2) /
+        (m_timeScale * m_encoderTicks));
+    if (!m_streamTimes.empty() && pts <= m_streamTimes.rbegin()->first)
+        pts = m_streamTimes.rbegin()->first + 1;
+    m_streamTimes[pts] = input.pts;
+    picture.i_pts = pts;
     picture.i_type = input.forceKey ? X264_TYPE_IDR : X264_TYPE_AUTO;
     return EncodeOne(&picture);
 }

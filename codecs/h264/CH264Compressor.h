@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 
 #include <x264.h>
@@ -37,6 +38,12 @@ private:
 
     std::unique_ptr<x264_t, TEncoderCloser> m_encoder;
     int m_colorSpace = X264_CSP_I420;
+    // The encoder's time base (ticks / scale seconds), and for each picture
+    // in the encoder its time on that clock -> its own time.
+    uint64_t m_timeScale = 1;
+    uint64_t m_encoderTicks = 1;
+    uint64_t m_encoderScale = 1;
+    std::map<int64_t, int64_t> m_streamTimes;
 };
 
 }  // namespace h264

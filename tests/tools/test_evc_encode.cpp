@@ -222,6 +222,11 @@ TEST_F(EvcEncodeTest, OptionsReachTheEncoder)
     const std::string keys = Probe(output, "-show_entries packet=flags");
     EXPECT_EQ(std::count(keys.begin(), keys.end(), 'K'), 3) << "--keyint 10 over 25 pictures: " << keys;
 
+    // A raw stream has only its own word for the rate.
+    const std::string raw = m_dir->file("ntsc.h264");
+    ASSERT_EQ(Encode("-q --test-pattern 64x48@30000/1001:0.3 -o " + Quote(raw)).status, 0);
+    EXPECT_EQ(Probe(raw, "-show_entries stream=r_frame_rate"), "30000/1001\n");
+
     const std::string seeked = m_dir->file("seeked.mp4");
     ASSERT_EQ(Encode("-q --ss 0.4 --frames 5 " + Quote(Media("src.mp4")) + " -o " + Quote(seeked)).status, 0);
     Facts facts = Describe(seeked);
