@@ -11,4 +11,4 @@ if [ ! -x "$ENCODER" ]; then
   exit 0
 fi
 mkdir -p out
-exec "$ENCODER" --test-pattern 640x360@25:4 --preset presets/h264-quality.xml -o out/demo.h264 "$@"
+exec "$ENCODER" -y --test-pattern 640x360@25:4 -o out/demo.h264 "$@"
