@@ -24,6 +24,9 @@ constexpr uint32_t kFaultyCodec = FourCC("faul");
 constexpr uint32_t kTwinCodec = FourCC("twin");
 constexpr uint32_t kDualCodec = FourCC("dual");
 constexpr uint32_t kGpuCodec = FourCC("gpu ");
+// test_faulty_h264.qv64 offers (EvcT, fh26, 8): the h264 bundle's compressor
+// behind a fault switch (see FaultyH264Plugin.cpp).
+constexpr uint32_t kFaultyH264Codec = FourCC("fh26");
 // Presets spell the codes in decimal.
 static_assert(kTestManufacturer == 1165386580u && kOtherManufacturer == 1165386581u, "manufacturers in decimal");
 static_assert(kEchoCodec == 1701013615u && kFaultyCodec == 1717663084u, "codecs in decimal");

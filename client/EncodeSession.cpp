@@ -1,0 +1,332 @@
+#include "evc/EncodeSession.h"
+
+#include <algorithm>
+#include <deque>
+
+#include "transport/ExternalVideoProxy.h"
+
+namespace evc {
+
+StatusError::StatusError(uint32_t status, const std::string& what) : std::runtime_error(what), m_status(status) {}
+
+RecoveryError::RecoveryError(const ServiceError& last, uint64_t frame, unsigned restarts)
+    : ServiceError(last.kind(), last.signal(), last.exitStatus(), "",
+                   "frame " + std::to_string(frame) + " failed the service " + std::to_string(restarts + 1) +
+                       " times in a row, the session gave up after " + std::to_string(restarts) +
+                       " restarts; last failure: " + last.what()),
+      m_frame(frame), m_restarts(restarts)
+{
+}
+
+namespace {
+
+std::string Hex(uint32_t status)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08X", status);
+    return text;
+}
+
+// A picture kept as the element the client would write for it: one copy,
+// whatever the layout of the caller's planes, read back when it is re-sent.
+class KeptPicture {
+public:
+    KeptPicture(const ZKEncImage_t& record, ExternalVideoProxy& proxy)
+    {
+        uint32_t size = 0;
+        proxy.Begin(nullptr, 0);
+        proxy.SerializeFrame(&record, size, false);
+        m_bytes.resize(size);
+        proxy.Begin(m_bytes.data(), size);
+        if (size == 0 || proxy.SerializeFrame(&record, size, false) != 0)
+            throw UsageError("the picture cannot be described as a frame element");
+    }
+    // The record over a frame that lives until the next call.
+    const ZKEncImage_t& Record(ExternalVideoProxy& proxy)
+    {
+        proxy.Begin(m_bytes.data(), static_cast<uint32_t>(m_bytes.size()));
+        m_frame = proxy.DeSerializeFrame(static_cast<uint32_t>(m_bytes.size()));
+        if (!m_frame)
+            throw UsageError("a kept picture does not read back");
+        m_record = m_frame->GetZKEncImage();
+        return m_record;
+    }
+
+private:
+    std::vector<uint8_t> m_bytes;
+    TZKImageFramePtr m_frame;
+    ZKEncImage_t m_record{};
+};
+
+struct Pending {
+    uint64_t index;
+    uint64_t time;
+    uint64_t timeScale;
+    bool key;
+    bool done = false;  // its packet came back (not yet necessarily handed out)
+    std::unique_ptr<KeptPicture> picture;
+};
+
+struct Received {
+    uint64_t frame;
+    Packet packet;
+};
+
+}  // namespace
+
+class EncodeSession::TPrivate {
+public:
+    TPrivate(const SessionOptions& options, const std::string& presetXml, const ZKEncImage_t& description)
+        : m_options(options), m_preset(presetXml), m_description(description, m_proxy)
+    {
+        Start();
+    }
+
+    void Start();
+    // Sends one command; index names the picture it carries (for errors).
+    void Send(const ZKEncImage_t* picture, bool key, bool last, uint64_t index);
+    // Sends with recovery: on a service failure restarts and re-sends.
+    void SendRecovering(const ZKEncImage_t* picture, bool key, bool last);
+    void Recover(const ServiceError& fault, uint64_t failedIndex, bool last);
+    void Absorb(const EncodedFrame& reply, bool last);
+    void Release(bool everything);
+    Pending* Find(const Packet& packet);
+
+    SessionOptions m_options;
+    std::string m_preset;
+    ExternalVideoProxy m_proxy;
+    KeptPicture m_description;
+    std::unique_ptr<Client> m_client;
+    std::deque<Pending> m_pending;  // by index; the front is the oldest not handed out
+    std::deque<Received> m_received;
+    std::vector<Packet> m_headers;  // stream headers waiting for their first picture
+    std::vector<EncodedFrame>* m_sink = nullptr;
+    uint64_t m_next = 0;
+    bool m_finished = false;
+    unsigned m_restartsInRow = 0;
+    std::vector<RecoveryEvent> m_recoveries;
+};
+
+void EncodeSession::TPrivate::Start()
+{
+    m_client.reset();
+    m_client = std::make_unique<Client>(m_options.client);
+    uint32_t status = m_client->SetOutput(m_preset);
+    if (status != kZKNoErr)
+        throw StatusError(status, "the service refused the preset (status " + Hex(status) + ")");
+    status = m_client->Begin(&m_description.Record(m_proxy));
+    if (status != kZKNoErr)
+        throw StatusError(status, "the compressor refused to begin the stream (status " + Hex(status) + ")");
+}
+
+Pending* EncodeSession::TPrivate::Find(const Packet& packet)
+{
+    for (Pending& frame : m_pending) {
+        if (frame.done)
+            continue;
+        const unsigned __int128 a = static_cast<unsigned __int128>(frame.time) * packet.timeBase;
+        const unsigned __int128 b = static_cast<unsigned __int128>(packet.time) * frame.timeScale;
+        if (a == b)
+            return &frame;
+    }
+    // No picture with that time: the oldest one still waiting.
+    for (Pending& frame : m_pending)
+        if (!frame.done)
+            return &frame;
+    return nullptr;
+}
+
+void EncodeSession::TPrivate::Absorb(const EncodedFrame& reply, bool last)
+{
+    m_headers.insert(m_headers.end(), reply.descriptors.begin(), reply.descriptors.end());
+    for (const Packet& packet : reply.packets) {
+        Pending* frame = Find(packet);
+        if (frame != nullptr)
+            frame->done = true;
+        m_received.push_back({frame != nullptr ? frame->index : m_next, packet});
+    }
+    Release(last);
+}
+
+void EncodeSession::TPrivate::Release(bool everything)
+{
+    // Every picture up to here has its packet.
+    uint64_t complete = m_pending.empty() ? m_next : m_pending.front().index;
+    for (const Pending& frame : m_pending) {
+        if (!frame.done)
+            break;
+        complete = frame.index + 1;
+    }
+    // Bounded memory: the oldest pictures are handed out as they are.
+    if (m_pending.size() > m_options.maxPendingFrames)
+        complete = std::max(complete, m_pending[m_pending.size() - m_options.maxPendingFrames].index);
+    uint64_t released = 0;
+    while (!m_received.empty() && (everything || m_received.front().frame < complete)) {
+        if (!m_headers.empty() || m_sink->empty()) {
+            m_sink->emplace_back();
+            m_sink->back().descriptors.swap(m_headers);
+        }
+        EncodedFrame& out = m_sink->back();
+        if (out.packets.empty()) {
+            out.time = m_received.front().packet.time;
+            out.timeScale = m_received.front().packet.timeBase;
+        }
+        out.packets.push_back(std::move(m_received.front().packet));
+        m_received.pop_front();
+        ++released;
+    }
+    if (everything)
+        complete = m_next;
+    while (!m_pending.empty() && m_pending.front().index < complete &&
+           std::none_of(m_received.begin(), m_received.end(),
+                        [&](const Received& r) { return r.frame == m_pending.front().index; })) {
+        m_pending.pop_front();
+        released = released + 1;
+    }
+    if (released > 0)
+        m_restartsInRow = 0;
+}
+
+void EncodeSession::TPrivate::Send(const ZKEncImage_t* picture, bool key, bool last, uint64_t index)
+{
+    EncodedFrame reply;
+    const uint32_t status = m_client->CompressFrame(picture, key, last, &reply);
+    if (status != kZKNoErr)
+        throw StatusError(status,
+                          "the compressor failed on frame " + std::to_string(index) + " (status " + Hex(status) + ")");
+    Absorb(reply, last);
+}
+
+void EncodeSession::TPrivate::SendRecovering(const ZKEncImage_t* picture, bool key, bool last)
+{
+    // The newest picture: the one sent, or the last one for a flush.
+    const uint64_t index = m_next - 1;
+    try {
+        Send(picture, key, last, index);
+    } catch (const ServiceError& fault) {
+        Recover(fault, index, last);
+    }
+}
+
+void EncodeSession::TPrivate::Recover(const ServiceError& firstFault, uint64_t failedIndex, bool last)
+{
+    if (m_options.maxRestarts == 0)
+        throw firstFault;
+    const auto start = std::chrono::steady_clock::now();
+    ServiceError fault = firstFault;
+    RecoveryEvent event;
+    event.fault = fault.kind();
+    event.message = fault.what();
+    event.failedFrame = failedIndex;
+    for (;;) {
+        if (++m_restartsInRow > m_options.maxRestarts)
+            throw RecoveryError(fault, failedIndex, m_restartsInRow - 1);
+        ++event.restarts;
+        // What the dead service produced but the host has not received is
+        // lost with it; those pictures are pending again.
+        m_received.clear();
+        m_headers.clear();
+        for (Pending& frame : m_pending)
+            frame.done = false;
+        event.resentFrames.clear();
+        try {
+            Start();
+            bool first = true;
+            // Index-based: a re-sent picture that completes leaves the deque.
+            for (size_t i = 0; i < m_pending.size();) {
+                Pending& frame = m_pending[i];
+                const uint64_t index = frame.index;
+                const bool lastOne = last && index + 1 == m_next;
+                failedIndex = index;
+                event.resentFrames.push_back(index);
+                const size_t before = m_pending.size();
+                Send(&frame.picture->Record(m_proxy), first || frame.key, lastOne, index);
+                first = false;
+                // Released pictures left the front; the rest moved down.
+                i = i + 1 - std::min(i + 1, before - m_pending.size());
+            }
+            break;
+        } catch (const ServiceError& next) {
+            fault = next;
+        }
+    }
+    event.recoveryTime =
+        std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start);
+    m_recoveries.push_back(event);
+    if (m_options.onRecovery)
+        m_options.onRecovery(event);
+}
+
+EncodeSession::EncodeSession(const SessionOptions& options, const std::string& presetXml,
+                             const ZKEncImage_t& streamDescription)
+    : m_private(new TPrivate(options, presetXml, streamDescription))
+{
+}
+
+EncodeSession::~EncodeSession() = default;
+
+void EncodeSession::Encode(const ZKEncImage_t& picture, bool isKeyFrame, bool isLastFrame,
+                           std::vector<EncodedFrame>& output)
+{
+    TPrivate& p = *m_private;
+    if (p.m_finished)
+        throw UsageError("the stream was finished; no picture can follow");
+    Pending frame{p.m_next,
+                  picture.image.time,
+                  picture.image.timeScale,
+                  isKeyFrame,
+                  false,
+                  std::make_unique<KeptPicture>(picture, p.m_proxy)};
+    p.m_pending.push_back(std::move(frame));
+    ++p.m_next;
+    p.m_finished = isLastFrame;
+    p.m_sink = &output;
+    // The caller's own picture goes out; the kept copy serves re-sending.
+    p.SendRecovering(&picture, isKeyFrame, isLastFrame);
+}
+
+void EncodeSession::Finish(std::vector<EncodedFrame>& output)
+{
+    TPrivate& p = *m_private;
+    if (p.m_finished)
+        return;
+    p.m_finished = true;
+    p.m_sink = &output;
+    p.SendRecovering(nullptr, false, true);
+}
+
+void EncodeSession::Close()
+{
+    TPrivate& p = *m_private;
+    try {
+        const uint32_t status = p.m_client->End();
+        if (status != kZKNoErr)
+            throw StatusError(status, "the compressor failed to end the stream (status " + Hex(status) + ")");
+        p.m_client->Quit();
+    } catch (const ServiceError&) {
+        if (!p.m_pending.empty() || !p.m_received.empty())
+            throw;
+    }
+}
+
+uint64_t EncodeSession::framesSent() const
+{
+    return m_private->m_next;
+}
+
+uint64_t EncodeSession::framesPending() const
+{
+    return m_private->m_pending.size();
+}
+
+const std::vector<RecoveryEvent>& EncodeSession::recoveries() const
+{
+    return m_private->m_recoveries;
+}
+
+int EncodeSession::servicePid() const
+{
+    return m_private->m_client->servicePid();
+}
+
+}  // namespace evc

@@ -1,0 +1,117 @@
+// An encode that survives its codec: a session above Client that owns the
+// preset and the stream description, sends pictures, and when the service
+// crashes, exits, hangs or breaks the protocol during a picture, starts a new
+// service, applies the same preset, begins the stream again and re-sends
+// every picture whose compressed output it has not yet handed out, the first
+// as a forced key frame. The output stays complete and decodable across the
+// restart: the new stream brings its own headers (descriptors).
+//
+// Which pictures are pending: a compressed packet carries the time of the
+// picture it encodes. The session keeps each picture it sent until the host
+// has received its packet, and hands packets out (in the order the codec
+// produced them) only once every earlier picture in presentation order has
+// its packet too. So what the host holds is always a whole, decodable prefix
+// of the pictures, and what a crash loses is exactly the pictures kept for
+// re-sending. Their number is bounded by the encoder's delay (look-ahead and
+// reordering). A codec whose packets carry no such time is matched in order:
+// each packet completes the oldest pending picture.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "evc/Client.h"
+
+namespace evc {
+
+// One recovery: what failed, what was re-sent and how long it took.
+struct RecoveryEvent {
+    ServiceError::Kind fault = ServiceError::Kind::Crashed;
+    std::string message;                       // the fault's text
+    uint64_t failedFrame = 0;                  // index of the picture in the command that failed
+    std::vector<uint64_t> resentFrames;        // in order; the first went as a key frame
+    unsigned restarts = 0;                     // services started for this recovery (1 unless restarts failed too)
+    std::chrono::microseconds recoveryTime{};  // from the fault until every pending picture was re-sent
+};
+
+struct SessionOptions {
+    ClientOptions client;
+    // Restarts in a row (without a picture completed between them) before
+    // the session gives up; 0 fails at once with the service's own error.
+    unsigned maxRestarts = 3;
+    // Pictures kept for re-sending at most; older ones are handed out as they
+    // are and can no longer be recovered. Far above any encoder's delay.
+    size_t maxPendingFrames = 1024;
+    // Called after each recovery (also listed by recoveries()).
+    std::function<void(const RecoveryEvent&)> onRecovery;
+};
+
+// The compressor answered a picture or the preset with a failure status: an
+// answer, so the session does not retry it.
+class StatusError : public std::runtime_error {
+public:
+    StatusError(uint32_t status, const std::string& what);
+    uint32_t status() const { return m_status; }
+
+private:
+    uint32_t m_status;
+};
+
+// The session gave up: the service failed again after maxRestarts restarts in
+// a row. kind() and the rest describe the last failure.
+class RecoveryError : public ServiceError {
+public:
+    RecoveryError(const ServiceError& last, uint64_t frame, unsigned restarts);
+    // The picture whose command failed every time.
+    uint64_t frameIndex() const { return m_frame; }
+    unsigned restarts() const { return m_restarts; }
+
+private:
+    uint64_t m_frame;
+    unsigned m_restarts;
+};
+
+class EncodeSession {
+public:
+    // Starts the service, applies the preset and begins a stream like
+    // streamDescription (its geometry and time scale; pixels are not needed).
+    // Throws ServiceError (no recovery yet: nothing to lose), StatusError
+    // (preset or stream refused), UsageError.
+    EncodeSession(const SessionOptions& options, const std::string& presetXml, const ZKEncImage_t& streamDescription);
+    // Quits the service. Never throws.
+    ~EncodeSession();
+    EncodeSession(const EncodeSession&) = delete;
+    EncodeSession& operator=(const EncodeSession&) = delete;
+
+    // Sends picture number framesSent() (copied; the caller keeps it) and
+    // appends what can be handed out to output: one EncodedFrame per run of
+    // packets, each run's stream headers in its descriptors. isLastFrame
+    // flushes the encoder: every remaining packet comes out. Throws
+    // RecoveryError, ServiceError (maxRestarts 0), StatusError, UsageError
+    // (after the last frame).
+    void Encode(const ZKEncImage_t& picture, bool isKeyFrame, bool isLastFrame, std::vector<EncodedFrame>& output);
+    // Flushes without a new picture, when no last frame was sent. The same
+    // errors as Encode.
+    void Finish(std::vector<EncodedFrame>& output);
+    // Ends the stream and quits the service. A service that fails once every
+    // packet is out costs nothing. Throws ServiceError while packets are
+    // still pending, StatusError.
+    void Close();
+
+    uint64_t framesSent() const;
+    // Pictures sent whose packets have not been handed out.
+    uint64_t framesPending() const;
+    const std::vector<RecoveryEvent>& recoveries() const;
+    // The service now running (it changes with each recovery).
+    int servicePid() const;
+
+private:
+    class TPrivate;
+    std::unique_ptr<TPrivate> m_private;
+};
+
+}  // namespace evc

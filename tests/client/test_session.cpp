@@ -1,0 +1,188 @@
+// Encode sessions that lose nothing: the real H.264 compressor behind a fault
+// switch crashes or hangs once at a chosen picture (or while flushing), or the
+// service is killed from outside; the output must hold every picture, decode
+// with ffmpeg without a complaint and stay close to the source. A picture that
+// fails every time ends the session with an error naming it.
+#include <gtest/gtest.h>
+
+#include <signal.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "common/Process.h"
+#include "common/Scratch.h"
+#include "evc/EncodeSession.h"
+#include "media/ZKImageLayout.h"
+#include "plugins/bundles/TestPluginCodes.h"
+
+using namespace evctest;
+
+namespace {
+
+constexpr uint32_t kWidth = 128;
+constexpr uint32_t kHeight = 96;
+constexpr size_t kPictureBytes = kWidth * kHeight * 3 / 2;
+
+// A smooth moving picture, so the quality bar means something.
+std::vector<uint8_t> Picture(uint64_t n)
+{
+    std::vector<uint8_t> bytes(kPictureBytes);
+    for (uint32_t y = 0; y < kHeight; ++y)
+        for (uint32_t x = 0; x < kWidth; ++x)
+            bytes[y * kWidth + x] = static_cast<uint8_t>(x + 2 * y + 3 * n);
+    for (size_t i = kWidth * kHeight; i < bytes.size(); ++i)
+        bytes[i] = static_cast<uint8_t>(128 + (i % 32) + n);
+    return bytes;
+}
+
+ZKEncImage_t Record(std::vector<uint8_t>* bytes, uint64_t n)
+{
+    ZKEncImage_t record{};
+    const uint32_t status =
+        InitZKImage(&record.image, bytes != nullptr ? kPictureBytes : 0, bytes != nullptr ? bytes->data() : nullptr,
+                    eColorFormatYUV420Planar, false, kWidth, kHeight, false, n, 25);
+    EXPECT_EQ(status, kZKNoErr);
+    return record;
+}
+
+double Psnr(const std::string& decoded, size_t pictures)
+{
+    double squared = 0;
+    for (size_t n = 0; n < pictures; ++n) {
+        const std::vector<uint8_t> source = Picture(n);
+        for (size_t i = 0; i < kPictureBytes; ++i) {
+            const double d = double(source[i]) - uint8_t(decoded[n * kPictureBytes + i]);
+            squared += d * d;
+        }
+    }
+    return squared == 0 ? 100 : 10 * std::log10(255.0 * 255.0 / (squared / (pictures * kPictureBytes)));
+}
+
+class EncodeSessionTest : public ScratchTest {
+protected:
+    evc::SessionOptions Options()
+    {
+        evc::SessionOptions options;
+        options.client.servicePath = BuildPath("bin/evc-service");
+        options.client.applicationFolder = BuildPath();
+        options.client.largestFrameBytes = kPictureBytes;
+        options.client.commandTimeout = std::chrono::milliseconds(1500);
+        return options;
+    }
+    static std::string Preset(const std::string& fault)
+    {
+        return "<Output><VideoCompressor Manufacture4cc=\"" + std::to_string(kTestManufacturer) + "\" Codec4cc=\"" +
+               std::to_string(kFaultyH264Codec) + "\"><NonStandardSettings><Fault Type=\"eEnum\" Value=\"" + fault +
+               "\"/><Preset Type=\"eEnum\" Value=\"veryfast\"/><CRF Type=\"eDouble\" Value=\"18\"/>"
+               "<Threads Type=\"eInt\" Value=\"1\"/></NonStandardSettings></VideoCompressor></Output>";
+    }
+    // Encodes count pictures; kills the service from outside before picture
+    // killAt when it is not negative. Returns the Annex-B stream.
+    std::string Encode(evc::EncodeSession& session, uint64_t count, int64_t killAt = -1)
+    {
+        std::vector<evc::EncodedFrame> out;
+        for (uint64_t n = 0; n < count; ++n) {
+            if (static_cast<int64_t>(n) == killAt)
+                kill(session.servicePid(), SIGKILL);
+            std::vector<uint8_t> bytes = Picture(n);
+            session.Encode(Record(&bytes, n), n == 0, n + 1 == count, out);
+        }
+        session.Close();
+        std::string stream;
+        for (const evc::EncodedFrame& frame : out) {
+            for (const evc::Packet& header : frame.descriptors)
+                stream.append(header.data.begin(), header.data.end());
+            for (const evc::Packet& picture : frame.packets) {
+                stream.append(picture.data.begin(), picture.data.end());
+                ++m_pictures;
+            }
+        }
+        return stream;
+    }
+    size_t m_pictures = 0;
+};
+
+TEST_F(EncodeSessionTest, OneFailureCostsNoPictureAndTheOutputDecodes)
+{
+    struct Row {
+        const char* name;
+        const char* fault;  // "ONCE" stands for the marker file
+        int64_t killAt;
+        evc::ServiceError::Kind kind;
+    };
+    const Row rows[] = {
+        {"crash at picture 7", "CompressFrame:segv:t=7:once=ONCE", -1, evc::ServiceError::Kind::Crashed},
+        {"hang at picture 12", "CompressFrame:hang:t=12:once=ONCE", -1, evc::ServiceError::Kind::TimedOut},
+        {"crash while flushing", "CompressFrame:segv:last:once=ONCE", -1, evc::ServiceError::Kind::Crashed},
+        {"killed from outside at picture 20", "", 20, evc::ServiceError::Kind::Crashed},
+    };
+    constexpr uint64_t kCount = 40;
+    const std::string marker = Path("fired");
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        std::string fault = row.fault;
+        if (fault.find("ONCE") != std::string::npos)
+            fault.replace(fault.find("ONCE"), 4, marker);
+        std::vector<evc::RecoveryEvent> seen;
+        evc::SessionOptions options = Options();
+        options.onRecovery = [&](const evc::RecoveryEvent& event) { seen.push_back(event); };
+        m_pictures = 0;
+        std::string stream;
+        {
+            evc::EncodeSession session(options, Preset(fault), Record(nullptr, 0));
+            stream = Encode(session, kCount, row.killAt);
+            EXPECT_EQ(session.framesPending(), 0u);
+        }
+        std::filesystem::remove(marker);
+        ASSERT_EQ(seen.size(), 1u);
+        EXPECT_EQ(seen[0].fault, row.kind);
+        ASSERT_FALSE(seen[0].resentFrames.empty());
+        EXPECT_LE(seen[0].resentFrames.front(), seen[0].failedFrame);
+        EXPECT_EQ(seen[0].resentFrames.back(), seen[0].failedFrame);
+        EXPECT_EQ(m_pictures, kCount);
+
+        const std::string file = Path("out.h264");
+        const std::string raw = Path("out.yuv");
+        std::ofstream(file, std::ios::binary) << stream;
+        const CommandResult decode =
+            RunCommand("ffmpeg -v error -i '" + file + "' -f rawvideo -pix_fmt yuv420p -y '" + raw + "'");
+        EXPECT_EQ(decode.status, 0);
+        EXPECT_EQ(decode.output, "");
+        std::ifstream in(raw, std::ios::binary);
+        const std::string decoded((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        std::filesystem::remove(file);
+        std::filesystem::remove(raw);
+        ASSERT_EQ(decoded.size(), kCount * kPictureBytes);
+        EXPECT_GT(Psnr(decoded, kCount), 35.0);
+    }
+}
+
+TEST_F(EncodeSessionTest, APictureThatFailsEveryTimeIsNamedAfterTheLimit)
+{
+    for (const unsigned restarts : {3u, 0u}) {
+        SCOPED_TRACE(restarts);
+        evc::SessionOptions options = Options();
+        options.maxRestarts = restarts;
+        evc::EncodeSession session(options, Preset("CompressFrame:segv:t=9"), Record(nullptr, 0));
+        try {
+            Encode(session, 20);
+            ADD_FAILURE() << "no error";
+        } catch (const evc::RecoveryError& e) {
+            EXPECT_EQ(restarts, 3u);
+            EXPECT_EQ(e.frameIndex(), 9u);
+            EXPECT_EQ(e.restarts(), 3u);
+            EXPECT_EQ(e.kind(), evc::ServiceError::Kind::Crashed);
+            EXPECT_NE(std::string(e.what()).find("frame 9"), std::string::npos) << e.what();
+        } catch (const evc::ServiceError& e) {
+            // No restarts: the service's own error, as without a session.
+            EXPECT_EQ(restarts, 0u);
+            EXPECT_EQ(e.signal(), SIGSEGV);
+        }
+        EXPECT_TRUE(session.recoveries().empty());
+    }
+}
+
+}  // namespace
