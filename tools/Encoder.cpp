@@ -43,18 +43,28 @@ std::string SetOutputFailure(uint32_t status, const std::string& preset)
     }
 }
 
-// The record of a picture over its pixels; null pixels describe the stream
-// for Begin.
-ZKEncImage_t Record(const VideoFormat& format, Picture* picture)
+// The stream's description for Begin.
+ZKEncImage_t Sample(const VideoFormat& format)
 {
     ZKEncImage_t record{};
-    uint8_t* pixels = picture != nullptr ? picture->pixels.data() : nullptr;
-    const uint32_t size = picture != nullptr ? static_cast<uint32_t>(picture->pixels.size()) : 0;
-    if (InitZKImage(&record.image, size, pixels, eColorFormatYUV420Planar, false, static_cast<int>(format.width),
-                    static_cast<int>(format.height), false, picture != nullptr ? picture->time : 0,
-                    format.timeScale) != 0)
+    if (InitZKImage(&record.image, 0, nullptr, eColorFormatYUV420Planar, false, static_cast<int>(format.width),
+                    static_cast<int>(format.height), false, 0, format.timeScale) != 0)
         throw EncodeError("cannot describe a " + std::to_string(format.width) + "x" + std::to_string(format.height) +
                           " picture");
+    return record;
+}
+
+// The picture written straight into the shared segment, where the service
+// reads it.
+ZKEncImage_t Lend(Client& client, const VideoFormat& format, const Picture& picture)
+{
+    ZKEncImage_t record = client.LendPicture(eColorFormatYUV420Planar, format.width, format.height);
+    ZKImage_t& image = record.image;
+    const uint32_t rowBytes[3] = {image.rowBytes[0], image.rowBytes[1],
+                                  image.rowBytes[2] != 0 ? image.rowBytes[2] : image.rowBytes[1]};
+    CopyPicture(picture, format, image.planes, rowBytes);
+    image.time = picture.time;
+    image.timeScale = format.timeScale;
     return record;
 }
 
@@ -178,7 +188,7 @@ EncodeResult Encode(FrameSource& source, const EncodeJob& job, Progress& progres
     uint32_t status = client.SetOutput(job.presetXml);
     if (status != kZKNoErr)
         throw EncodeError(SetOutputFailure(status, job.presetName));
-    ZKEncImage_t sample = Record(format, nullptr);
+    ZKEncImage_t sample = Sample(format);
     status = client.Begin(&sample);
     if (status != kZKNoErr)
         throw EncodeError("the compressor refused to begin a " + std::to_string(format.width) + "x" +
@@ -193,7 +203,7 @@ EncodeResult Encode(FrameSource& source, const EncodeJob& job, Progress& progres
     std::map<uint64_t, uint64_t> durations;  // of the pictures in the compressor, by time
     while (!current.end) {
         Item following = reader.next();
-        ZKEncImage_t input = Record(format, &current.picture);
+        ZKEncImage_t input = Lend(client, format, current.picture);
         status = client.CompressFrame(&input, result.frames == 0, following.end, &encoded);
         if (InterruptCount() >= 2)
             throw EncodeAbandoned();

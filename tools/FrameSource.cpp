@@ -9,12 +9,37 @@
 
 #include "tools/TestPattern.h"
 
+extern "C" {
+#include <libavutil/imgutils.h>
+}
+
 namespace evc {
 namespace tools {
 
 size_t VideoFormat::frameBytes() const
 {
     return size_t(width) * height + 2 * (size_t((width + 1) / 2) * ((height + 1) / 2));
+}
+
+void CopyPicture(const Picture& picture, const VideoFormat& format, uint8_t* const planes[3],
+                 const uint32_t rowBytes[3])
+{
+    const int w = int(format.width);
+    const int h = int(format.height);
+    const uint8_t* source[4] = {};
+    int sourceRows[4] = {};
+    if (picture.frame) {
+        for (int p = 0; p < 3; ++p) {
+            source[p] = picture.frame->data[p];
+            sourceRows[p] = picture.frame->linesize[p];
+        }
+    } else {
+        av_image_fill_arrays(const_cast<uint8_t**>(source), sourceRows, picture.pixels.data(), AV_PIX_FMT_YUV420P, w, h,
+                             1);
+    }
+    uint8_t* target[4] = {planes[0], planes[1], planes[2], nullptr};
+    int targetRows[4] = {int(rowBytes[0]), int(rowBytes[1]), int(rowBytes[2]), 0};
+    av_image_copy(target, targetRows, source, sourceRows, AV_PIX_FMT_YUV420P, w, h);
 }
 
 namespace {

@@ -1,8 +1,7 @@
 // Where evc-encode's raw pictures come from: a video file read through
 // libavformat and libavcodec (MediaSource.h), or the built-in moving test
-// pattern. Pictures are 8-bit 4:2:0 in one buffer, planes Y, Cb, Cr back to
-// back, each with its presentation time; audio packets to be copied come
-// along with the picture they precede.
+// pattern. Pictures are 8-bit 4:2:0, each with its presentation time; audio
+// packets to be copied come along with the picture they precede.
 #pragma once
 
 #include <cstddef>
@@ -41,7 +40,15 @@ struct VideoFormat {
     size_t frameBytes() const;
 };
 
+struct Picture;
+// Copies a picture's planes to planes with the given row bytes.
+void CopyPicture(const Picture& picture, const VideoFormat& format, uint8_t* const planes[3],
+                 const uint32_t rowBytes[3]);
+
 struct Picture {
+    // 8-bit 4:2:0 as the decoder made it (no copy), or else the planes back
+    // to back in pixels.
+    FramePtr frame;
     std::vector<uint8_t> pixels;
     uint64_t time = 0;      // in format().timeScale units, from 0 up
     uint64_t duration = 0;  // the same units; 0 when the source does not say

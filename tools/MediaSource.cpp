@@ -282,17 +282,20 @@ private:
 
     void Convert(Picture& picture)
     {
+        const int format = m_frame->format;
+        if (Is420(format)) {
+            // Copied once, into the shared segment, when it is sent.
+            picture.frame.reset(av_frame_alloc());
+            if (!picture.frame || av_frame_ref(picture.frame.get(), m_frame.get()) < 0)
+                throw std::bad_alloc();
+            return;
+        }
+        picture.frame.reset();
         picture.pixels.resize(m_format.frameBytes());
         uint8_t* planes[4] = {};
         int strides[4] = {};
         av_image_fill_arrays(planes, strides, picture.pixels.data(), AV_PIX_FMT_YUV420P, int(m_format.width),
                              int(m_format.height), 1);
-        const int format = m_frame->format;
-        if (Is420(format)) {
-            av_image_copy(planes, strides, const_cast<const uint8_t**>(m_frame->data), m_frame->linesize,
-                          AV_PIX_FMT_YUV420P, int(m_format.width), int(m_format.height));
-            return;
-        }
         if (!sws_isSupportedInput(AVPixelFormat(format)))
             throw InputError(std::string("pixel format ") + PixelFormatName(format) +
                              " cannot be converted to 8-bit 4:2:0");
