@@ -615,7 +615,7 @@ int main(int argc, char** argv)
                         r.serviceCpu * 1000.0 / frames, r.inProcessCpu / r.serviceCpu, r.sameStream ? "yes" : "NO");
         }
         PrintTransport(transport);
-        std::printf("ratio = service fps / in-process fps (goal at 1920x1080: >= 0.95); CPU ratio = in-process CPU /\n"
+        std::printf("ratio = service fps / in-process fps (goal: >= 0.97 at every size); CPU ratio = in-process CPU /\n"
                     "(client + service CPU), which other work on the machine does not bend; load average %s\n",
                     LoadAverage().c_str());
     } catch (const std::exception& e) {

@@ -8,13 +8,11 @@
 
 namespace {
 
-// Touches every byte a frame claims, so that a record pointing outside its
-// buffer shows up under the address sanitizer.
-uint64_t Walk(const TZKImageFramePtr& frame)
+// Touches every byte a record claims, so that a record pointing outside its
+// buffer (or, read in place, outside the area) shows up under the address
+// sanitizer.
+uint64_t Walk(const ZKEncImage_t& record)
 {
-    if (!frame)
-        return 0;
-    const ZKEncImage_t record = frame->GetZKEncImage();
     uint64_t sum = 0;
     if (record.image.planes[0] != nullptr)
         for (uint32_t i = 0; i < record.image.dataSize; ++i)
@@ -31,6 +29,11 @@ uint64_t Walk(const TZKImageFramePtr& frame)
     return sum;
 }
 
+uint64_t Walk(const TZKImageFramePtr& frame)
+{
+    return frame ? Walk(frame->GetZKEncImage()) : 0;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
@@ -44,6 +47,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     proxy.Begin(area.data(), static_cast<uint32_t>(area.size()));
     sink = sink + Walk(proxy.DeSerializeFrame(first));
     sink = sink + Walk(proxy.DeSerializeFrame(static_cast<uint32_t>(size - first)));
+    // The input frame as the service reads it: pixels left in the area.
+    proxy.Begin(area.data(), static_cast<uint32_t>(area.size()));
+    ZKEncImage_t inPlace{};
+    if (const TZKImageFramePtr frame = proxy.DeSerializeFrameInPlace(static_cast<uint32_t>(size), inPlace))
+        sink = sink + Walk(inPlace);
     (void)sink;
     return 0;
 }
