@@ -234,6 +234,17 @@ TEST_F(EvcEncodeTest, OptionsReachTheEncoder)
     EXPECT_EQ(facts["best_effort_timestamp_time"].at(0), "0.000000") << "the output starts at 0";
 }
 
+TEST_F(EvcEncodeTest, ListsCodecsWithTheirSettings)
+{
+    const CommandResult run = Encode("--list-codecs");
+    if (run.err.find("needs a service that can list") != std::string::npos)
+        GTEST_SKIP() << "this service cannot list its plug-ins";
+    ASSERT_EQ(run.status, 0) << run.err;
+    for (const char* text : {"h264  'evc ' 'avc1'  (Manufacture4cc=\"1702257440\" Codec4cc=\"1635148593\")", "vp9",
+                             "hevc", "av1", "Preset", "eEnum", "KeyFrameInterval"})
+        EXPECT_NE(run.out.find(text), std::string::npos) << text << " in\n" << run.out;
+}
+
 TEST_F(EvcEncodeTest, SegmentFileReadsBack)
 {
     const std::string output = m_dir->file("clip.evcseg");
