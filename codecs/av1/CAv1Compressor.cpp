@@ -18,6 +18,9 @@ namespace {
 using namespace evc::plugin;
 namespace codes = evc::av1;
 
+// The library refuses smaller pictures.
+constexpr uint32_t kMinSide = 64;
+
 class CAv1Compressor : public TCompressor {
 public:
     CAv1Compressor()
@@ -34,6 +37,8 @@ public:
 private:
     uint32_t Open(const TStreamInfo& stream) override
     {
+        if (stream.width < kMinSide || stream.height < kMinSide)
+            return Refuse(kZKErrBadArgument, "SVT-AV1 needs pictures of at least 64x64");
         // Only warnings and errors from the library, unless the user asked
         // for more.
         setenv("SVT_LOG", "2", 0);
