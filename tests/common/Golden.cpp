@@ -12,6 +12,15 @@ void PutLe(Bytes& to, uint64_t value, size_t n)
         to.push_back(static_cast<uint8_t>(value >> (8 * i)));
 }
 
+Bytes Hex(const std::string& digits)
+{
+    Bytes bytes;
+    for (size_t i = 0; i < digits.size(); ++i)
+        if (digits[i] != ' ' && i + 1 < digits.size())
+            bytes.push_back(static_cast<uint8_t>(std::stoul(digits.substr(i++, 2), nullptr, 16)));
+    return bytes;
+}
+
 Bytes ReadHexFile(const std::string& path)
 {
     std::ifstream in(path);

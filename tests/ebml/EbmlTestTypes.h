@@ -2,7 +2,7 @@
 // master and a mixed list) and the save helper the element tests share.
 #pragma once
 
-#include "common/TempDir.h"
+#include "common/Golden.h"
 #include "ebml/ebmlMemoryStorage.h"
 #include "ebml/ebmlMixedElements.h"
 
@@ -13,6 +13,7 @@ namespace EbmlTest {
 using namespace Ebml;
 using evctest::Bytes;
 using evctest::Cat;
+using evctest::Hex;
 
 #define EBML_TEST_NAME(Type, text)                                                                                     \
     struct Type {                                                                                                      \

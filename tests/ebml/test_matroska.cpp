@@ -16,11 +16,10 @@ using evctest::ReadBytes;
 namespace {
 
 const uint64 kSegment = 0x18538067, kSeekHead = 0x114D9B74, kInfo = 0x1549A966, kTracks = 0x1654AE6B,
-             kTrackEntry = 0xAE, kVideo = 0xE0, kCluster = 0x1F43B675, kBlockGroup = 0xA0, kSimpleBlock = 0xA3,
-             kCues = 0x1C53BB6B, kTags = 0x1254C367;
+             kTrackEntry = 0xAE, kCluster = 0x1F43B675, kBlockGroup = 0xA0, kSimpleBlock = 0xA3, kCues = 0x1C53BB6B,
+             kTags = 0x1254C367;
 
 EBML_TEST_NAME(TNameCodecId, "CodecID");
-EBML_TEST_NAME(TNamePixel, "Pixel");
 EBML_TEST_NAME(TNameSimpleBlock, "SimpleBlock");
 EBML_TEST_NAME(TNameLevel1, "Level1");
 typedef TElt<VString, 0x86, TNameCodecId> TCodecId;
@@ -139,35 +138,21 @@ TEST_F(Matroska, HeaderTracksAndBlocksOfAnFfmpegFile)
     for (const Child& c : m_top)
         EXPECT_EQ(known.count(c.id), 1u) << std::hex << c.id;
 
-    // Tracks / TrackEntry / CodecID and Video / PixelWidth, PixelHeight through our elements.
+    // Tracks / TrackEntry / CodecID through our elements.
     const Child* tracks = Find(m_top, kTracks);
     ASSERT_NE(tracks, nullptr);
-    Children entries, fields, picture;
+    Children entries, fields;
     ASSERT_TRUE(ReadChildren(storage, tracks->payload, tracks->end(), entries));
     const Child* entry = Find(entries, kTrackEntry);
     ASSERT_NE(entry, nullptr);
     ASSERT_TRUE(ReadChildren(storage, entry->payload, entry->end(), fields));
     const Child* codec = Find(fields, TCodecId::kId);
-    const Child* video = Find(fields, kVideo);
-    ASSERT_TRUE(codec && video);
+    ASSERT_NE(codec, nullptr);
     TCodecId codecId;
     storage.seekTo(codec->start);
     EXPECT_EQ(codecId.load(storage, codec->end() - codec->start), codec->end() - codec->start);
     // Depending on its version ffmpeg stores FFV1 natively or wrapped in a VfW header.
     EXPECT_TRUE(codecId->get() == "V_FFV1" || codecId->get() == "V_MS/VFW/FOURCC") << codecId->get();
-    ASSERT_TRUE(ReadChildren(storage, video->payload, video->end(), picture));
-    const std::pair<uint64, uint64> pixels[] = {{0xB0, 64}, {0xBA, 48}};
-    for (const auto& p : pixels) {
-        const Child* c = Find(picture, p.first);
-        ASSERT_NE(c, nullptr);
-        TElt<VUInt, 0xB0, TNamePixel> w;
-        TElt<VUInt, 0xBA, TNamePixel> h;
-        IElement& e = p.first == 0xB0 ? static_cast<IElement&>(w) : h;
-        storage.seekTo(c->start);
-        EXPECT_EQ(e.load(storage, video->end() - c->start), c->end() - c->start);
-        EXPECT_EQ(p.first == 0xB0 ? w->get() : h->get(), p.second);
-    }
-
     // Five frames, each block loaded without copying and read back through its receipt.
     int frames = 0;
     for (const Child& cluster : m_top) {
@@ -219,37 +204,8 @@ TEST_F(Matroska, ChecksumsOfTopLevelElementsMatch)
     EXPECT_GE(checked, 3);
 }
 
-TEST_F(Matroska, CopyingThroughTwoCachesAndRewritingInPlace)
-{
-    const std::string copy = m_dir.File("copy.mkv");
-    {
-        FileStorage src(m_path, File::kReadOnly);
-        FileStorage dst(copy, File::kReadWrite);
-        // An odd chunk size, so that chunks straddle cache lines on both sides.
-        TReceiptPtr copied = src.skipWithReceipt(m_bytes.size())->saveTo(dst, 1000);
-        ASSERT_TRUE(copied);
-        EXPECT_EQ(copied->numBytes(), m_bytes.size());
-    }
-    EXPECT_EQ(ReadBytes(copy), m_bytes);
-
-    std::size_t versionAt = 0;
-    {
-        FileStorage storage(copy, File::kReadWrite);
-        EbmlDoc doc("", 0, 0);
-        ASSERT_GT(doc.load(storage, m_bytes.size(), nullptr), 0u);
-        TReceiptPtr payload = doc.head_->docTypeVersion_.payloadReceipt();
-        ASSERT_TRUE(payload && payload->numBytes() == 1);
-        versionAt = std::size_t(payload->position());
-        ASSERT_TRUE(payload->save(Bytes{9}.data(), 1));
-    }
-    Bytes expected = m_bytes;
-    expected[versionAt] = 9;
-    EXPECT_EQ(ReadBytes(copy), expected);
-}
-
-// Every truncation, sizes that point past the end, and random damage: the header loads or not,
-// the walk refuses, and nothing reads or moves past the end of the file.
-TEST_F(Matroska, TruncatedLyingAndDamagedFilesStayInside)
+// Every truncation and random damage: the header loads or not, the walk refuses, and nothing reads or moves past the end of the file.
+TEST_F(Matroska, TruncatedAndDamagedFilesStayInside)
 {
     for (size_t n = 0; n < m_bytes.size(); n += n < 200 ? 1 : 61) {
         FileStorage storage(m_dir.Write("cut.mkv", Bytes(m_bytes.begin(), m_bytes.begin() + long(n))), File::kReadOnly);
@@ -261,28 +217,6 @@ TEST_F(Matroska, TruncatedLyingAndDamagedFilesStayInside)
         ASSERT_EQ(loaded, m_headBytes) << n;
         Children top;
         EXPECT_FALSE(ReadChildren(storage, m_segment, m_bytes.size(), top)) << n;
-    }
-
-    Children blocks;
-    {
-        FileStorage storage(m_path, File::kReadOnly);
-        const Child* cluster = Find(m_top, kCluster);
-        ASSERT_TRUE(cluster && ReadChildren(storage, cluster->payload, cluster->end(), blocks));
-    }
-    const Child* block = Find(blocks, kSimpleBlock);
-    ASSERT_NE(block, nullptr);
-    const uint64 sizeWidth = block->payload - block->start - 1;
-    Bytes lying = m_bytes;
-    vsizeEncode(vsizeRange[sizeWidth], lying.data() + block->start + 1, sizeWidth);
-    {
-        FileStorage storage(m_dir.Write("lying.mkv", lying), File::kReadOnly);
-        storage.seekTo(block->start);
-        TSimpleBlock simpleBlock;
-        simpleBlock.load(storage, vsizeRange[8]);
-        EXPECT_LE(storage.absolutePosition(), lying.size());
-        Bytes data;
-        simpleBlock->get(data);
-        EXPECT_LT(data.size(), lying.size());
     }
 
     std::mt19937 rng(7);

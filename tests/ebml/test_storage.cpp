@@ -12,15 +12,6 @@ using namespace EbmlTest;
 
 namespace {
 
-struct Counted {
-    explicit Counted(int& deaths) : deaths_(deaths) {}
-    virtual ~Counted() { ++deaths_; }
-    int& deaths_;
-};
-struct CountedChild : Counted {
-    using Counted::Counted;
-};
-
 const uint8* Text(const char* text)
 {
     return reinterpret_cast<const uint8*>(text);
@@ -28,51 +19,19 @@ const uint8* Text(const char* text)
 
 }  // namespace
 
-TEST(EbmlStorage, SharedPtrUpcastSharesOneBlockAndDeletesOnce)
-{
-    int deaths = 0;
-    {
-        TSharedPtr<CountedChild, Counted> child(new CountedChild(deaths));
-        TSharedPtr<Counted, Counted> base(child);
-        TSharedPtr<Counted, Counted> other;
-        other = base;
-        other = other;
-        EXPECT_EQ(child.useCount(), 3u);
-        base.reset();
-        EXPECT_FALSE(base);
-        EXPECT_EQ(deaths, 0);
-    }
-    EXPECT_EQ(deaths, 1);
-}
-
 TEST(EbmlStorage, MemoryStorageStaysInsideItsArea)
 {
-    uint8 area[10] = {};
-    MemoryStorage storage(area, sizeof area);
-    const uint8 data[10] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9};
-    TReceiptPtr r = storage.save(data, 10);
-    ASSERT_TRUE(r);
-    EXPECT_EQ(r->numBytes(), 10u);
-    EXPECT_FALSE(storage.save(data, 1));
-    try {
-        storage.seekTo(11);
-        ADD_FAILURE() << "seekTo past the end must throw";
-    } catch (const std::runtime_error& e) {
-        EXPECT_STREQ(e.what(), "ConstMemoryStorage::seekTo(11) failed");
-    }
-
-    ConstMemoryStorage readOnly(data, sizeof data);
+    uint8 area[10] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9};
+    ConstMemoryStorage readOnly(area, sizeof area);
     readOnly.seekTo(8);
     uint8 out[4] = {0xAA, 0xAA, 0xAA, 0xAA};
     EXPECT_EQ(readOnly.peek(out, 4), 2u);
     EXPECT_EQ(Bytes(out, out + 4), (Bytes{8, 9, 0xAA, 0xAA}));
     EXPECT_FALSE(readOnly.load(out, 4));
-    EXPECT_EQ(readOnly.absolutePosition(), 8u);
     EXPECT_EQ(readOnly.skip(3), 0u);
-    EXPECT_EQ(readOnly.skip(2), 2u);
-    EXPECT_FALSE(readOnly.skipWithReceipt(1));
-    readOnly.seekTo(0);
     EXPECT_FALSE(readOnly.save(out, 1));
+    EXPECT_THROW(readOnly.seekTo(11), std::runtime_error);
+    EXPECT_EQ(readOnly.absolutePosition(), 8u);
 
     // Seeks: absolute, relative, from the end; anything outside is refused and moves nothing.
     FileInMemory file(area, sizeof area);
@@ -103,35 +62,21 @@ TEST(EbmlStorage, ReceiptsRereadRewriteAndChecksumInPlace)
     MemoryStorage storage(area, sizeof area);
     storage.skip(2);
     TReceiptPtr r = storage.skipWithReceipt(13);
-    ASSERT_TRUE(r);
     Crc32 crc;  // leaving out the XXXX
     EXPECT_TRUE(r->calcCrc32(crc, r->receipt(4, 4)));
     EXPECT_EQ(crc.checksum(), 0xCBF43926u);
-    Crc32 whole, reference;
-    EXPECT_TRUE(r->calcCrc32(whole, TReceiptPtr()));
-    reference.compute(area + 2, 13);
-    EXPECT_EQ(whole.checksum(), reference.checksum());
-
     EXPECT_TRUE(r->save(Text("XY"), 2));
-    EXPECT_EQ(std::string(area, area + 5), "abXY3");
     uint8 back[3] = {};
-    TReceiptPtr sub = r->receipt(2, 3);
-    EXPECT_EQ(sub->position(), 4u);
-    EXPECT_TRUE(sub->load(back));
+    EXPECT_TRUE(r->receipt(2, 3)->load(back));
     EXPECT_EQ(std::string(back, back + 3), "34X");
     EXPECT_EQ(storage.absolutePosition(), 15u);
     *r += storage.skipWithReceipt(1);
-    *r += TReceiptPtr();
     EXPECT_EQ(r->numBytes(), 14u);
-
-    // Copying in chunks that do not divide the length.
-    uint8 dst[16] = {};
+    uint8 dst[16] = {};  // copied in chunks that do not divide the length
     MemoryStorage to(dst, sizeof dst);
     to.skip(1);
-    TReceiptPtr copied = r->saveTo(to, 3);
-    EXPECT_EQ(copied->position(), 1u);
-    EXPECT_EQ(copied->numBytes(), 14u);
-    EXPECT_EQ(std::memcmp(dst + 1, area + 2, 14), 0);
+    EXPECT_EQ(r->saveTo(to, 3)->position(), 1u);
+    EXPECT_EQ(std::string(dst + 1, dst + 15), "XY34XXXX56789!");
 
     // Receipts for plain memory: writable ones stay inside, const ones refuse.
     uint8 buf[4] = {1, 2, 3, 4};
@@ -139,41 +84,18 @@ TEST(EbmlStorage, ReceiptsRereadRewriteAndChecksumInPlace)
     EXPECT_FALSE(mem->save(buf, 5));
     EXPECT_TRUE(mem->receipt(1, 2)->save(Text("\x09"), 1));
     EXPECT_EQ(Bytes(buf, buf + 4), (Bytes{1, 9, 3, 4}));
-    EXPECT_FALSE(mem->calcCrc32(crc, TReceiptPtr()));
-    EXPECT_FALSE(receiptForConstMemory(buf, 4)->save(buf, 1));
     EXPECT_FALSE(receiptForConstMemory(buf, 4)->receipt(1, 2)->save(buf, 1));
-}
 
-TEST(EbmlStorage, NullStorageCountsAndSeekGuardReturns)
-{
-    NullStorage counter(100);
-    TReceiptPtr r = counter.save(Text("abc"), 3);
-    EXPECT_EQ(r->position(), 100u);
-    EXPECT_EQ(counter.skip(5), 5u);
-    EXPECT_EQ(counter.absolutePosition(), 108u);
-    uint8 out[1];
-    EXPECT_FALSE(counter.load(out, 1));
-    EXPECT_FALSE(r->load(out));
-    EXPECT_EQ(r->receipt(1, 2)->position(), 101u);
+    NullStorage counter(100);  // counts without keeping anything
+    EXPECT_EQ(counter.save(Text("abc"), 3)->receipt(1, 2)->position(), 101u);
+    EXPECT_EQ(counter.absolutePosition(), 103u);
+    EXPECT_FALSE(counter.load(buf, 1));
     EXPECT_THROW(counter.seekTo(0), std::runtime_error);
-
-    const uint8 area[8] = {};
-    ConstMemoryStorage storage(area, sizeof area);
     {
-        Seek<IStorage> guard(storage);
-        storage.skip(5);
+        Seek<IStorage> guard(storage);  // returns unless released
+        storage.skip(1);
     }
-    EXPECT_EQ(storage.absolutePosition(), 0u);
-    {
-        Seek<IStorage> guard(storage, 3);
-        guard.seekBack_ = false;
-    }
-    EXPECT_EQ(storage.absolutePosition(), 3u);
-    {
-        Seek<IStorage> guard(storage);
-        EXPECT_THROW(guard.seekTo(9), std::runtime_error);
-    }
-    EXPECT_EQ(storage.absolutePosition(), 3u);
+    EXPECT_EQ(storage.absolutePosition(), 16u);
 }
 
 TEST(EbmlHodgePodge, CollectsReceiptsFromSeveralStorages)
@@ -181,8 +103,7 @@ TEST(EbmlHodgePodge, CollectsReceiptsFromSeveralStorages)
     uint8 area[32] = {};
     MemoryStorage storage(area, sizeof area);
     HodgePodge podge;
-    podge.add(storage.receipt());  // empty: not kept
-    EXPECT_TRUE(podge.empty());
+    podge.add(storage.receipt());         // empty: not kept
     podge.add(Bytes{'a', 'b'}, storage);  // copied into the storage
     podge.add(receiptForConstMemory(Text("xyz"), 3));
     podge.add(Text("cd"), 2, storage);
@@ -197,22 +118,16 @@ TEST(EbmlHodgePodge, CollectsReceiptsFromSeveralStorages)
     EXPECT_TRUE(podge.getRange(1, 4, part));
     EXPECT_EQ(std::string(part, part + 4), "bxyz");
     EXPECT_FALSE(podge.getRange(5, 3, part));
-
-    HodgePodge whole, shorter, empty1, empty2;
-    whole.set(Bytes{'a', 'b', 'x', 'y', 'z', 'c', 'd'}, storage);
-    shorter.set(Bytes{'a', 'b'}, storage);
-    EXPECT_TRUE(podge == whole);
-    EXPECT_TRUE(podge != shorter);
-    EXPECT_TRUE(empty1 == empty2);
-    whole.set(Bytes{'a', 'b', 'x', 'y', 'z', 'c', 'e'}, storage);
-    EXPECT_TRUE(podge != whole);
+    HodgePodge same, other;
+    same.set(Bytes{'a', 'b', 'x', 'y', 'z', 'c', 'd'}, storage);
+    other.set(Bytes{'a', 'b', 'x', 'y', 'z', 'c', 'e'}, storage);
+    EXPECT_TRUE(podge == same && podge != other);
 
     // Saved contiguously; loaded without copying.
     uint8 out[10] = {};
     MemoryStorage target(out, sizeof out);
     target.skip(1);
-    TReceiptPtr saved = podge.save(target);
-    EXPECT_EQ(saved->position(), 1u);
+    EXPECT_EQ(podge.save(target)->position(), 1u);
     EXPECT_EQ(std::string(out + 1, out + 8), "abxyzcd");
     target.seekTo(2);
     HodgePodge loaded;
@@ -221,7 +136,6 @@ TEST(EbmlHodgePodge, CollectsReceiptsFromSeveralStorages)
     loaded.get(all);
     EXPECT_EQ(std::string(all.begin(), all.end()), "b!y");
     EXPECT_EQ(loaded.load(target, 100), 0u);
-    EXPECT_EQ(loaded.numBytes(), 3u);
 }
 
 TEST(EbmlHodgePodge, IteratorsAndCopyingStorageReadAcrossReceipts)
@@ -241,7 +155,6 @@ TEST(EbmlHodgePodge, IteratorsAndCopyingStorageReadAcrossReceipts)
     EXPECT_TRUE(sub.load(out));
     EXPECT_EQ(Bytes(out, out + 4), (Bytes{198, 199, 200, 201}));
     EXPECT_FALSE(sub.save(out, 1));
-
     HodgePodge sized;  // a size field split over two receipts
     const uint8 vsize[] = {0x10, 0x00, 0x00, 0x05};
     sized.add(receiptForConstMemory(vsize, 2));

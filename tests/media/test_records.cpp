@@ -10,6 +10,7 @@
 #include "media/ZKFrameRates.h"
 #include "media/ZKUtils.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <numeric>
 
@@ -92,49 +93,34 @@ TEST(ZKRecords, FieldsAtTheirOffsetsLittleEndian)
 
 TEST(ZKRecords, ColorFormatProperties)
 {
-    const struct {
-        uint32_t bytesPerPixel, rowBytesAt100, bits;  // row bytes 0: no default
-        bool argb, planarYuv;
-    } table[] = {
-        /*  0 */ {3, 300, 8, true, false},   /*  1 */ {4, 400, 8, true, false},
-        /*  2 */ {3, 300, 8, true, false},   /*  3 */ {4, 400, 8, true, false},
-        /*  4 */ {2, 0, 8, true, false},     /*  5 */ {2, 0, 8, true, false},
-        /*  6 */ {1, 100, 8, false, true},   /*  7 */ {0, 0, 8, false, false},
-        /*  8 */ {0, 0, 8, false, false},    /*  9 */ {2, 200, 8, false, false},
-        /* 10 */ {1, 0, 8, false, false},    /* 11 */ {2, 200, 8, false, false},
-        /* 12 */ {0, 0, 8, false, false},    /* 13 */ {1, 100, 8, false, true},
-        /* 14 */ {0, 0, 8, false, true},     /* 15 */ {0, 0, 8, false, true},
-        /* 16 */ {0, 0, 8, false, true},     /* 17 */ {1, 100, 0, false, false},
-        /* 18 */ {8, 800, 10, true, false},  /* 19 */ {8, 800, 12, true, false},
-        /* 20 */ {8, 800, 16, true, false},  /* 21 */ {8, 800, 10, true, false},
-        /* 22 */ {8, 800, 12, true, false},  /* 23 */ {8, 800, 16, true, false},
-        /* 24 */ {2, 200, 10, false, true},  /* 25 */ {0, 0, 12, false, true},
-        /* 26 */ {0, 0, 16, false, true},    /* 27 */ {0, 0, 10, false, true},
-        /* 28 */ {0, 0, 12, false, true},    /* 29 */ {0, 0, 16, false, true},
-        /* 30 */ {4, 384, 10, false, false}, /* 31 */ {2, 200, 10, false, true},
-        /* 32 */ {2, 200, 10, false, true},  /* past the end */ {0, 0, 0, false, false},
-    };
-    static_assert(sizeof table / sizeof table[0] == eColorFormatCount + 1, "one row per format");
+    // One column per format 0 to 32, and one past the end. Kind: R an RGB format, Y planar YUV.
+    const uint32_t bytesPerPixel[] = {3, 4, 3, 4, 2, 2, 1, 0, 0, 2, 1, 2, 0, 1, 0, 0, 0,
+                                      1, 8, 8, 8, 8, 8, 8, 2, 0, 0, 0, 0, 0, 4, 2, 2, 0};
+    const uint32_t rowBytesAt100[] = {300, 400, 300, 400, 0,   0,   100, 0,   0, 200, 0, 200, 0, 100, 0,   0,   0,
+                                      100, 800, 800, 800, 800, 800, 800, 200, 0, 0,   0, 0,   0, 384, 200, 200, 0};
+    const uint32_t bits[] = {8, 8,  8,  8,  8,  8,  8,  8,  8,  8,  8,  8,  8,  8,  8,  8,  8,
+                             0, 10, 12, 16, 10, 12, 16, 10, 12, 16, 10, 12, 16, 10, 10, 10, 0};
+    const std::string kind = "RRRRRRY......YYYY.RRRRRRYYYYYY.YY.";
     for (uint32_t f = 0; f <= eColorFormatCount; ++f) {
         SCOPED_TRACE(testing::Message() << "format " << f);
-        EXPECT_EQ(GetBytesPerPixel(f), table[f].bytesPerPixel);
-        EXPECT_EQ(ZKGetDefaultRowBytes(f, 100), table[f].rowBytesAt100);
-        EXPECT_EQ(ZKGetBitResolution(f), table[f].bits);
-        EXPECT_EQ(ZKIsARGBFormat(f), table[f].argb);
-        EXPECT_EQ(ZKIsPlanarYuvFormat(f), table[f].planarYuv);
+        EXPECT_EQ(GetBytesPerPixel(f), bytesPerPixel[f]);
+        EXPECT_EQ(ZKGetDefaultRowBytes(f, 100), rowBytesAt100[f]);
+        EXPECT_EQ(ZKGetBitResolution(f), bits[f]);
+        EXPECT_EQ(ZKIsARGBFormat(f), kind[f] == 'R');
+        EXPECT_EQ(ZKIsPlanarYuvFormat(f), kind[f] == 'Y');
     }
     EXPECT_EQ(ZKGetDefaultRowBytes(0xFFFFFFFF, 100), 0u);
     EXPECT_EQ(ZKGetDefaultRowBytes(30, 48), 128u);  // 48 pixels in every 128 bytes
     EXPECT_EQ(ZKGetDefaultRowBytes(30, 49), 256u);
 }
 
-TEST(ZKRecords, ColorConversions)
+TEST(ZKRecords, ColorConversionsAndComponentOrder)
 {
     // Within the RGB class a conversion exists when it loses no depth, except from the 8-byte
-    // formats down to the 3-byte ones.
+    // formats down to the 3-byte ones; the table's rows hold 153 conversions in all.
     int possible = 0;
-    for (uint32_t s = 0; s < eColorFormatCount; ++s) {
-        for (uint32_t d = 0; d < eColorFormatCount; ++d) {
+    for (uint32_t s = 0; s <= eColorFormatCount; ++s) {
+        for (uint32_t d = 0; d <= eColorFormatCount; ++d) {
             possible += ZKCanDoColorConversion(s, d) ? 1 : 0;
             const bool rgbRule = ZKGetBitResolution(s) >= ZKGetBitResolution(d) &&
                                  !(GetBytesPerPixel(s) == 8 && GetBytesPerPixel(d) == 3);
@@ -142,31 +128,20 @@ TEST(ZKRecords, ColorConversions)
                 << s << " -> " << d;
         }
     }
-    EXPECT_EQ(possible, 153);  // the sum of the conversion table's rows
-    const struct {
-        uint32_t source, destination;
-        bool possible;
-    } rows[] = {
-        {6, 10, true},  {6, 4, false},  {6, 13, false}, {13, 1, true},   {13, 0, false}, {30, 6, true},
-        {30, 1, false}, {9, 6, true},   {9, 1, false},  {11, 3, true},   {1, 13, true},  {0, 13, false},
-        {0, 6, true},   {18, 30, true}, {24, 6, false}, {17, 17, false}, {33, 6, false}, {6, 33, false},
-    };
-    for (const auto& row : rows)
-        EXPECT_EQ(ZKCanDoColorConversion(row.source, row.destination), row.possible)
-            << row.source << " -> " << row.destination;
+    EXPECT_EQ(possible, 153);
+    const char* rows[] = {"6>10", "13>1",  "30>6",  "9>6",   "11>3",  "1>13",
+                          "0>6",  "18>30", "!6>13", "!30>1", "!0>13", "!24>6"};
+    for (const char* row : rows) {
+        const bool expected = row[0] != '!';
+        const uint32_t s = uint32_t(std::atoi(row + !expected)), d = uint32_t(std::atoi(std::strchr(row, '>') + 1));
+        EXPECT_EQ(ZKCanDoColorConversion(s, d), expected) << row;
+    }
     EXPECT_TRUE(ZKAreColorFormatsCompatible(6, 9));
     EXPECT_FALSE(ZKAreColorFormatsCompatible(24, 6));
-    EXPECT_TRUE(ZKAreComponentsSwapped(1, 3));
-    EXPECT_TRUE(ZKAreComponentsSwapped(0, 5));    // same class, same depth
-    EXPECT_FALSE(ZKAreComponentsSwapped(1, 18));  // depth differs
-    EXPECT_FALSE(ZKAreComponentsSwapped(6, 6));   // not RGB
-    for (uint32_t a : {1u, 18u, 19u, 20u})
-        for (uint32_t b : {3u, 21u, 22u, 23u})
-            EXPECT_TRUE(ZKGetChangeBitResolutionSwapComponentOrder(a, b) &&
-                        ZKGetChangeBitResolutionSwapComponentOrder(b, a))
-                << a << ", " << b;
-    EXPECT_FALSE(ZKGetChangeBitResolutionSwapComponentOrder(1, 18));
-    EXPECT_FALSE(ZKGetChangeBitResolutionSwapComponentOrder(0, 2));
+    EXPECT_TRUE(ZKAreComponentsSwapped(1, 3) && ZKAreComponentsSwapped(0, 5));
+    EXPECT_FALSE(ZKAreComponentsSwapped(1, 18) || ZKAreComponentsSwapped(6, 6));  // depth differs; not RGB
+    EXPECT_TRUE(ZKGetChangeBitResolutionSwapComponentOrder(1, 23) && ZKGetChangeBitResolutionSwapComponentOrder(21, 1));
+    EXPECT_FALSE(ZKGetChangeBitResolutionSwapComponentOrder(1, 18) || ZKGetChangeBitResolutionSwapComponentOrder(0, 2));
 }
 
 TEST(ZKRecords, AudioFormatsAndChannelModes)
@@ -174,136 +149,70 @@ TEST(ZKRecords, AudioFormatsAndChannelModes)
     const uint32_t bytes[] = {1, 2, 2, 3, 4, 4, 1, 2, 2, 3, 4, 4, 0, 0};
     for (uint32_t format = 0; format < sizeof bytes / sizeof bytes[0]; ++format)
         EXPECT_EQ(BytesPerSample(format), bytes[format]) << "format " << format;
+    uint8_t buffer[24];  // silence only in the tail between the samples and the data size
+    std::memset(buffer, 0x5A, sizeof buffer);
     ZKAudio_t audio{};
     audio.format = eAudioFormat24Bit;
-    audio.channels = 6;
-    audio.numberSamples = 1001;
-    EXPECT_EQ(CalcFrameSize(audio), 3u * 6 * 1001);
-
-    // Silence only in the tail between the samples and the data size.
-    uint8_t buffer[24];
-    std::memset(buffer, 0x5A, sizeof buffer);
-    audio = ZKAudio_t{};
-    audio.format = eAudioFormat16Bit;
     audio.channels = 2;
-    audio.numberSamples = 3;
+    audio.numberSamples = 2;
     audio.data = buffer;
     audio.dataSize = 20;
+    EXPECT_EQ(CalcFrameSize(audio), 12u);
     ZKPadAudioBufferWithSilence(&audio);
-    EXPECT_EQ(Bytes(buffer, buffer + 24), evctest::Cat({Bytes(12, 0x5A), Bytes(8, 0), Bytes(4, 0x5A)}));
     audio.dataSize = 8;  // samples exceeding the size: nothing written
-    std::memset(buffer, 0x5A, sizeof buffer);
     ZKPadAudioBufferWithSilence(&audio);
     ZKPadAudioBufferWithSilence(nullptr);
-    EXPECT_EQ(Bytes(buffer, buffer + 24), Bytes(24, 0x5A));
+    EXPECT_EQ(Bytes(buffer, buffer + 24), evctest::Cat({Bytes(12, 0x5A), Bytes(8, 0), Bytes(4, 0x5A)}));
 
-    const struct {
-        int32_t mode;
-        const char* name;
-        int channels;
-    } modes[] = {
-        {1, "Mono", 1},       {2, "Stereo", 2},     {3, "Joint Stereo", 2}, {4, "Dual Channel", 2}, {5, "4.1", 5},
-        {6, "5.1", 6},        {7, "6.1", 7},        {8, "7.1", 8},          {9, "2.1", 3},          {10, "Quad", 4},
-        {11, "2 Channel", 2}, {12, "4 Channel", 4}, {13, "6 Channel", 6},   {14, "8 Channel", 8},   {0, "undefined", 0},
-        {15, "undefined", 0}, {-1, "undefined", 0},
-    };
-    for (const auto& row : modes) {
-        EXPECT_STREQ(ZKGetChannelModeName(row.mode), row.name);
-        EXPECT_EQ(ZKGetNumberChannels(row.mode), row.channels) << row.name;
-        EXPECT_EQ(ZKGetChannelMode(row.name), row.channels > 0 ? row.mode : 0) << row.name;
+    const char* names[] = {"undefined", "Mono",      "Stereo",    "Joint Stereo", "Dual Channel",
+                           "4.1",       "5.1",       "6.1",       "7.1",          "2.1",
+                           "Quad",      "2 Channel", "4 Channel", "6 Channel",    "8 Channel"};
+    const int channels[] = {0, 1, 2, 2, 2, 5, 6, 7, 8, 3, 4, 2, 4, 6, 8};
+    for (int32_t mode = 0; mode < 15; ++mode) {
+        EXPECT_STREQ(ZKGetChannelModeName(mode), names[mode]);
+        EXPECT_EQ(ZKGetNumberChannels(mode), channels[mode]) << names[mode];
+        EXPECT_EQ(ZKGetChannelMode(names[mode]), mode) << names[mode];
     }
-    for (const char* unknown : {"stereo", "7.1 ", "undefined", static_cast<const char*>(nullptr)})
-        EXPECT_EQ(ZKGetChannelMode(unknown), eChannelModeUndefined);
-    const EChannelMode forCount[] = {eChannelModeUndefined, eChannelModeMono,     eChannelModeStereo, eChannelMode2_1,
-                                     eChannelModeQuad,      eChannelMode4_1,      eChannelMode5_1,    eChannelMode6_1,
-                                     eChannelMode7_1,       eChannelModeUndefined};
+    EXPECT_STREQ(ZKGetChannelModeName(15), "undefined");
+    EXPECT_EQ(ZKGetNumberChannels(-1), 0);
+    EXPECT_EQ(ZKGetChannelMode("stereo"), eChannelModeUndefined);
+    EXPECT_EQ(ZKGetChannelMode(static_cast<const char*>(nullptr)), eChannelModeUndefined);
+    const int modeForCount[] = {0, 1, 2, 9, 10, 5, 6, 7, 8, 0};
     for (int count = 0; count < 10; ++count)
-        EXPECT_EQ(ZKGetChannelMode(count), forCount[count]) << count << " channels";
-    EXPECT_EQ(ZKGetChannelMode(-2), eChannelModeUndefined);
+        EXPECT_EQ(ZKGetChannelMode(count), modeForCount[count]) << count << " channels";
 }
 
-TEST(ZKRecords, EightCharacterCodes)
+TEST(ZKRecords, CodesCrcsAndFrameRates)
 {
-    const struct {
-        const char* text;
-        bool ok;
-        uint32_t manufacturer, codec;
-    } rows[] = {
-        {"ZKI KRV7", true, 0x5A4B4920, 0x4B525637},
-        {"ZKIRV7ProVideoCodec", true, 0x5A4B4920, 0x4B525637},
-        {"QAXLVC1 ", true, 0x4D437074, 0x56433120},  // "MCpt", "VC1 "
-        {"\xff\x80xyabcd", true, 0xFF807879, 0x61626364},
-        {"appldvc", false, 0, 0},
-        {"appldvc  ", false, 0, 0},
-        {"", false, 0, 0},
-        {nullptr, false, 0, 0},
-    };
-    for (const auto& row : rows) {
-        uint32_t manufacturer = 0xDEAD, codec = 0xBEEF;
-        EXPECT_EQ(ZKGetFourCCCodes(row.text, &manufacturer, &codec), row.ok) << row.text;
-        EXPECT_EQ(manufacturer, row.manufacturer) << row.text;
-        EXPECT_EQ(codec, row.codec) << row.text;
-    }
-    uint32_t code = 0;
-    EXPECT_FALSE(ZKGetFourCCCodes("abcdefgh", nullptr, &code));
-    EXPECT_FALSE(ZKGetFourCCCodes("abcdefgh", &code, nullptr));
+    uint32_t manufacturer = 0, codec = 0;
+    EXPECT_TRUE(ZKGetFourCCCodes("ZKIRV7ProVideoCodec", &manufacturer, &codec));
+    EXPECT_EQ(std::make_pair(manufacturer, codec), std::make_pair(0x5A4B4920u, 0x4B525637u));
+    EXPECT_TRUE(ZKGetFourCCCodes("QAXLVC1 ", &manufacturer, &codec));  // an alias of "MCpt"
+    EXPECT_EQ(manufacturer, 0x4D437074u);
+    EXPECT_FALSE(ZKGetFourCCCodes("appldvc", &manufacturer, &codec));
+    EXPECT_EQ(std::make_pair(manufacturer, codec), std::make_pair(0u, 0u));
     char text[12];
     std::memset(text, 'x', sizeof text);
     ASSERT_TRUE(ZKGetManufactureCodecEightCCString(text, 0x5A4B4920, 0x4B525637));
-    EXPECT_STREQ(text, "ZKI KRV7");
-    EXPECT_EQ(text[9], 'x');  // nine bytes written, no more
-    EXPECT_FALSE(ZKGetManufactureCodecEightCCString(nullptr, 1, 2));
-}
+    EXPECT_EQ(std::string(text, text + 10), std::string("ZKI KRV7\0x", 10));  // nine bytes written
 
-TEST(ZKRecords, CrcCheckValues)
-{
     const auto* check = reinterpret_cast<const uint8_t*>("123456789");
     EXPECT_EQ(Calc16BitCRC(check, 9, 0xFFFF), 0x29B1);
-    EXPECT_EQ(Calc16BitCRC(check, 9, 0x0000), 0x31C3);
-    EXPECT_EQ(Calc16BitCRC(check, 9, 0x1D0F), 0xE5CC);
-    EXPECT_EQ(Calc16BitCRC(check + 4, 5, Calc16BitCRC(check, 4, 0xFFFF)), 0x29B1);  // chained
-    const uint8_t last = 0xFF;
-    EXPECT_EQ(Calc16BitCRC(&last, 1, 0), 0x1EF0);
-    EXPECT_EQ(Calc16BitCRC(check, 0, 0x1234), 0x1234);
-    EXPECT_EQ(Calc16BitCRC(check, -5, 0x1234), 0x1234);
+    EXPECT_EQ(Calc16BitCRC(check + 4, 5, Calc16BitCRC(check, 4, 0x1D0F)), 0xE5CC);  // chained
     EXPECT_EQ(Calc16BitCRC(nullptr, 9, 0x1234), 0x1234);
     EXPECT_EQ(Calc8BitCRC(check, 9, 0x00), 0xBC);
-    EXPECT_EQ(Calc8BitCRC(check + 3, 6, Calc8BitCRC(check, 3, 0)), 0xBC);
-    EXPECT_EQ(Calc8BitCRC(check, 0, 0x42), 0x42);
-    // Rows of four samples at a stride of six: the padding samples take no part.
-    const int16_t samples[] = {'1', '2', '3', '4', 999, 999, '5', '6', '7',
-                               '8', 999, 999, '9', 'a', 'b', 'c', 999, 999};
-    EXPECT_EQ(Calc16BitCRCShort(samples, 4, 3, 6, 0xFFFF),
-              Calc16BitCRC(reinterpret_cast<const uint8_t*>("123456789abc"), 12, 0xFFFF));
-    EXPECT_EQ(Calc16BitCRCShort(samples, 0, 3, 6, 0x77), 0x77);
-    EXPECT_EQ(Calc16BitCRCShort(samples, 4, 0, 6, 0x77), 0x77);
-}
+    const int16_t samples[] = {'1', '2', '3', '4', 999, 999, '5', '6', '7', '8', 999, 999};  // padded rows
+    EXPECT_EQ(Calc16BitCRCShort(samples, 4, 2, 6, 0xFFFF), Calc16BitCRC(check, 8, 0xFFFF));
 
-TEST(ZKRecords, StandardFrameRates)
-{
-    const struct {
-        double rate, tolerance, closest, difference;
-    } rows[] = {
-        {29.9, 0.1, 29.97, 0.07}, {29.9, 0.01, 0.0, 0.07},  // too far, the difference still reported
-        {24.0, 0.0, 24.0, 0.0},   {23.98, 0.01, 23.976, -0.004},
-        {2.0, 1.0, 1.0, -1.0},  // tie between 1 and 3: the lower stays
-        {0.0, 5.0, 1.0, 1.0},     {1000.0, 1e9, 240.0, -760.0},
-    };
-    for (const auto& row : rows) {
-        double difference = -12345.0;
-        EXPECT_DOUBLE_EQ(ZKFindClosestStdFrameRate(row.rate, row.tolerance, &difference), row.closest) << row.rate;
-        EXPECT_NEAR(difference, row.difference, 1e-9) << row.rate;
-        EXPECT_DOUBLE_EQ(ZKFindClosestStdFrameRate(row.rate, row.tolerance, nullptr), row.closest);
-    }
-    const std::pair<double, double> next[] = {{24.0, 24.0}, {23.99, 23.976}, {0.5, 3.0},     {3.01, 3.0},
-                                              {3.02, 5.0},  {29.98, 29.97},  {240.0, 240.0}, {240.03, 240.03}};
-    for (const auto& row : next)
-        EXPECT_DOUBLE_EQ(ZKFindNextStdFrameRate(row.first), row.second) << row.first;
-    EXPECT_TRUE(ZKCloseEnough(1.0, 1.5, 0.5));
-    EXPECT_FALSE(ZKCloseEnough(1.0, 1.5, 0.49));
-    EXPECT_TRUE(ZKCloseEnough(1.5f, 1.0f, 0.5f));
+    double difference = 0;
+    EXPECT_DOUBLE_EQ(ZKFindClosestStdFrameRate(23.98, 0.01, &difference), 23.976);
+    EXPECT_NEAR(difference, -0.004, 1e-9);
+    EXPECT_DOUBLE_EQ(ZKFindClosestStdFrameRate(29.9, 0.01, &difference), 0.0);  // too far
+    EXPECT_DOUBLE_EQ(ZKFindClosestStdFrameRate(2.0, 1.0, nullptr), 1.0);        // a tie keeps the lower
+    EXPECT_DOUBLE_EQ(ZKFindNextStdFrameRate(23.99), 23.976);
+    EXPECT_DOUBLE_EQ(ZKFindNextStdFrameRate(3.02), 5.0);
+    EXPECT_DOUBLE_EQ(ZKFindNextStdFrameRate(240.03), 240.03);
     EXPECT_EQ(ZKUtils::rebaseTime(1001, 30000, 90000), 3003u);
-    EXPECT_EQ(ZKUtils::rebaseTime(1, 4, 2), 1u);  // halves round up
-    EXPECT_EQ(ZKUtils::rebaseTime((uint64_t{1} << 60) + 1, 9, 9), (uint64_t{1} << 60) + 1);
+    EXPECT_EQ(ZKUtils::rebaseTime(1, 4, 2), 1u);                      // halves round up
     EXPECT_EQ(ZKUtils::rebaseTime(UINT64_MAX, 1, 1000), UINT64_MAX);  // saturates
 }
