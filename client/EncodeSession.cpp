@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <future>
 
 #include "transport/ExternalVideoProxy.h"
 
@@ -82,6 +83,10 @@ public:
         Start();
     }
 
+    // A service with the preset applied and the stream begun.
+    std::unique_ptr<Client> StartService() const;
+    // Takes the standby service when it is ready and alive, else starts one;
+    // then readies the next standby in the background.
     void Start();
     // Sends one command; index names the picture it carries (for errors).
     void Send(const ZKEncImage_t* picture, bool key, bool last, uint64_t index);
@@ -97,6 +102,7 @@ public:
     ExternalVideoProxy m_proxy;
     KeptPicture m_description;
     std::unique_ptr<Client> m_client;
+    std::future<std::unique_ptr<Client>> m_standby;
     std::deque<Pending> m_pending;  // by index; the front is the oldest not handed out
     std::deque<Received> m_received;
     std::vector<Packet> m_headers;  // stream headers waiting for their first picture
@@ -107,16 +113,37 @@ public:
     std::vector<RecoveryEvent> m_recoveries;
 };
 
+std::unique_ptr<Client> EncodeSession::TPrivate::StartService() const
+{
+    auto client = std::make_unique<Client>(m_options.client);
+    uint32_t status = client->SetOutput(m_preset);
+    if (status != kZKNoErr)
+        throw StatusError(status, "the service refused the preset (status " + Hex(status) + ")");
+    // A proxy of its own: this may run beside the session's thread.
+    ExternalVideoProxy proxy;
+    KeptPicture description = m_description;
+    status = client->Begin(&description.Record(proxy));
+    if (status != kZKNoErr)
+        throw StatusError(status, "the compressor refused to begin the stream (status " + Hex(status) + ")");
+    return client;
+}
+
 void EncodeSession::TPrivate::Start()
 {
     m_client.reset();
-    m_client = std::make_unique<Client>(m_options.client);
-    uint32_t status = m_client->SetOutput(m_preset);
-    if (status != kZKNoErr)
-        throw StatusError(status, "the service refused the preset (status " + Hex(status) + ")");
-    status = m_client->Begin(&m_description.Record(m_proxy));
-    if (status != kZKNoErr)
-        throw StatusError(status, "the compressor refused to begin the stream (status " + Hex(status) + ")");
+    if (m_standby.valid()) {
+        try {
+            m_client = m_standby.get();
+            if (!m_client->serviceAlive())
+                m_client.reset();
+        } catch (const std::exception&) {
+            // The standby failed; a fresh start says why if it fails too.
+        }
+    }
+    if (!m_client)
+        m_client = StartService();
+    if (m_options.standbyService)
+        m_standby = std::async(std::launch::async, [this] { return StartService(); });
 }
 
 Pending* EncodeSession::TPrivate::Find(const Packet& packet)
@@ -231,6 +258,8 @@ void EncodeSession::TPrivate::Recover(const ServiceError& firstFault, uint64_t f
         event.resentFrames.clear();
         try {
             Start();
+            event.restartTime =
+                std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start);
             bool first = true;
             // Index-based: a re-sent picture that completes leaves the deque.
             for (size_t i = 0; i < m_pending.size();) {

@@ -35,6 +35,7 @@ struct RecoveryEvent {
     uint64_t failedFrame = 0;                  // index of the picture in the command that failed
     std::vector<uint64_t> resentFrames;        // in order; the first went as a key frame
     unsigned restarts = 0;                     // services started for this recovery (1 unless restarts failed too)
+    std::chrono::microseconds restartTime{};   // from the fault until a service was ready again
     std::chrono::microseconds recoveryTime{};  // from the fault until every pending picture was re-sent
 };
 
@@ -46,6 +47,10 @@ struct SessionOptions {
     // Pictures kept for re-sending at most; older ones are handed out as they
     // are and can no longer be recovered. Far above any encoder's delay.
     size_t maxPendingFrames = 1024;
+    // Keep a second service ready (preset applied, stream begun), started in
+    // the background, so a recovery need not wait for a start-up. It costs
+    // one idle process and its segment.
+    bool standbyService = true;
     // Called after each recovery (also listed by recoveries()).
     std::function<void(const RecoveryEvent&)> onRecovery;
 };
