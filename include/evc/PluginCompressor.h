@@ -105,7 +105,12 @@ public:
 
     // Opens a stream from the sample's format, size and time scale and the
     // settings as they are now; the flag has no meaning here. A stream that
-    // was open is closed first (its delayed pictures are dropped).
+    // was open is closed first (its delayed pictures are dropped). The sample
+    // is only read, its pixels never. Answers kZKNoErr; kZKErrFormatMismatch
+    // for a colour format the codec does not accept; kZKErrBadArgument for a
+    // null sample, an empty, odd (where chroma needs even) or over-16384 size,
+    // a time scale of 0 or over 32 bits, or a setting outside its row; else
+    // what Open answers (kZKErrGeneral when it throws). Never throws.
     uint32_t Begin(const ZKEncImage_t* sample, bool /*flag*/) override
     {
         CloseStream();
@@ -143,6 +148,14 @@ public:
     // Feeds input (a key picture when isKeyFrame) and puts every picture the
     // codec hands back into output. isLastFrame drains every delayed picture
     // into the same output and finishes the stream; input may then be null.
+    // The output's bundles stay the compressor's until the next CompressFrame
+    // or End; both are set to null first, and stay null when no picture came
+    // out. Answers kZKNoErr; kZKErrGeneral before Begin, after the last frame,
+    // or when the codec fails; kZKErrFormatMismatch for a picture whose format
+    // or size differs from the stream's or whose planes overrun its buffer;
+    // kZKErrBadArgument for a missing output, missing planes, rows shorter
+    // than the width, or a time that does not follow the previous one (the
+    // stream then goes on as if the call had not happened). Never throws.
     uint32_t CompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool isLastFrame, ZKEncImage_t* output) override
     {
         ReleaseOutput();
@@ -203,8 +216,9 @@ protected:
     // passed their rows' checks) and announces the stream headers with
     // AddHeader; Encode feeds one picture, Drain everything still delayed,
     // both handing each compressed picture to Emit; Close releases the
-    // encoder and must accept being called when nothing is open. Each
-    // returns a status; exceptions are caught.
+    // encoder and must accept being called when nothing is open or Open
+    // failed half-way. Each returns a status (kZKNoErr or a code of
+    // evc/ZKResult.h); an exception they throw becomes kZKErrGeneral.
     virtual uint32_t Open(const TStreamInfo& stream) = 0;
     virtual uint32_t Encode(const TInputPicture& picture) = 0;
     virtual uint32_t Drain() = 0;

@@ -94,7 +94,8 @@ public:
         m_members.erase(m_members.begin() + index);
         return member;
     }
-    // A null packet is ignored: members are destroyed without a null test.
+    // Takes ownership of packet; a null one is ignored. When memory runs out
+    // the packet is destroyed and std::bad_alloc thrown.
     void append(IPacket* packet) override
     {
         if (packet == nullptr)
