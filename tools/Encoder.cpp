@@ -5,6 +5,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <exception>
+#include <iostream>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -14,6 +15,13 @@
 #include "tools/Interrupts.h"
 #include "tools/MediaSource.h"
 #include "tools/PictureQueue.h"
+
+#if __has_include("evc/EncodeSession.h")
+#include "evc/EncodeSession.h"
+#define EVC_HAVE_ENCODE_SESSION 1
+#else
+#define EVC_HAVE_ENCODE_SESSION 0
+#endif
 
 namespace evc {
 namespace tools {
@@ -169,6 +177,157 @@ std::string StatusText(uint32_t status)
     return text;
 }
 
+namespace {
+
+// The service as the loop sees it: one picture in, what came out appended.
+class Channel {
+public:
+    virtual ~Channel() = default;
+    virtual void send(const Picture& picture, bool key, bool last, std::vector<EncodedFrame>& output) = 0;
+    // Ends the stream and quits the service.
+    virtual void close() = 0;
+};
+
+std::string BeginFailure(const VideoFormat& format, uint32_t status)
+{
+    return "the compressor refused to begin a " + std::to_string(format.width) + "x" + std::to_string(format.height) +
+           " stream (status " + StatusText(status) + ")";
+}
+
+std::string PictureFailure(uint64_t frame, uint32_t status)
+{
+    return "the compressor failed on picture " + std::to_string(frame + 1) + " (status " + StatusText(status) + ")";
+}
+
+// Straight to one service; its failure ends the encode. Pictures are written
+// into the segment where the service reads them.
+class DirectChannel : public Channel {
+public:
+    DirectChannel(const EncodeJob& job, const VideoFormat& format, const ClientOptions& options)
+        : m_format(format), m_client(options)
+    {
+        SetServiceToKill(m_client.servicePid());
+        uint32_t status = m_client.SetOutput(job.presetXml);
+        if (status != kZKNoErr)
+            throw EncodeError(SetOutputFailure(status, job.presetName));
+        ZKEncImage_t sample = Sample(format);
+        status = m_client.Begin(&sample);
+        if (status != kZKNoErr)
+            throw EncodeError(BeginFailure(format, status));
+    }
+    ~DirectChannel() override { SetServiceToKill(0); }
+
+    void send(const Picture& picture, bool key, bool last, std::vector<EncodedFrame>& output) override
+    {
+        ZKEncImage_t input = Lend(m_client, m_format, picture);
+        EncodedFrame encoded;
+        const uint32_t status = m_client.CompressFrame(&input, key, last, &encoded);
+        if (InterruptCount() >= 2)
+            throw EncodeAbandoned();
+        if (status != kZKNoErr)
+            throw EncodeError(PictureFailure(m_sent, status));
+        ++m_sent;
+        output.push_back(std::move(encoded));
+    }
+
+    void close() override
+    {
+        const uint32_t status = m_client.End();
+        if (status != kZKNoErr)
+            throw EncodeError("the compressor failed to end the stream (status " + StatusText(status) + ")");
+        m_client.Quit();
+    }
+
+private:
+    VideoFormat m_format;
+    Client m_client;
+    uint64_t m_sent = 0;
+};
+
+#if EVC_HAVE_ENCODE_SESSION
+// Through a session that restarts a service that fails and re-sends what
+// was lost, saying so on standard error.
+class SessionChannel : public Channel {
+public:
+    SessionChannel(const EncodeJob& job, const VideoFormat& format, const ClientOptions& options)
+        : m_format(format), m_pixels(format.frameBytes())
+    {
+        SessionOptions session;
+        session.client = options;
+        session.maxRestarts = unsigned(job.maxRestarts);
+        session.onRecovery = [](const RecoveryEvent& event) {
+            std::cerr << "\revc-encode: the service failed at picture " << event.failedFrame + 1 << " ("
+                      << event.message << "); recovered in " << event.recoveryTime.count() / 1000 << " ms, "
+                      << event.resentFrames.size() << " pictures sent again" << std::endl;
+        };
+        try {
+            m_session = std::make_unique<EncodeSession>(session, job.presetXml, Sample(format));
+        } catch (const StatusError& e) {
+            throw EncodeError(e.status() == kZKErrBadPreset || e.status() == kZKErrNoCompressor
+                                  ? SetOutputFailure(e.status(), job.presetName)
+                                  : BeginFailure(format, e.status()));
+        }
+        SetServiceToKill(m_session->servicePid());
+    }
+    ~SessionChannel() override { SetServiceToKill(0); }
+
+    void send(const Picture& picture, bool key, bool last, std::vector<EncodedFrame>& output) override
+    {
+        uint8_t* planes[3] = {};
+        uint32_t rowBytes[3] = {};
+        ZKEncImage_t input{};
+        if (InitZKImage(&input.image, uint32_t(m_pixels.size()), m_pixels.data(), eColorFormatYUV420Planar, false,
+                        int(m_format.width), int(m_format.height), false, picture.time, m_format.timeScale) != 0)
+            throw EncodeError("cannot describe a picture");
+        for (int p = 0; p < 3; ++p) {
+            planes[p] = input.image.planes[p];
+            rowBytes[p] = input.image.rowBytes[p] != 0 ? input.image.rowBytes[p] : input.image.rowBytes[1];
+        }
+        CopyPicture(picture, m_format, planes, rowBytes);
+        const uint64_t frame = m_session->framesSent();
+        try {
+            m_session->Encode(input, key, last, output);
+        } catch (const StatusError& e) {
+            throw EncodeError(PictureFailure(frame, e.status()));
+        } catch (const ServiceError&) {
+            if (InterruptCount() >= 2)
+                throw EncodeAbandoned();
+            throw;
+        }
+        if (InterruptCount() >= 2)
+            throw EncodeAbandoned();
+        SetServiceToKill(m_session->servicePid());
+    }
+
+    void close() override
+    {
+        try {
+            m_session->Close();
+        } catch (const StatusError& e) {
+            throw EncodeError("the compressor failed to end the stream (status " + StatusText(e.status()) + ")");
+        }
+    }
+
+private:
+    VideoFormat m_format;
+    std::vector<uint8_t> m_pixels;
+    std::unique_ptr<EncodeSession> m_session;
+};
+#endif
+
+std::unique_ptr<Channel> OpenChannel(const EncodeJob& job, const VideoFormat& format)
+{
+    ClientOptions options = job.client;
+    options.largestFrameBytes = format.frameBytes();
+#if EVC_HAVE_ENCODE_SESSION
+    if (job.maxRestarts > 0)
+        return std::make_unique<SessionChannel>(job, format, options);
+#endif
+    return std::make_unique<DirectChannel>(job, format, options);
+}
+
+}  // namespace
+
 EncodeResult Encode(FrameSource& source, const EncodeJob& job, Progress& progress)
 {
     const VideoFormat& format = source.format();
@@ -177,57 +336,40 @@ EncodeResult Encode(FrameSource& source, const EncodeJob& job, Progress& progres
 
     // Reading starts while the service starts.
     Reader reader(source);
-    ClientOptions options = job.client;
-    options.largestFrameBytes = format.frameBytes();
-    Client client(options);
-    SetServiceToKill(client.servicePid());
-    struct Forget {
-        ~Forget() { SetServiceToKill(0); }
-    } forget;
-
-    uint32_t status = client.SetOutput(job.presetXml);
-    if (status != kZKNoErr)
-        throw EncodeError(SetOutputFailure(status, job.presetName));
-    ZKEncImage_t sample = Sample(format);
-    status = client.Begin(&sample);
-    if (status != kZKNoErr)
-        throw EncodeError("the compressor refused to begin a " + std::to_string(format.width) + "x" +
-                          std::to_string(format.height) + " stream (status " + StatusText(status) + ")");
+    std::unique_ptr<Channel> channel = OpenChannel(job, format);
 
     EncodeResult result;
     Item current = reader.next();
     if (current.end)
         throw EncodeError(source.name() +
                           (reader.interrupted() ? ": interrupted before the first picture" : ": holds no pictures"));
-    EncodedFrame encoded;
+    std::vector<EncodedFrame> encoded;
     std::map<uint64_t, uint64_t> durations;  // of the pictures in the compressor, by time
     while (!current.end) {
         Item following = reader.next();
-        ZKEncImage_t input = Lend(client, format, current.picture);
-        status = client.CompressFrame(&input, result.frames == 0, following.end, &encoded);
-        if (InterruptCount() >= 2)
-            throw EncodeAbandoned();
-        if (status != kZKNoErr)
-            throw EncodeError("the compressor failed on picture " + std::to_string(result.frames + 1) + " (status " +
-                              StatusText(status) + ")");
+        encoded.clear();
+        channel->send(current.picture, result.frames == 0, following.end, encoded);
         // The compressor guesses the duration of a picture it has not seen
         // the successor of; the source knows it.
         if (current.picture.duration != 0)
             durations[current.picture.time] = current.picture.duration;
-        for (Packet& packet : encoded.packets) {
-            const auto known = durations.find(packet.time);
-            if (known != durations.end() && packet.timeBase == format.timeScale)
-                packet.duration = known->second;
-            if (known != durations.end())
-                durations.erase(known);
-        }
         Writing([&] {
             for (AudioPacket& audio : current.audio)
                 writer->writeAudio(std::move(audio));
-            writer->write(encoded);
+            for (EncodedFrame& frame : encoded) {
+                for (Packet& packet : frame.packets) {
+                    const auto known = durations.find(packet.time);
+                    if (known == durations.end())
+                        continue;
+                    if (packet.timeBase == format.timeScale)
+                        packet.duration = known->second;
+                    durations.erase(known);
+                }
+                result.pictures += frame.packets.size();
+                writer->write(frame);
+            }
         });
         ++result.frames;
-        result.pictures += encoded.packets.size();
         progress.update(result.frames, result.pictures, writer->bytesWritten());
         current = std::move(following);
     }
@@ -236,11 +378,8 @@ EncodeResult Encode(FrameSource& source, const EncodeJob& job, Progress& progres
         for (AudioPacket& audio : current.audio)
             writer->writeAudio(std::move(audio));
     });
-
-    status = client.End();
-    if (status != kZKNoErr)
-        throw EncodeError("the compressor failed to end the stream (status " + StatusText(status) + ")");
-    client.Quit();
+    channel->close();
+    channel.reset();
     if (result.pictures == 0)
         throw EncodeError("the compressor returned no pictures for " + std::to_string(result.frames) +
                           " pictures sent");

@@ -36,6 +36,8 @@ struct EncodeJob {
     OutputPlan output;
     // Service location and the like; largestFrameBytes is set from the source.
     ClientOptions client;
+    // Restarts of a failed service before the encode fails (0: at once).
+    int maxRestarts = 3;
 };
 
 struct EncodeResult {

@@ -1,9 +1,15 @@
 // The signal thread.
 #include "tools/Interrupts.h"
 
+#include <dirent.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <chrono>
+#include <fstream>
+#include <sstream>
+#include <string>
 #include <thread>
 
 namespace evc {
@@ -13,6 +19,31 @@ namespace {
 
 std::atomic<int> g_count{0};
 std::atomic<int> g_service{0};
+
+// The processes whose parent is this one: the services it started.
+void KillChildren()
+{
+    const std::string self = std::to_string(getpid());
+    DIR* folder = opendir("/proc");
+    if (folder == nullptr)
+        return;
+    while (const dirent* entry = readdir(folder)) {
+        const std::string name = entry->d_name;
+        if (name.find_first_not_of("0123456789") != std::string::npos)
+            continue;
+        std::ifstream stat("/proc/" + name + "/stat");
+        std::string line;
+        std::getline(stat, line);
+        // pid (command) state ppid ...; the command may hold blanks.
+        const size_t close = line.rfind(')');
+        std::istringstream fields(close == std::string::npos ? "" : line.substr(close + 1));
+        std::string state;
+        std::string parent;
+        if (fields >> state >> parent && parent == self)
+            kill(std::stoi(name), SIGKILL);
+    }
+    closedir(folder);
+}
 
 }  // namespace
 
@@ -32,6 +63,13 @@ void InstallInterrupts()
                 const int pid = g_service.load();
                 if (pid > 0)
                     kill(pid, SIGKILL);
+                // A session would start the service again: every service
+                // this encoder starts from now on is stopped too, until the
+                // encode has given up and the process ends.
+                while (true) {
+                    KillChildren();
+                    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+                }
             }
         }
     }).detach();

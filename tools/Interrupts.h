@@ -2,7 +2,9 @@
 // (and so in the service it starts, which inherits the mask: a terminal's
 // Ctrl-C reaches only the encoder) and taken by one thread of their own.
 // The first asks the encode to stop reading and finish a playable file; the
-// second kills the service at once so that the encode ends without delay.
+// second kills the service at once (and every one started after it, so a
+// session that restarts services gives up) so that the encode ends without
+// delay.
 #pragma once
 
 namespace evc {

@@ -153,6 +153,7 @@ int Run(const EncodeOptions& options)
         job.presetName = presetPath;
         job.output = output;
         job.client.applicationName = "evc-encode";
+        job.maxRestarts = options.maxRestarts;
         if (options.timeoutSeconds > 0)
             job.client.commandTimeout = std::chrono::milliseconds(int64_t(options.timeoutSeconds * 1000));
         progress = std::make_unique<Progress>(std::cerr, !options.quiet, source->format());
