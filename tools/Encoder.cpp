@@ -11,17 +11,12 @@
 #include <mutex>
 #include <thread>
 
+#include "evc/EncodeSession.h"
 #include "media/ZKImageLayout.h"
 #include "tools/Interrupts.h"
 #include "tools/MediaSource.h"
 #include "tools/PictureQueue.h"
 
-#if __has_include("evc/EncodeSession.h")
-#include "evc/EncodeSession.h"
-#define EVC_HAVE_ENCODE_SESSION 1
-#else
-#define EVC_HAVE_ENCODE_SESSION 0
-#endif
 
 namespace evc {
 namespace tools {
@@ -244,7 +239,6 @@ private:
     uint64_t m_sent = 0;
 };
 
-#if EVC_HAVE_ENCODE_SESSION
 // Through a session that restarts a service that fails and re-sends what
 // was lost, saying so on standard error.
 class SessionChannel : public Channel {
@@ -313,16 +307,13 @@ private:
     std::vector<uint8_t> m_pixels;
     std::unique_ptr<EncodeSession> m_session;
 };
-#endif
 
 std::unique_ptr<Channel> OpenChannel(const EncodeJob& job, const VideoFormat& format)
 {
     ClientOptions options = job.client;
     options.largestFrameBytes = format.frameBytes();
-#if EVC_HAVE_ENCODE_SESSION
     if (job.maxRestarts > 0)
         return std::make_unique<SessionChannel>(job, format, options);
-#endif
     return std::make_unique<DirectChannel>(job, format, options);
 }
 
