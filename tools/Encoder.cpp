@@ -17,7 +17,6 @@
 #include "tools/MediaSource.h"
 #include "tools/PictureQueue.h"
 
-
 namespace evc {
 namespace tools {
 
@@ -250,9 +249,11 @@ public:
         session.client = options;
         session.maxRestarts = unsigned(job.maxRestarts);
         session.onRecovery = [](const RecoveryEvent& event) {
-            std::cerr << "\revc-encode: the service failed at picture " << event.failedFrame + 1 << " ("
-                      << event.message << "); recovered in " << event.recoveryTime.count() / 1000 << " ms, "
-                      << event.resentFrames.size() << " pictures sent again" << std::endl;
+            // The fault itself, without the service's last words.
+            const std::string fault = event.message.substr(0, event.message.find_first_of(";\n"));
+            std::cerr << "\revc-encode: the service failed at picture " << event.failedFrame + 1 << " (" << fault
+                      << "); recovered in " << event.recoveryTime.count() / 1000 << " ms, " << event.resentFrames.size()
+                      << " pictures sent again" << std::endl;
         };
         try {
             m_session = std::make_unique<EncodeSession>(session, job.presetXml, Sample(format));

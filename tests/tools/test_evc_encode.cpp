@@ -3,7 +3,9 @@
 // outputs.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -245,25 +247,49 @@ TEST_F(EvcEncodeTest, ListsCodecsWithTheirSettings)
         EXPECT_NE(run.out.find(text), std::string::npos) << text << " in\n" << run.out;
 }
 
-TEST_F(EvcEncodeTest, SegmentFileReadsBack)
+TEST_F(EvcEncodeTest, SegmentFileReadsBackAlsoAfterARecovery)
 {
-    const std::string output = m_dir->file("clip.evcseg");
-    ASSERT_EQ(Encode("-q --preset h264-preview.xml --test-pattern 64x48@25:1 -o " + Quote(output)).status, 0);
-    TZKIntermediateSegment segment;
-    ASSERT_TRUE(segment.open(output));
-    EXPECT_EQ(segment.getStart().GetTimeScale(), 25u);
-    EXPECT_NEAR(segment.getDuration().GetSeconds(), 1.0, 1e-9);
-    size_t pictures = 0;
-    while (std::unique_ptr<Ebml::IElement> element{segment.readNext()}) {
-        ASSERT_EQ(element->getId(), TZKEncImageElt::kId);
-        TZKImageFramePtr frame = static_cast<TZKEncImageElt&>(*element)->exportFrame(CATime(0, 0));
-        ASSERT_TRUE(frame);
-        const ZKEncImage_t record = frame->GetZKEncImage();
-        EXPECT_EQ(record.image.width, 64u);
-        ASSERT_NE(record.image.dataPackets, nullptr);
-        pictures += record.image.dataPackets->size();
+    // The H.264 compressor behind a switch that crashes the first service
+    // at the picture of time 10.
+    const std::string faulty = m_dir->file("faulty.xml");
+    WriteFile(faulty, "<Output><VideoCompressor Manufacture4cc=\"" + std::to_string(evctest::kTestManufacturer) +
+                          "\" Codec4cc=\"" + std::to_string(evctest::kFaultyH264Codec) +
+                          "\"><NonStandardSettings><Fault Type=\"eEnum\" Value=\"CompressFrame:segv:t=10:once=" +
+                          m_dir->file("fired") + "\"/></NonStandardSettings></VideoCompressor></Output>");
+    struct Case {
+        const char* name;
+        std::string preset;
+        const char* says;  // on standard error
+    };
+    const std::vector<Case> cases = {{"no fault", "h264-preview.xml", ""},
+                                     {"a crash at picture 11", Quote(faulty), "recovered in"}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::string output = m_dir->file("clip.evcseg");
+        const CommandResult run =
+            Encode("-q -y --preset " + c.preset + " --test-pattern 64x48@25:1 -o " + Quote(output));
+        ASSERT_EQ(run.status, 0) << run.err;
+        EXPECT_NE(run.err.find(c.says), std::string::npos) << run.err;
+        TZKIntermediateSegment segment;
+        ASSERT_TRUE(segment.open(output));
+        EXPECT_EQ(segment.getStart().GetTimeScale(), 25u);
+        EXPECT_NEAR(segment.getDuration().GetSeconds(), 1.0, 1e-9);
+        std::vector<uint64_t> times;
+        while (std::unique_ptr<Ebml::IElement> element{segment.readNext()}) {
+            ASSERT_EQ(element->getId(), TZKEncImageElt::kId);
+            TZKImageFramePtr frame = static_cast<TZKEncImageElt&>(*element)->exportFrame(CATime(0, 0));
+            ASSERT_TRUE(frame);
+            const ZKEncImage_t record = frame->GetZKEncImage();
+            EXPECT_EQ(record.image.width, 64u);
+            ASSERT_NE(record.image.dataPackets, nullptr);
+            for (uint32_t i = 0; i < record.image.dataPackets->size(); ++i)
+                times.push_back(record.image.dataPackets->get(i)->getTime());
+        }
+        std::sort(times.begin(), times.end());
+        std::vector<uint64_t> all(25);
+        std::iota(all.begin(), all.end(), 0);
+        EXPECT_EQ(times, all) << "every picture once";
     }
-    EXPECT_EQ(pictures, 25u);
 }
 
 TEST_F(EvcEncodeTest, InterruptionFinishesOrAbandonsTheFile)
