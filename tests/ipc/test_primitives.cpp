@@ -110,29 +110,6 @@ TEST_F(Primitives, SemaphoreCountCrossesProcessesAndALateCreatorIsAwaited)
     EXPECT_TRUE(semaphore.timedWait(0)) << "a zero limit still looks once";
 }
 
-TEST_F(Primitives, BusyMutexIsRefusedQuietly)
-{
-    CAThreadMutex mutex;
-    std::atomic<int> step{0};
-    std::thread holder([&] {
-        mutex.lock();
-        step = 1;
-        while (step != 2)
-            std::this_thread::yield();
-        mutex.unlock();
-    });
-    while (step != 1)
-        std::this_thread::yield();
-    ::testing::internal::CaptureStderr();
-    EXPECT_FALSE(mutex.tryLock());
-    EXPECT_FALSE(mutex.timedLock(5));
-    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
-    step = 2;
-    EXPECT_TRUE(mutex.timedLock(10000));
-    EXPECT_TRUE(mutex.unlock());
-    holder.join();
-}
-
 TEST_F(Primitives, MappedFileIsSharedWithItsLockByASecondProcess)
 {
     std::string name;

@@ -164,53 +164,6 @@ TEST(FrameChannel, ReleasedBundlesAndAppendedRawFrames)
     EXPECT_FALSE(ExternalVideoProxy().DeSerializeFrame(100)) << "no area at all";
 }
 
-TEST(FrameChannel, AFrameWithoutPixelsHasOnlyItsInformation)
-{
-    GoldenFrame frame;
-    frame.record.image.dataSize = 0;
-    frame.record.image.planes[0] = nullptr;
-    frame.record.descriptors = nullptr;
-    frame.record.image.dataPackets = nullptr;
-    Written w = Write(frame.record);
-    ASSERT_EQ(w.size, 150u);
-    EXPECT_EQ(Bytes(w.area.begin(), w.area.begin() + 4), (Bytes{0x91, 0x40, 0x93, 0x85}));
-    TZKImageFramePtr back = Read(w.area, w.size);
-    ASSERT_TRUE(back);
-    EXPECT_EQ(back->GetBuffer(), nullptr);
-    EXPECT_EQ(back->GetWidth(), 4u);
-}
-
-TEST(FrameChannel, TheShortInformationFormReadsBackAndOtherSizesDoNot)
-{
-    Bytes element = {0x91, 0x80 | (2 + 96 + 2 + 12), 0x85, 0x80 | 96};
-    for (uint32_t v : {6u, 4u, 2u, 0u, 4u, 2u, 2u, 0u, 8u, 10u, 12u, 0u})
-        PutLe(element, v, 4);
-    for (uint64_t v : {40, 1000, 3, 30})
-        PutLe(element, v, 8);
-    PutLe(element, 1, 4);
-    PutLe(element, 0x44, 4);
-    PutLe(element, 0x55, 8);
-    element.insert(element.end(), {0x87, 0x80 | 12});
-    const Bytes pixels = Pattern(12);
-    element.insert(element.end(), pixels.begin(), pixels.end());
-
-    TZKImageFramePtr frame = Read(element, static_cast<uint32_t>(element.size()));
-    ASSERT_TRUE(frame);
-    const ZKEncImage_t record = frame->GetZKEncImage();
-    EXPECT_EQ(record.image.width, 4u);
-    EXPECT_EQ(record.image.time, 40u);
-    EXPECT_EQ(record.image.originalFrameWithinSecond, 1u);
-    EXPECT_EQ(record.streamFlags, 0x44u);
-    EXPECT_EQ(record.streamValue, 0x55u);
-    EXPECT_EQ(record.image.planes[2] - record.image.planes[0], 10);
-    EXPECT_EQ(record.image.planes[2][1], pixels[11]);
-
-    element[1] += 4;
-    element[3] += 4;
-    element.insert(element.begin() + 4 + 96, {0, 0, 0, 0});
-    EXPECT_FALSE(Read(element, static_cast<uint32_t>(element.size()))) << "a 100-byte information child";
-}
-
 TEST(FrameChannel, LyingSizesDropOnlyWhatTheyDescribe)
 {
     const struct {

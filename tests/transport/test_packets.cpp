@@ -77,16 +77,6 @@ TEST(PacketBundle, OwnershipAcrossRemoveReplaceCloneClearAndDestroy)
     ZKDestroyPacket(nullptr);
 }
 
-TEST(PacketBundle, PacketCopiedFromAForeignPacketOwnsItsBytes)
-{
-    int live = 0;
-    TPacketPtr foreign(new CountedPacket(live));
-    TPacketPtr copy(TQVAPIPacket(*foreign).clone());
-    ExpectSamePacket(foreign.get(), copy.get());
-    EXPECT_NE(copy->getData(), foreign->getData());
-    EXPECT_EQ(TQVAPIPacket().getData(), nullptr) << "no bytes read as null";
-}
-
 TEST(Headers, SegmentHeaderIsThreeLittleEndianNumbers)
 {
     TZKSegmentHeader header;
