@@ -15,15 +15,7 @@ namespace {
 
 class Client : public ScratchTest {
 protected:
-    evc::ClientOptions Options(const std::string& service = "bin/evc-service")
-    {
-        evc::ClientOptions options;
-        options.servicePath = BuildPath(service);
-        options.applicationFolder = BuildPath();
-        options.largestFrameBytes = 64 * 64 * 3 / 2;
-        options.commandTimeout = std::chrono::milliseconds(1500);
-        return options;
-    }
+    evc::ClientOptions Options(const std::string& service = "bin/evc-service") { return TestClientOptions(service); }
 };
 
 // Whether [p, p + n) lies in this process's mapping of the file at path.

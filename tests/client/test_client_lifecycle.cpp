@@ -28,12 +28,7 @@ class ClientLife : public ScratchTest {
 protected:
     evc::ClientOptions Options(const std::string& program = "bin/evc-service")
     {
-        evc::ClientOptions options;
-        options.servicePath = BuildPath(program);
-        options.applicationFolder = BuildPath("");
-        options.largestFrameBytes = 64 * 64 * 3 / 2;
-        options.commandTimeout = std::chrono::milliseconds(3000);
-        return options;
+        return TestClientOptions(program, 3000);
     }
     // A shell script standing in for the service; removed by the test.
     std::string Script(const std::string& name, const std::string& body)

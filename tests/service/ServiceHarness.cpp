@@ -108,6 +108,16 @@ std::string FaultPreset(const std::string& fault)
                       "faul");
 }
 
+evc::ClientOptions TestClientOptions(const std::string& program, int timeoutMs)
+{
+    evc::ClientOptions options;
+    options.servicePath = BuildPath(program);
+    options.applicationFolder = BuildPath();
+    options.largestFrameBytes = 64 * 64 * 3 / 2;
+    options.commandTimeout = std::chrono::milliseconds(timeoutMs);
+    return options;
+}
+
 ZKEncImage_t Description(const ZKEncImage_t& input)
 {
     ZKEncImage_t description{};

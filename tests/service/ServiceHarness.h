@@ -6,6 +6,7 @@
 #include "client/ServiceProcess.h"
 #include "common/Process.h"
 #include "common/Scratch.h"
+#include "evc/Client.h"
 #include "evc/ZKImage.h"
 #include "ipc/CAExternalEncodeProxyMPI.h"
 
@@ -59,6 +60,9 @@ private:
 std::string EchoPreset(const std::string& settings = "", const char* codec = "echo");
 // A preset that makes the faulty compressor misbehave as fault says ("Operation:action").
 std::string FaultPreset(const std::string& fault);
+// Options for a client of the build: the given service program, the build's plug-ins, frames up
+// to 64 x 64 and a short command time-out.
+evc::ClientOptions TestClientOptions(const std::string& program = "bin/evc-service", int timeoutMs = 1500);
 // An output description of the input's geometry without pixels.
 ZKEncImage_t Description(const ZKEncImage_t& input);
 
