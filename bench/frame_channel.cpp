@@ -86,18 +86,40 @@ void BM_Memcpy(benchmark::State& state)
     setRate(state);
 }
 
-void BM_Serialize(benchmark::State& state)
+// Writes record into the area, again and again.
+void serializeLoop(benchmark::State& state, const ZKEncImage_t& record)
 {
     Fixture& f = fixture();
     ExternalVideoProxy proxy;
     for (auto _ : state) {
         proxy.Begin(f.area.data(), kAreaBytes);
         uint32_t size = 0;
-        if (proxy.SerializeFrame(&f.record, size, false) != 0)
+        if (proxy.SerializeFrame(&record, size, false) != 0)
             state.SkipWithError("serialize failed");
         benchmark::ClobberMemory();
     }
     setRate(state);
+}
+
+// Writes record into the area and reads it back into a pooled frame.
+void roundTripLoop(benchmark::State& state, const ZKEncImage_t& record)
+{
+    Fixture& f = fixture();
+    ExternalVideoProxy proxy;
+    for (auto _ : state) {
+        proxy.Begin(f.area.data(), kAreaBytes);
+        uint32_t size = 0;
+        proxy.SerializeFrame(&record, size, false);
+        proxy.Begin(f.area.data(), size);
+        TZKImageFramePtr frame = proxy.DeSerializeFrame(size);
+        benchmark::DoNotOptimize(frame.get());
+    }
+    setRate(state);
+}
+
+void BM_Serialize(benchmark::State& state)
+{
+    serializeLoop(state, fixture().record);
 }
 
 void BM_Deserialize(benchmark::State& state)
@@ -133,48 +155,17 @@ ZKEncImage_t inPlaceRecord(Fixture& f)
 
 void BM_SerializeInPlace(benchmark::State& state)
 {
-    Fixture& f = fixture();
-    const ZKEncImage_t record = inPlaceRecord(f);
-    ExternalVideoProxy proxy;
-    for (auto _ : state) {
-        proxy.Begin(f.area.data(), kAreaBytes);
-        uint32_t size = 0;
-        if (proxy.SerializeFrame(&record, size, false) != 0)
-            state.SkipWithError("serialize failed");
-        benchmark::ClobberMemory();
-    }
-    setRate(state);
+    serializeLoop(state, inPlaceRecord(fixture()));
 }
 
 void BM_RoundTripInPlace(benchmark::State& state)
 {
-    Fixture& f = fixture();
-    const ZKEncImage_t record = inPlaceRecord(f);
-    ExternalVideoProxy proxy;
-    for (auto _ : state) {
-        proxy.Begin(f.area.data(), kAreaBytes);
-        uint32_t size = 0;
-        proxy.SerializeFrame(&record, size, false);
-        proxy.Begin(f.area.data(), size);
-        TZKImageFramePtr frame = proxy.DeSerializeFrame(size);
-        benchmark::DoNotOptimize(frame.get());
-    }
-    setRate(state);
+    roundTripLoop(state, inPlaceRecord(fixture()));
 }
 
 void BM_RoundTrip(benchmark::State& state)
 {
-    Fixture& f = fixture();
-    ExternalVideoProxy proxy;
-    for (auto _ : state) {
-        proxy.Begin(f.area.data(), kAreaBytes);
-        uint32_t size = 0;
-        proxy.SerializeFrame(&f.record, size, false);
-        proxy.Begin(f.area.data(), size);
-        TZKImageFramePtr frame = proxy.DeSerializeFrame(size);
-        benchmark::DoNotOptimize(frame.get());
-    }
-    setRate(state);
+    roundTripLoop(state, fixture().record);
 }
 
 BENCHMARK(BM_Memcpy)->Unit(benchmark::kMicrosecond)->UseRealTime();
