@@ -52,7 +52,7 @@ public:
         p.codec_id = descriptor != nullptr ? descriptor->id : AV_CODEC_ID_NONE;
         p.width = int(format.width);
         p.height = int(format.height);
-        p.format = AV_PIX_FMT_YUV420P;
+        p.format = format.pixelFormat;
         if (format.sarNum != 0)
             p.sample_aspect_ratio = AVRational{int(format.sarNum), int(format.sarDen)};
         video->sample_aspect_ratio = p.sample_aspect_ratio;

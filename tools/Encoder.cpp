@@ -49,7 +49,7 @@ std::string SetOutputFailure(uint32_t status, const std::string& preset)
 ZKEncImage_t Sample(const VideoFormat& format)
 {
     ZKEncImage_t record{};
-    if (InitZKImage(&record.image, 0, nullptr, eColorFormatYUV420Planar, false, static_cast<int>(format.width),
+    if (InitZKImage(&record.image, 0, nullptr, format.colorFormat, false, static_cast<int>(format.width),
                     static_cast<int>(format.height), false, 0, format.timeScale) != 0)
         throw EncodeError("cannot describe a " + std::to_string(format.width) + "x" + std::to_string(format.height) +
                           " picture");
@@ -60,7 +60,7 @@ ZKEncImage_t Sample(const VideoFormat& format)
 // reads it.
 ZKEncImage_t Lend(Client& client, const VideoFormat& format, const Picture& picture)
 {
-    ZKEncImage_t record = client.LendPicture(eColorFormatYUV420Planar, format.width, format.height);
+    ZKEncImage_t record = client.LendPicture(format.colorFormat, format.width, format.height);
     ZKImage_t& image = record.image;
     const uint32_t rowBytes[3] = {image.rowBytes[0], image.rowBytes[1],
                                   image.rowBytes[2] != 0 ? image.rowBytes[2] : image.rowBytes[1]};
@@ -271,7 +271,7 @@ public:
         uint8_t* planes[3] = {};
         uint32_t rowBytes[3] = {};
         ZKEncImage_t input{};
-        if (InitZKImage(&input.image, uint32_t(m_pixels.size()), m_pixels.data(), eColorFormatYUV420Planar, false,
+        if (InitZKImage(&input.image, uint32_t(m_pixels.size()), m_pixels.data(), m_format.colorFormat, false,
                         int(m_format.width), int(m_format.height), false, picture.time, m_format.timeScale) != 0)
             throw EncodeError("cannot describe a picture");
         for (int p = 0; p < 3; ++p) {

@@ -18,7 +18,8 @@ namespace tools {
 
 size_t VideoFormat::frameBytes() const
 {
-    return size_t(width) * height + 2 * (size_t((width + 1) / 2) * ((height + 1) / 2));
+    const int bytes = av_image_get_buffer_size(AVPixelFormat(pixelFormat), int(width), int(height), 1);
+    return bytes > 0 ? size_t(bytes) : 0;
 }
 
 void CopyPicture(const Picture& picture, const VideoFormat& format, uint8_t* const planes[3],
@@ -34,12 +35,13 @@ void CopyPicture(const Picture& picture, const VideoFormat& format, uint8_t* con
             sourceRows[p] = picture.frame->linesize[p];
         }
     } else {
-        av_image_fill_arrays(const_cast<uint8_t**>(source), sourceRows, picture.pixels.data(), AV_PIX_FMT_YUV420P, w, h,
+        av_image_fill_arrays(const_cast<uint8_t**>(source), sourceRows, picture.pixels.data(),
+                             AVPixelFormat(format.pixelFormat), w, h,
                              1);
     }
     uint8_t* target[4] = {planes[0], planes[1], planes[2], nullptr};
     int targetRows[4] = {int(rowBytes[0]), int(rowBytes[1]), int(rowBytes[2]), 0};
-    av_image_copy(target, targetRows, source, sourceRows, AV_PIX_FMT_YUV420P, w, h);
+    av_image_copy(target, targetRows, source, sourceRows, AVPixelFormat(format.pixelFormat), w, h);
 }
 
 namespace {

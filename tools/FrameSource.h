@@ -1,6 +1,6 @@
 // Where evc-encode's raw pictures come from: a video file read through
 // libavformat and libavcodec (MediaSource.h), or the built-in moving test
-// pattern. Pictures are 8-bit 4:2:0, each with its presentation time; audio
+// pattern. Pictures are planar YUV, each with its presentation time; audio
 // packets to be copied come along with the picture they precede.
 #pragma once
 
@@ -22,6 +22,11 @@ struct VideoFormat {
     uint32_t fpsNum = 25;
     uint32_t fpsDen = 1;
     bool variableRate = false;
+    // The pictures' layout: the plug-in's colour format and libav's name
+    // for it (8-bit 4:2:0 unless the source has a deeper or fuller format
+    // the plug-in takes as it is).
+    uint32_t colorFormat = 6;
+    int pixelFormat = 0;  // AV_PIX_FMT_YUV420P
     // Units per second of the pictures' times.
     uint64_t timeScale = 25;
     // What the source says about its pictures, as ITU-T H.273 codes and
@@ -36,7 +41,7 @@ struct VideoFormat {
     // Pictures the source will give, 0 when not known.
     uint64_t expectedFrames = 0;
 
-    // Bytes of one 4:2:0 picture (chroma rounded up).
+    // Bytes of one picture, planes back to back (chroma rounded up).
     size_t frameBytes() const;
 };
 
@@ -46,8 +51,8 @@ void CopyPicture(const Picture& picture, const VideoFormat& format, uint8_t* con
                  const uint32_t rowBytes[3]);
 
 struct Picture {
-    // 8-bit 4:2:0 as the decoder made it (no copy), or else the planes back
-    // to back in pixels.
+    // As the decoder made it (no copy), or else the planes back to back in
+    // pixels.
     FramePtr frame;
     std::vector<uint8_t> pixels;
     uint64_t time = 0;      // in format().timeScale units, from 0 up

@@ -17,9 +17,26 @@ namespace {
 
 constexpr uint32_t kMaxDimension = 16384;
 
-bool Is420(int format)
+// libav's planar YUV formats that are a plug-in colour format as they lie;
+// the full-range (J) names are the same layout.
+struct Planar {
+    AVPixelFormat libav;
+    AVPixelFormat layout;
+    uint32_t colorFormat;
+};
+constexpr Planar kPlanar[] = {
+    {AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P, 6},         {AV_PIX_FMT_YUVJ420P, AV_PIX_FMT_YUV420P, 6},
+    {AV_PIX_FMT_YUV420P10LE, AV_PIX_FMT_YUV420P10LE, 31}, {AV_PIX_FMT_YUV422P10LE, AV_PIX_FMT_YUV422P10LE, 32},
+    {AV_PIX_FMT_YUV444P, AV_PIX_FMT_YUV444P, 13},         {AV_PIX_FMT_YUVJ444P, AV_PIX_FMT_YUV444P, 13},
+    {AV_PIX_FMT_YUV444P10LE, AV_PIX_FMT_YUV444P10LE, 24},
+};
+
+const Planar* FindPlanar(int format)
 {
-    return format == AV_PIX_FMT_YUV420P || format == AV_PIX_FMT_YUVJ420P;
+    for (const Planar& planar : kPlanar)
+        if (planar.libav == format)
+            return &planar;
+    return nullptr;
 }
 
 const char* PixelFormatName(int format)
@@ -114,9 +131,19 @@ private:
             uint32_t(p.width) > kMaxDimension || uint32_t(p.height) > kMaxDimension)
             throw InputError("picture size " + std::to_string(p.width) + "x" + std::to_string(p.height) +
                              " is not supported (even sizes from 2 to 16384)");
-        if (p.format != AV_PIX_FMT_NONE && !Is420(p.format) && !sws_isSupportedInput(AVPixelFormat(p.format)))
-            throw InputError(std::string("pixel format ") + PixelFormatName(p.format) +
-                             " cannot be converted to 8-bit 4:2:0");
+        const Planar* planar = FindPlanar(p.format);
+        const std::vector<uint32_t> accepted =
+            m_plan.acceptedFormats.empty() ? std::vector<uint32_t>{6} : m_plan.acceptedFormats;
+        if (planar != nullptr && std::find(accepted.begin(), accepted.end(), planar->colorFormat) != accepted.end()) {
+            m_format.pixelFormat = planar->layout;
+            m_format.colorFormat = planar->colorFormat;
+        } else {
+            m_format.pixelFormat = AV_PIX_FMT_YUV420P;
+            m_format.colorFormat = 6;
+            if (p.format != AV_PIX_FMT_NONE && !sws_isSupportedInput(AVPixelFormat(p.format)))
+                throw InputError(std::string("pixel format ") + PixelFormatName(p.format) +
+                                 " cannot be converted to 8-bit 4:2:0");
+        }
         m_format.width = uint32_t(p.width);
         m_format.height = uint32_t(p.height);
         m_timeBase = stream->time_base;
@@ -140,7 +167,7 @@ private:
         }
         m_format.fieldOrder = p.field_order;
         m_format.colorRange = p.color_range != AVCOL_RANGE_UNSPECIFIED ? p.color_range
-                              : p.format == AV_PIX_FMT_YUVJ420P        ? AVCOL_RANGE_JPEG
+                              : p.format == AV_PIX_FMT_YUVJ420P || p.format == AV_PIX_FMT_YUVJ444P ? AVCOL_RANGE_JPEG
                                                                        : AVCOL_RANGE_UNSPECIFIED;
         m_format.colorPrimaries = p.color_primaries;
         m_format.colorTransfer = p.color_trc;
@@ -283,7 +310,8 @@ private:
     void Convert(Picture& picture)
     {
         const int format = m_frame->format;
-        if (Is420(format)) {
+        const Planar* planar = FindPlanar(format);
+        if (planar != nullptr && planar->layout == m_format.pixelFormat) {
             // Copied once, into the shared segment, when it is sent.
             picture.frame.reset(av_frame_alloc());
             if (!picture.frame || av_frame_ref(picture.frame.get(), m_frame.get()) < 0)
@@ -294,16 +322,18 @@ private:
         picture.pixels.resize(m_format.frameBytes());
         uint8_t* planes[4] = {};
         int strides[4] = {};
-        av_image_fill_arrays(planes, strides, picture.pixels.data(), AV_PIX_FMT_YUV420P, int(m_format.width),
+        const AVPixelFormat target = AVPixelFormat(m_format.pixelFormat);
+        av_image_fill_arrays(planes, strides, picture.pixels.data(), target, int(m_format.width),
                              int(m_format.height), 1);
         if (!sws_isSupportedInput(AVPixelFormat(format)))
             throw InputError(std::string("pixel format ") + PixelFormatName(format) +
                              " cannot be converted to 8-bit 4:2:0");
         if (!m_scaler || format != m_scalerFormat) {
             if (m_plan.verbose)
-                std::cerr << "evc-encode: converting " << PixelFormatName(format) << " to yuv420p\n";
+                std::cerr << "evc-encode: converting " << PixelFormatName(format) << " to "
+                          << PixelFormatName(target) << "\n";
             m_scaler.reset(sws_getContext(int(m_format.width), int(m_format.height), AVPixelFormat(format),
-                                          int(m_format.width), int(m_format.height), AV_PIX_FMT_YUV420P,
+                                          int(m_format.width), int(m_format.height), target,
                                           SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT, nullptr, nullptr,
                                           nullptr));
             if (!m_scaler)

@@ -9,6 +9,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "tools/FrameSource.h"
 
@@ -29,6 +30,9 @@ struct InputPlan {
     double seekSeconds = 0;   // pictures before this time are dropped
     uint64_t maxFrames = 0;   // 0: all
     bool verbose = false;     // say on stderr what is converted
+    // The plug-in's colour formats; a source in one of them is sent as it
+    // is, any other is converted to 8-bit 4:2:0 (6). Empty: 6 only.
+    std::vector<uint32_t> acceptedFormats;
     // Whether the output can hold an audio codec (unset: no audio is kept).
     std::function<bool(int codecId)> audioAccepted;
 };

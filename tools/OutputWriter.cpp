@@ -125,7 +125,7 @@ public:
         BundlePtr descriptors = MakeBundle(frame.descriptors, m_bytes);
 
         ZKEncImage_t record{};
-        record.image.colorFormat = eColorFormatYUV420Planar;
+        record.image.colorFormat = m_format.colorFormat;
         record.image.colorRange = eColorRangeDefault;
         record.image.width = m_format.width;
         record.image.height = m_format.height;

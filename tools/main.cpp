@@ -7,6 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "evc/Av1Codec.h"
+#include "evc/H264Codec.h"
+#include "evc/HevcCodec.h"
+#include "evc/Vp9Codec.h"
 #include "tools/CodecList.h"
 #include "tools/EncodeOptions.h"
 #include "tools/Encoder.h"
@@ -85,6 +89,24 @@ std::vector<SettingOverride> Overrides(const EncodeOptions& o, const VideoFormat
     return list;
 }
 
+// The colour formats a compressor takes as they are.
+std::vector<uint32_t> AcceptedFormats(uint32_t codec)
+{
+    auto list = [](const auto& formats) { return std::vector<uint32_t>(std::begin(formats), std::end(formats)); };
+    switch (codec) {
+    case evc::h264::kCodec:
+        return list(evc::h264::kInputColorFormats);
+    case evc::hevc::kCodec:
+        return list(evc::hevc::kInputColorFormats);
+    case evc::vp9::kCodec:
+        return list(evc::vp9::kInputColorFormats);
+    case evc::av1::kCodec:
+        return list(evc::av1::kInputColorFormats);
+    default:
+        return {6};
+    }
+}
+
 int Run(const EncodeOptions& options)
 {
     const std::string outputName = options.output == "-" ? "standard output" : options.output;
@@ -138,6 +160,7 @@ int Run(const EncodeOptions& options)
             plan.maxFrames = options.frames;
             plan.verbose = options.verbose;
             plan.audioAccepted = [format](int codecId) { return FormatHoldsAudio(format, codecId); };
+            plan.acceptedFormats = AcceptedFormats(preset.codec());
             try {
                 source = OpenMediaSource(plan);
             } catch (const InputError& e) {
