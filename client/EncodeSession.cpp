@@ -208,7 +208,7 @@ void EncodeSession::TPrivate::Release(bool everything)
            std::none_of(m_received.begin(), m_received.end(),
                         [&](const Received& r) { return r.frame == m_pending.front().index; })) {
         m_pending.pop_front();
-        released = released + 1;
+        ++released;
     }
     if (released > 0)
         m_restartsInRow = 0;

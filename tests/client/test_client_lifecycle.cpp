@@ -50,6 +50,8 @@ TEST_F(ClientLife, AStartThatFailsAfterTheSpawnLeavesNoChildAndNoSegment)
     const Row rows[] = {
         {"exits", "echo going away >&2; exit 3", "exited with status 3"},
         {"never-answers", "exec sleep 30", "startTimeout"},
+        // A megabyte without a line break, then the line that matters.
+        {"floods", "head -c 1000000 /dev/zero | tr '\\0' x >&2; echo >&2; echo last words >&2; exit 4", "last words"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -61,7 +63,8 @@ TEST_F(ClientLife, AStartThatFailsAfterTheSpawnLeavesNoChildAndNoSegment)
             ADD_FAILURE() << "started";
         } catch (const evc::ServiceError& e) {
             EXPECT_EQ(e.kind(), evc::ServiceError::Kind::StartFailed);
-            EXPECT_NE(std::string(e.what()).find(row.says), std::string::npos) << e.what();
+            EXPECT_NE(std::string(e.what()).find(row.says), std::string::npos) << row.says;
+            EXPECT_LE(e.lastErrorLines().size(), 64u * 1024);
         }
         EXPECT_TRUE(NoChildLeft());
         std::filesystem::remove(options.servicePath);
@@ -110,6 +113,31 @@ TEST_F(ClientLife, CallerMistakesAreUsageErrors)
     EXPECT_EQ(client.SetOutput(EchoPreset()), kZKNoErr);
     client.Quit();
     EXPECT_THROW(client.Begin(nullptr), evc::UsageError);
+}
+
+TEST_F(ClientLife, TheFlushMayTakeLongerPerPendingPictureAndTheErrorNamesTheLimit)
+{
+    evc::ClientOptions options = Options();
+    options.commandTimeout = std::chrono::milliseconds(200);
+    options.pendingPictureTimeout = std::chrono::milliseconds(100);
+    evc::Client client(options);
+    Watch(client.segmentKey());
+    // The faulty compressor returns no pictures and hangs on the fourth frame.
+    ASSERT_EQ(client.SetOutput(FaultPreset("CompressFrame:hang:3")), kZKNoErr);
+    TestImage image(16, 16, 0, 25);
+    for (int n = 0; n < 3; ++n)
+        ASSERT_EQ(client.CompressFrame(&image.record, false, false, nullptr), kZKNoErr);
+    EXPECT_EQ(client.picturesPending(), 3u);
+    try {
+        client.CompressFrame(&image.record, false, true, nullptr);
+        ADD_FAILURE() << "no time-out";
+    } catch (const evc::ServiceError& e) {
+        EXPECT_EQ(e.kind(), evc::ServiceError::Kind::TimedOut);
+        EXPECT_NE(std::string(e.what()).find("within 600 ms (commandTimeout + 4 pending pictures x "
+                                             "pendingPictureTimeout 100 ms)"),
+                  std::string::npos)
+            << e.what();
+    }
 }
 
 // What a descriptor names, as /proc shows it.
