@@ -1,45 +1,17 @@
 #include "ToolTestSupport.h"
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <sstream>
-#include <stdexcept>
+
+#include "common/Process.h"
 
 namespace fs = std::filesystem;
 
 namespace tool_test {
-
-TempDir::TempDir()
-{
-    const char* tmp = std::getenv("TMPDIR");
-    std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/evc-encode-test-XXXXXX";
-    std::vector<char> buffer(pattern.begin(), pattern.end());
-    buffer.push_back('\0');
-    if (mkdtemp(buffer.data()) == nullptr)
-        throw std::runtime_error("mkdtemp failed");
-    m_path = buffer.data();
-}
-
-TempDir::~TempDir()
-{
-    std::error_code ignored;
-    fs::remove_all(m_path, ignored);
-}
-
-std::vector<std::string> TempDir::entries() const
-{
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(m_path))
-        names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
-}
 
 namespace {
 
@@ -51,39 +23,32 @@ std::string Slurp(const std::string& path)
 
 }  // namespace
 
+std::vector<std::string> TempDir::entries() const
+{
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(Path()))
+        names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
 CommandResult RunCommand(const std::string& commandLine, const TempDir& scratch)
 {
-    const std::string out = scratch.file(".command-out");
     const std::string err = scratch.file(".command-err");
-    const int raw = std::system((commandLine + " >'" + out + "' 2>'" + err + "'").c_str());
-    CommandResult result;
-    result.status = raw != -1 && WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    result.out = Slurp(out);
-    result.err = Slurp(err);
-    std::remove(out.c_str());
+    const evctest::CommandResult run = evctest::RunCommand("{ { " + commandLine + "; } 2>'" + err + "'; }");
+    CommandResult result{run.status, run.output, Slurp(err)};
     std::remove(err.c_str());
     return result;
 }
 
-std::string BuildDir()
-{
-    const char* dir = std::getenv("EVC_BUILD_DIR");
-    return dir && *dir ? dir : ".";
-}
-
 std::string EncoderPath()
 {
-    return BuildDir() + "/bin/evc-encode";
-}
-
-std::string SourceDir()
-{
-    return EVC_SOURCE_DIR;
+    return evctest::BuildPath("bin/evc-encode");
 }
 
 bool HaveProgram(const std::string& name)
 {
-    return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
+    return evctest::RunCommand("command -v " + name).status == 0;
 }
 
 std::vector<int> ProcessesMentioning(const std::string& text)
@@ -91,37 +56,21 @@ std::vector<int> ProcessesMentioning(const std::string& text)
     std::vector<int> pids;
     for (const auto& entry : fs::directory_iterator("/proc")) {
         const std::string name = entry.path().filename().string();
-        if (name.find_first_not_of("0123456789") != std::string::npos)
-            continue;
-        const std::string commandLine = Slurp(entry.path().string() + "/cmdline");
-        if (commandLine.find(text) != std::string::npos && std::stoi(name) != getpid())
+        if (name.find_first_not_of("0123456789") == std::string::npos && std::stoi(name) != getpid() &&
+            Slurp(entry.path().string() + "/cmdline").find(text) != std::string::npos)
             pids.push_back(std::stoi(name));
     }
     return pids;
 }
 
-std::string MakeY4m(uint32_t width, uint32_t height, const std::string& extraTags,
-                    const std::vector<std::vector<uint8_t>>& pictures, const std::string& frameParameters)
-{
-    std::ostringstream text;
-    text << "YUV4MPEG2 W" << width << " H" << height << extraTags << "\n";
-    for (const auto& picture : pictures) {
-        text << "FRAME" << frameParameters << "\n";
-        text.write(reinterpret_cast<const char*>(picture.data()), static_cast<std::streamsize>(picture.size()));
-    }
-    return text.str();
-}
-
 std::vector<uint8_t> ReadFile(const std::string& path)
 {
-    const std::string bytes = Slurp(path);
-    return std::vector<uint8_t>(bytes.begin(), bytes.end());
+    return evctest::ReadBytes(path);
 }
 
 void WriteFile(const std::string& path, const std::string& bytes)
 {
-    std::ofstream file(path, std::ios::binary);
-    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    evctest::WriteBytes(path, std::vector<uint8_t>(bytes.begin(), bytes.end()));
 }
 
 }  // namespace tool_test

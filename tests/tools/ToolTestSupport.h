@@ -1,28 +1,21 @@
-// Shared by the evc-encode tests: a private temporary folder removed with
-// everything in it, running a command with its output captured, and making
-// YUV4MPEG2 clips.
+// Shared by the evc-encode tests: a scratch folder (the common one) with a
+// listing, commands with standard output and error captured apart, and the
+// processes that outlived their encoder.
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <vector>
 
+#include "common/TempDir.h"
+
 namespace tool_test {
 
-class TempDir {
+class TempDir : public evctest::TempDir {
 public:
-    TempDir();
-    ~TempDir();
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
-
-    const std::string& path() const { return m_path; }
-    std::string file(const std::string& name) const { return m_path + "/" + name; }
+    std::string path() const { return Path().string(); }
+    std::string file(const std::string& name) const { return File(name); }
     // Names of the entries in the folder, sorted.
     std::vector<std::string> entries() const;
-
-private:
-    std::string m_path;
 };
 
 struct CommandResult {
@@ -31,25 +24,15 @@ struct CommandResult {
     std::string err;
 };
 
-// Runs a shell command line with standard output and error captured through
-// files in scratch (which are removed again).
+// Runs a shell command line; its standard error goes through a file in scratch.
 CommandResult RunCommand(const std::string& commandLine, const TempDir& scratch);
 
-// The built programs (EVC_BUILD_DIR from CTest, else the current folder).
-std::string BuildDir();
+// The built evc-encode (EVC_BUILD_DIR from CTest).
 std::string EncoderPath();
-std::string SourceDir();
-
-// Whether a program is on PATH.
 bool HaveProgram(const std::string& name);
-
-// Processes whose command line mentions text (used to find a service that
-// outlived its client: its command line holds the segment key).
+// Processes whose command line mentions text (a service that outlived its
+// client names the segment's folder).
 std::vector<int> ProcessesMentioning(const std::string& text);
-
-// A YUV4MPEG2 stream of the given pictures (each width x height 4:2:0).
-std::string MakeY4m(uint32_t width, uint32_t height, const std::string& extraTags,
-                    const std::vector<std::vector<uint8_t>>& pictures, const std::string& frameParameters = "");
 
 std::vector<uint8_t> ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& bytes);
