@@ -94,9 +94,20 @@ TZKImageFramePtr TZKEncImage::exportFrame(const CATime& offset, ZKEncImage_t* in
             if (where == nullptr)
                 return TZKImageFramePtr();
             plane0 = const_cast<uint8_t*>(where);
-            for (uint8_t*& plane : laidOut.image.planes)
-                if (plane != nullptr)
-                    plane = plane0 + (plane - bufferPlane0);
+            // Each plane at its place in the buffer's layout, or where the
+            // sender says; one that starts past the bytes is refused (the
+            // copying read refuses it too).
+            for (int k = 0; k < 4; ++k) {
+                uint8_t*& plane = laidOut.image.planes[k];
+                if (plane == nullptr)
+                    continue;
+                uint64_t at = uint64_t(plane - bufferPlane0);
+                if (k > 0 && info.planeOffsets[k - 1] < dataSize)
+                    at = info.planeOffsets[k - 1];
+                if (at >= dataSize)
+                    return TZKImageFramePtr();
+                plane = plane0 + at;
+            }
         } else {
             bytes().get(plane0);
         }
