@@ -5,6 +5,7 @@
 #include <vpx/vpx_encoder.h>
 
 #include <algorithm>
+#include <climits>
 #include <iterator>
 #include <string>
 #include <thread>
@@ -68,6 +69,8 @@ private:
         vpx_codec_iface_t* iface = vpx_codec_vp9_cx();
         if (choice == nullptr)
             return Refuse(kZKErrFormatMismatch, "no VP9 profile for this format");
+        if (stream.timeScale > INT_MAX)  // libvpx keeps its time base in an int
+            return Refuse(kZKErrBadArgument, "time scale " + std::to_string(stream.timeScale) + " is too fine for VP9");
         if (stream.format.bitDepth > 8 && (vpx_codec_get_caps(iface) & VPX_CODEC_CAP_HIGHBITDEPTH) == 0)
             return Refuse(kZKErrFormatMismatch, "this libvpx was built without 10-bit support");
 
@@ -86,7 +89,6 @@ private:
         cfg.g_bit_depth = stream.format.bitDepth > 8 ? VPX_BITS_10 : VPX_BITS_8;
         cfg.g_input_bit_depth = stream.format.bitDepth;
         cfg.g_threads = threads > 0 ? unsigned(threads) : std::max(1u, std::thread::hardware_concurrency());
-        cfg.g_error_resilient = 0;
         if (deadline == "realtime")
             cfg.g_lag_in_frames = 0;  // every picture comes out of its own call
         if (bitrate > 0) {
