@@ -38,7 +38,7 @@
 #include "media/ZKImageLayout.h"
 #include "plugins/CPluginCollection.h"
 #include "service/PresetReader.h"
-#include "tests/plugins/bundles/TestPluginCodes.h"
+#include "plugins/bundles/TestPluginCodes.h"
 
 namespace {
 

@@ -10,24 +10,97 @@ if(EVC_SANITIZE)
   target_link_options(evc_options INTERFACE -fsanitize=${EVC_SANITIZE})
 endif()
 
-# evc_add_library(name SOURCES ... [DEPS ...]): one static library per source folder.
-# The folder itself and include/ are on the include path of its users.
+# evc_add_library(name SOURCES ... [PUBLIC_HEADERS ...] [DEPS ...] [PRIVATE_DEPS ...]): one static
+# library per source folder. Its users see include/ and, spelled "folder/Header.h", only the
+# headers named in PUBLIC_HEADERS (those that other folders use); the library's own sources also
+# see the folder's other headers. Both sets are folders of links in the build tree, so a header
+# that is not published cannot be reached from another folder: the build fails there.
 function(evc_add_library name)
-  cmake_parse_arguments(A "" "" "SOURCES;DEPS;PRIVATE_DEPS" ${ARGN})
+  cmake_parse_arguments(A "" "" "SOURCES;PUBLIC_HEADERS;DEPS;PRIVATE_DEPS" ${ARGN})
   add_library(${name} STATIC ${A_SOURCES})
-  target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/include)
+  evc_link_headers(${name} "${A_PUBLIC_HEADERS}" public_dir private_dir)
+  target_include_directories(${name} PUBLIC ${public_dir} ${CMAKE_SOURCE_DIR}/include PRIVATE ${private_dir})
   target_link_libraries(${name} PUBLIC evc_options ${A_DEPS} PRIVATE ${A_PRIVATE_DEPS})
   install(TARGETS ${name} ARCHIVE DESTINATION lib)
+  file(RELATIVE_PATH folder ${CMAKE_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR})
+  set_property(GLOBAL APPEND PROPERTY EVC_FOLDER_LIBRARIES "${folder}=${name}")
 endfunction()
 
-# evc_add_test(name SOURCES ... [DEPS ...]): a GoogleTest executable registered with CTest.
+# The libraries defined in folder or below it (ipc: evc_ipc and evc_ipc_details), into var.
+function(evc_folder_libraries folder var)
+  get_property(pairs GLOBAL PROPERTY EVC_FOLDER_LIBRARIES)
+  set(libs)
+  foreach(pair ${pairs})
+    string(REPLACE "=" ";" pair ${pair})
+    list(GET pair 0 libFolder)
+    list(GET pair 1 lib)
+    if(libFolder STREQUAL folder OR libFolder MATCHES "^${folder}/")
+      list(APPEND libs ${lib})
+    endif()
+  endforeach()
+  set(${var} ${libs} PARENT_SCOPE)
+endfunction()
+
+# Fills build/headers/<name>/public and .../private with links named folder/Header.h to the
+# current folder's headers: the listed ones in public, every other one in private.
+function(evc_link_headers name public_headers public_var private_var)
+  file(RELATIVE_PATH folder ${CMAKE_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR})
+  set(root ${CMAKE_BINARY_DIR}/headers/${name})
+  file(REMOVE_RECURSE ${root})
+  file(MAKE_DIRECTORY ${root}/public/${folder} ${root}/private/${folder})
+  file(GLOB headers RELATIVE ${CMAKE_CURRENT_SOURCE_DIR} CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.h)
+  foreach(header ${public_headers})
+    if(NOT header IN_LIST headers)
+      message(FATAL_ERROR "${name}: public header ${folder}/${header} does not exist")
+    endif()
+  endforeach()
+  foreach(header ${headers})
+    if(header IN_LIST public_headers)
+      set(side public)
+    else()
+      set(side private)
+    endif()
+    file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR}/${header} ${root}/${side}/${folder}/${header} SYMBOLIC)
+  endforeach()
+  set_target_properties(${name} PROPERTIES EVC_PRIVATE_HEADERS ${root}/private)
+  set(${public_var} ${root}/public PARENT_SCOPE)
+  set(${private_var} ${root}/private PARENT_SCOPE)
+endfunction()
+
+# evc_see_private(target [PUBLIC] lib ...): target (a test, benchmark, fuzzer, test helper or a
+# program of the library's own folder) may include the private headers of each lib; with PUBLIC
+# so may the targets that link target (a test helper whose header needs them).
+function(evc_see_private target)
+  set(scope PRIVATE)
+  foreach(lib ${ARGN})
+    if(lib STREQUAL "PUBLIC")
+      set(scope PUBLIC)
+    else()
+      target_include_directories(${target} ${scope} $<TARGET_PROPERTY:${lib},EVC_PRIVATE_HEADERS>)
+    endif()
+  endforeach()
+endfunction()
+
+# The libraries of the source folder that the current tests/ folder mirrors, into var.
+function(evc_tested_folder_libraries var)
+  file(RELATIVE_PATH folder ${CMAKE_SOURCE_DIR}/tests ${CMAKE_CURRENT_SOURCE_DIR})
+  string(REGEX REPLACE "/.*" "" folder "${folder}")
+  evc_folder_libraries("${folder}" libs)
+  set(${var} ${libs} PARENT_SCOPE)
+endfunction()
+
+# evc_add_test(name SOURCES ... [DEPS ...] [PRIVATE_OF lib ...] [TIMEOUT s]): a GoogleTest
+# executable registered with CTest. It sees tests/, the public headers of what it links, the
+# private headers of the folder it tests (tests/F tests the libraries of F and below) and those
+# of the libraries named in PRIVATE_OF.
 function(evc_add_test name)
-  cmake_parse_arguments(A "" "TIMEOUT" "SOURCES;DEPS" ${ARGN})
+  cmake_parse_arguments(A "" "TIMEOUT" "SOURCES;DEPS;PRIVATE_OF" ${ARGN})
   add_executable(${name} ${A_SOURCES})
-  target_link_libraries(${name} PRIVATE evc_options ${A_DEPS} GTest::gtest GTest::gtest_main
+  target_link_libraries(${name} PRIVATE evc_options ${A_DEPS} ${A_PRIVATE_OF} GTest::gtest GTest::gtest_main
                         Threads::Threads)
-  target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/include
-                             ${CMAKE_SOURCE_DIR}/tests)
+  target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/include ${CMAKE_SOURCE_DIR}/tests)
+  evc_tested_folder_libraries(own)
+  evc_see_private(${name} ${own} ${A_PRIVATE_OF})
   if(NOT A_TIMEOUT)
     set(A_TIMEOUT 120)
   endif()
@@ -66,11 +139,14 @@ function(evc_add_plugin name)
   endif()
 endfunction()
 
-# evc_add_bench(name SOURCES ... [DEPS ...]): a Google Benchmark program under build/bin.
+# evc_add_bench(name SOURCES ... [DEPS ...] [PRIVATE_OF lib ...]): a Google Benchmark program
+# under build/bin.
 function(evc_add_bench name)
-  cmake_parse_arguments(A "" "" "SOURCES;DEPS" ${ARGN})
+  cmake_parse_arguments(A "" "" "SOURCES;DEPS;PRIVATE_OF" ${ARGN})
   find_package(benchmark REQUIRED)
   add_executable(${name} ${A_SOURCES})
-  target_link_libraries(${name} PRIVATE evc_options ${A_DEPS} benchmark::benchmark Threads::Threads)
-  target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/include)
+  target_link_libraries(${name} PRIVATE evc_options ${A_DEPS} ${A_PRIVATE_OF} benchmark::benchmark
+                        Threads::Threads)
+  target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/include ${CMAKE_SOURCE_DIR}/tests)
+  evc_see_private(${name} ${A_PRIVATE_OF})
 endfunction()

@@ -1,0 +1,41 @@
+# Compiles "#include HEADER" alone with the given include directories and definitions for each
+# row HEADER=reached|refused, and fails unless every row behaves as stated: a reached header
+# compiles, a refused one is not found (any other compile error is a failure too).
+#   cmake -DCXX=... -DINCLUDES=a;b -DDEFINES=X;Y=1 -DROWS=h.h=reached;g.h=refused -P IncludeBoundary.cmake
+set(flags -std=c++17 -fsyntax-only -x c++)
+list(REMOVE_DUPLICATES INCLUDES)
+foreach(dir ${INCLUDES})
+  # The system folder stays a system folder: as -I it would break the C++ library's include_next.
+  if(NOT dir STREQUAL "/usr/include")
+    list(APPEND flags -I${dir})
+  endif()
+endforeach()
+foreach(define ${DEFINES})
+  list(APPEND flags -D${define})
+endforeach()
+
+set(failures 0)
+foreach(row ${ROWS})
+  string(REPLACE "=" ";" row ${row})
+  list(GET row 0 header)
+  list(GET row 1 expected)
+  execute_process(COMMAND ${CXX} ${flags} -include ${header} /dev/null
+                  RESULT_VARIABLE rc ERROR_VARIABLE errors OUTPUT_QUIET)
+  string(REPLACE "." "\\." pattern ${header})
+  if(rc EQUAL 0)
+    set(got reached)
+  elseif(errors MATCHES "${pattern}'?:? (No such file or directory|file not found)")
+    set(got refused)
+  else()
+    set(got "broken:\n${errors}")
+  endif()
+  if(got STREQUAL expected)
+    message(STATUS "${header}: ${got}")
+  else()
+    message(SEND_ERROR "${header}: expected ${expected}, got ${got}")
+    math(EXPR failures "${failures} + 1")
+  endif()
+endforeach()
+if(failures GREATER 0)
+  message(FATAL_ERROR "${failures} include boundary rows failed")
+endif()
