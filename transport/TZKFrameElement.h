@@ -10,6 +10,8 @@
 #include "transport/PacketHolder.h"
 #include "transport/TZKEbmlPacketBundle.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <limits>
 
@@ -20,23 +22,21 @@ class TZKFrameElement : public Ebml::EbmlMaster {
 public:
     bool eval(Ebml::IElementCrawler& crawler) override
     {
-        return evalChildren(crawler, {&m_info, &m_bytes, &m_descriptors, &m_dataPackets});
+        return Ebml::evalElements(crawler, children<Ebml::IElement>(*this));
     }
     bool isDefault() const override
     {
-        return !m_info.mustSave() && !m_bytes.mustSave() && !m_descriptors.mustSave() && !m_dataPackets.mustSave();
+        const auto all = children<const Ebml::IElement>(*this);
+        return std::none_of(all.begin(), all.end(), [](const Ebml::IElement* child) { return child->mustSave(); });
     }
-    Ebml::uint64 calcSize() const override
-    {
-        return calcChildrenSize({&m_info, &m_bytes, &m_descriptors, &m_dataPackets});
-    }
+    Ebml::uint64 calcSize() const override { return Ebml::calcElementsSize(children<const Ebml::IElement>(*this)); }
     Ebml::TReceiptPtr save(Ebml::IStorage& storage) const override
     {
-        return saveChildren(storage, {&m_info, &m_bytes, &m_descriptors, &m_dataPackets});
+        return Ebml::saveElements(storage, children<const Ebml::IElement>(*this));
     }
     Ebml::uint64 load(Ebml::IStorage& storage, Ebml::uint64 bytesToRead, Ebml::IDelegateLoad* delegate) override
     {
-        return loadChildren(storage, bytesToRead, delegate, {&m_info, &m_bytes, &m_descriptors, &m_dataPackets});
+        return Ebml::loadElements(storage, bytesToRead, delegate, children<Ebml::IElement>(*this));
     }
 
 protected:
@@ -110,6 +110,13 @@ protected:
         // Whatever the frame held comes back to us: release it.
         ZKDestroyPacket(frameDescriptors);
         ZKDestroyPacket(frameDataPackets);
+    }
+
+    // The children in their saved order; every operation above walks this one list.
+    template <class TElement, class TSelf>
+    static std::array<TElement*, 4> children(TSelf& self)
+    {
+        return {{&self.m_info, &self.m_bytes, &self.m_descriptors, &self.m_dataPackets}};
     }
 
     InfoElt m_info;
