@@ -1,6 +1,6 @@
 #include "evc/Client.h"
+#include "evc/CodecList.h"
 
-#include <linux/limits.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "client/PacketCopy.h"
+#include "client/ServiceLocation.h"
 #include "client/ServiceProcess.h"
 #include "ipc/CAExternalEncodeProxyMPI.h"
 #include "media/ZKImageLayout.h"
@@ -21,25 +22,6 @@ namespace {
 constexpr uint64_t kElementMargin = 1 << 20;
 // How often a wait for the service looks at the child (waitpid) and the clock.
 constexpr unsigned kWatchSliceMs = 2;
-
-std::string ProgramFolder()
-{
-    char path[PATH_MAX];
-    const ssize_t n = readlink("/proc/self/exe", path, sizeof path - 1);
-    if (n <= 0)
-        return ".";
-    std::string text(path, static_cast<size_t>(n));
-    const size_t slash = text.rfind('/');
-    return slash == std::string::npos ? "." : text.substr(0, slash);
-}
-
-std::string ParentFolder(const std::string& path)
-{
-    const size_t slash = path.rfind('/');
-    if (slash == std::string::npos)
-        return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
 
 std::string DescribeEnd(ServiceProcess& process)
 {
@@ -88,6 +70,9 @@ public:
     ExternalVideoProxy m_proxy;
     bool m_quit = false;
     uint64_t m_picturesPending = 0;
+    // What the plug-ins declare, listed at the first SetOutput that checks.
+    std::vector<CodecInfo> m_codecs;
+    bool m_codecsListed = false;
 };
 
 namespace {
@@ -115,18 +100,8 @@ std::string Milliseconds(std::chrono::milliseconds ms)
 
 Client::TPrivate::TPrivate(const ClientOptions& options) : m_options(options), m_channel(PrepareSegment(options))
 {
-    std::string service = options.servicePath;
-    if (service.empty()) {
-        const char* fromEnvironment = getenv("EVC_SERVICE");
-        service = fromEnvironment != nullptr && *fromEnvironment ? fromEnvironment : ProgramFolder() + "/evc-service";
-    }
-    m_appFolder = options.applicationFolder;
-    if (m_appFolder.empty()) {
-        // A build tree keeps the host bundle beside bin/, an installation
-        // under lib/evc/.
-        const std::string prefix = ParentFolder(ParentFolder(service));
-        m_appFolder = access((prefix + "/" + options.hostBundle).c_str(), F_OK) == 0 ? prefix : prefix + "/lib/evc";
-    }
+    const std::string service = ServicePath(options);
+    m_appFolder = ApplicationFolder(options, service);
     if (access(service.c_str(), X_OK) != 0)
         throw ServiceError(ServiceError::Kind::StartFailed, 0, -1, "",
                            "cannot start the service: " + service + " is not an executable file");
@@ -268,6 +243,19 @@ Client::~Client()
 uint32_t Client::SetOutput(const std::string& presetXml)
 {
     TPrivate& p = *m_private;
+    if (p.m_options.checkPresetKinds) {
+        if (!p.m_codecsListed) {
+            p.m_codecsListed = true;
+            try {
+                p.m_codecs = ListCodecs(p.m_options);
+            } catch (const ServiceError&) {
+                // Without a listing the service's own check still applies.
+            }
+        }
+        const std::string mismatch = CheckPresetKinds(presetXml, p.m_codecs);
+        if (!mismatch.empty())
+            throw PresetError("preset refused: " + mismatch);
+    }
     const std::string& folder = p.m_appFolder;
     const std::string& bundle = p.m_options.hostBundle;
     const uint64_t total = folder.size() + bundle.size() + presetXml.size();

@@ -3,13 +3,19 @@
 #include <cstring>
 #include <tinyxml.h>
 
+#include "service/PresetText.h"
+
 namespace {
 
-// The root element of a parsed preset, or null when it is not "Output".
-// Parse errors are not examined: whatever the parser built is used.
+// The root element of a parsed preset, or null when it is not "Output" or the
+// document nests deeper than the parser can safely follow. Other parse errors
+// are not examined: whatever the parser built is used.
 TiXmlElement* PresetRoot(TiXmlDocument& document, const std::string& preset)
 {
-    document.Parse(preset.c_str(), nullptr, TIXML_ENCODING_UTF8);
+    if (PresetNestingDepth(preset) > kPresetMaxDepth)
+        return nullptr;
+    const std::string text = PresetParserText(preset);
+    document.Parse(text.c_str(), nullptr, TIXML_ENCODING_UTF8);
     TiXmlElement* root = TiXmlHandle(&document).FirstChildElement().ToElement();
     if (root == nullptr || root->ValueStr() != "Output")
         return nullptr;
@@ -22,6 +28,13 @@ TiXmlElement* FirstChildIfElement(TiXmlNode* node)
 {
     TiXmlNode* child = node != nullptr ? node->FirstChild() : nullptr;
     return child != nullptr ? child->ToElement() : nullptr;
+}
+
+// Whether a preset kind reaches the same SetValue as a declared kind.
+bool SameKind(const std::string& preset, const std::string& declared)
+{
+    const auto integer = [](const std::string& kind) { return kind == "eInt" || kind == "eUnsignedInt"; };
+    return preset == declared || (integer(preset) && integer(declared));
 }
 
 bool SameName(const char* settingName, const std::string& elementName)
@@ -106,4 +119,42 @@ void DeSerializeSetting(ISetting* setting, TiXmlElement* element)
         if (element->QueryDoubleAttribute("Value", &value) == TIXML_SUCCESS)
             static_cast<IDoubleSetting*>(setting)->SetValue(value);
     }
+}
+
+bool ReadPresetSettings(const std::string& preset, unsigned int& manufacturer, unsigned int& codec,
+                        std::vector<TPresetSetting>& settings)
+{
+    std::string text = preset;
+    if (!DeSerializeVideoCodec4cc(text, manufacturer, codec))
+        return false;
+    TiXmlDocument document;
+    TiXmlElement* root = PresetRoot(document, preset);
+    for (TiXmlElement* array = FirstChildIfElement(root->FirstChild("VideoCompressor")); array != nullptr;
+         array = array->NextSiblingElement()) {
+        const bool standard = array->ValueStr() == "StandardSettings";
+        if (!standard && array->ValueStr() != "NonStandardSettings")
+            continue;
+        for (TiXmlElement* child = FirstChildIfElement(array); child != nullptr; child = child->NextSiblingElement()) {
+            const char* type = child->Attribute("Type");
+            settings.push_back({standard, child->ValueStr(), type != nullptr ? type : ""});
+        }
+    }
+    return true;
+}
+
+std::string FindKindMismatch(const std::vector<TPresetSetting>& settings, const EVCSettingInfo* declared,
+                             size_t declaredCount)
+{
+    for (const TPresetSetting& setting : settings) {
+        for (size_t i = 0; i < declaredCount; ++i) {
+            const EVCSettingInfo& info = declared[i];
+            if (info.name == nullptr || info.kind == nullptr || *info.kind == '\0' ||
+                (info.standard != 0) != setting.standard || setting.name != info.name || setting.kind.empty())
+                continue;
+            if (!SameKind(setting.kind, info.kind))
+                return "setting \"" + setting.name + "\" is given as " + setting.kind +
+                       " but the compressor declares " + info.kind;
+        }
+    }
+    return std::string();
 }

@@ -5,9 +5,33 @@
 #include <iostream>
 #include <stdexcept>
 
+#include "service/CodecListing.h"
 #include "service/ExternalVideoCompressorService.h"
 #include "service/HostWatch.h"
 #include "service/ZKConvertToScalar.h"
+
+namespace {
+
+constexpr const char kListCodecsOption[] = "--list-codecs";
+
+// evc-service --list-codecs [APP_FOLDER [HOST_BUNDLE]]: the folder defaults to
+// the parent of the program's folder (a build tree), the bundle to Evc.app.
+int RunListing(TArgumentMap& arguments)
+{
+    if (arguments.size() > 4) {
+        std::cerr << "USAGE: " << arguments[0] << " " << kListCodecsOption << " [appFolder [hostBundle]]" << std::endl;
+        return 1;
+    }
+    std::string folder = arguments.size() > 2 ? arguments[2] : std::string();
+    if (folder.empty()) {
+        const std::string program = QCoreApplication::applicationDirPath().toStdString();
+        folder = program.substr(0, program.rfind('/'));
+    }
+    const std::string bundle = arguments.size() > 3 ? arguments[3] : std::string("Evc.app");
+    return ListCodecs(std::cout, folder, bundle);
+}
+
+}  // namespace
 
 TArgumentMap ZKMakeArgumentMap(int argc, char* argv[])
 {
@@ -31,6 +55,9 @@ int RunServiceEntry(TArgumentMap& arguments, int commandTimeoutSeconds)
     int qtArgumentCount = 1;
     char* qtArguments[] = {&programPath[0], nullptr};
     QCoreApplication application(qtArgumentCount, qtArguments);
+
+    if (arguments.size() >= 2 && arguments[1] == kListCodecsOption)
+        return RunListing(arguments);
 
     if (arguments.size() != 4) {
         std::cerr << "USAGE: " << programPath << " clientShmKey clientProcessId clientApplicationName" << std::endl;

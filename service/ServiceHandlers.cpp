@@ -4,11 +4,13 @@
 // touched; a client's mistake gets a status, never a crash.
 
 #include <algorithm>
+#include <iostream>
 #include <stdexcept>
 
 #include "plugins/CPluginCollection.h"
 #include "service/ExternalVideoCompressorService.h"
 #include "evc/ZKResult.h"
+#include "service/CodecListing.h"
 #include "service/PresetReader.h"
 
 namespace {
@@ -27,6 +29,26 @@ bool ReadFrameItem(ExternalVideoProxy& proxy, int32_t length, TZKImageFramePtr& 
     if (!inPlace)
         record = frame->GetZKEncImage();
     return true;
+}
+
+// A setting given a kind other than the one its bundle declares would be
+// called at an operation it does not have: such a preset is refused whole.
+bool KindsAgree(const std::string& preset, unsigned int manufacturer, unsigned int codec)
+{
+    size_t count = 0;
+    const EVCSettingInfo* declared = RegisteredSettingInfo(manufacturer, codec, count);
+    if (declared == nullptr)
+        return true;
+    unsigned int m = 0;
+    unsigned int c = 0;
+    std::vector<TPresetSetting> settings;
+    if (!ReadPresetSettings(preset, m, c, settings))
+        return false;
+    const std::string mismatch = FindKindMismatch(settings, declared, count);
+    if (mismatch.empty())
+        return true;
+    std::cerr << "evc-service: preset refused: " << mismatch << std::endl;
+    return false;
 }
 
 }  // namespace
@@ -61,8 +83,11 @@ void ExternalVideoCompressorService::ServiceEnd()
 
 void ExternalVideoCompressorService::ServiceCompressFrame()
 {
-    if (m_compressor == nullptr)
+    // No reply goes with a refused command 3.
+    if (m_compressor == nullptr) {
+        m_shared->m_payloadSize0 = 0;
         return Answer(kZKErrNoCompressor);
+    }
     const int32_t inputLength = m_shared->m_payloadSize0;
     const int32_t outputLength = m_shared->m_payloadSize1;
     const bool isKeyFrame = m_shared->m_isKeyFrame != 0;
@@ -152,7 +177,7 @@ void ExternalVideoCompressorService::ServiceSetOutput()
             m_compressor = g_pluginCollection.CreateVideoCompressor(manufacturer, codec);
             if (m_compressor == nullptr)
                 status = kZKErrNoCompressor;
-            else if (!DeSerializeVideoCodecSettings(preset, m_compressor))
+            else if (!KindsAgree(preset, manufacturer, codec) || !DeSerializeVideoCodecSettings(preset, m_compressor))
                 status = kZKErrBadPreset;
         }
     }

@@ -1,4 +1,5 @@
 // evc-service clientShmKey clientProcessId clientApplicationName
+// evc-service --list-codecs [appFolder [hostBundle]]
 #include "service/ServiceEntry.h"
 
 int main(int argc, char* argv[])

@@ -50,6 +50,10 @@ struct ClientOptions {
     std::chrono::milliseconds startTimeout{20000};
     // Copy the service's standard error lines to ours as they come.
     bool forwardServiceErrors = false;
+    // SetOutput first checks the kinds a preset gives its settings against
+    // what the compressor declares (see evc/CodecList.h) and throws
+    // PresetError on a mismatch, before the service sees the preset.
+    bool checkPresetKinds = true;
 };
 
 // The service died, hung, broke the protocol or could not be started.
@@ -132,6 +136,8 @@ public:
     // Command 5: loads and configures the compressor a preset XML names.
     // Returns 0, kZKErrBadPreset, kZKErrNoCompressor or the compressor's
     // status. UsageError: the preset does not fit the segment.
+    // Throws PresetError (evc/CodecList.h) for a setting given a kind other
+    // than the one the compressor declares; the preset is not sent.
     uint32_t SetOutput(const std::string& presetXml);
     // Command 1: starts a stream whose frames look like sample (may be null).
     // Returns the compressor's status (kZKErrNoCompressor before a good

@@ -9,7 +9,13 @@
 #include <cstdint>
 
 // One named parameter. Its kind decides which of the interfaces below the
-// object really implements; the host trusts the kind a preset names.
+// object really implements. A setting cannot be asked its kind: the host calls
+// SetValue at the position of the kind a preset names, so a preset that names
+// the wrong kind would reach an operation the object lacks. Describe the
+// settings through EVCGetVideoCompressorSettings (VideoCompressorPlugin.h) so
+// such presets are refused before they reach the setting; a setting that
+// fills the other kinds' SetValue positions with operations that ignore their
+// argument stays safe even without that.
 class ISetting {
 public:
     virtual ~ISetting() = default;  // positions 0 and 1

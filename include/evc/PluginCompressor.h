@@ -102,6 +102,13 @@ public:
     bool IsLastPassEncodingReady() override { return true; }
     ISettingArray* GetStandardSettings() override { return &m_standard; }
     ISettingArray* GetNonStandardSettings() override { return &m_nonStandard; }
+    // Both tables as EVCGetVideoCompressorSettings describes them; the texts
+    // live as long as this compressor.
+    void DescribeSettings(std::vector<EVCSettingInfo>& infos) const
+    {
+        m_standard.Describe(true, infos);
+        m_nonStandard.Describe(false, infos);
+    }
 
     // Opens a stream from the sample's format, size and time scale and the
     // settings as they are now; the flag has no meaning here. A stream that

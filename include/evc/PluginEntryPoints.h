@@ -1,6 +1,7 @@
-// The four entry points of a bundle that offers one compressor, from one
-// macro: the bundle reports the pair of codes, makes the compressor for that
-// pair only, and never lets an exception reach the host.
+// The entry points of a bundle that offers one compressor, from one macro:
+// the bundle reports the pair of codes, makes the compressor for that pair
+// only, describes its settings (COMPRESSOR has DescribeSettings, as
+// evc::plugin::TCompressor does), and never lets an exception reach the host.
 //
 //     EVC_COMPRESSOR_PLUGIN(evc::FourCC("acme"), evc::FourCC("raw "), TMyCompressor)
 //
@@ -8,9 +9,33 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "evc/FourCC.h"
 #include "evc/VideoCompressorPlugin.h"
+
+namespace evc {
+namespace plugin {
+namespace detail {
+
+// The settings of one compressor kept for the life of the code, so the
+// descriptions handed to the host stay valid.
+template <class Compressor>
+uint64_t DescribeSettingsOf(const EVCSettingInfo** settings)
+{
+    struct TKept {
+        Compressor compressor;
+        std::vector<EVCSettingInfo> infos;
+        TKept() { compressor.DescribeSettings(infos); }
+    };
+    static const TKept kept;
+    *settings = kept.infos.data();
+    return kept.infos.size();
+}
+
+}  // namespace detail
+}  // namespace plugin
+}  // namespace evc
 
 #define EVC_COMPRESSOR_PLUGIN(MANUFACTURER, CODEC, COMPRESSOR)                                                         \
     EVC_PLUGIN_EXPORT uint64_t QVGetNumberVideoCompressors()                                                           \
@@ -38,6 +63,17 @@
             return new COMPRESSOR;                                                                                     \
         } catch (...) {                                                                                                \
             return nullptr;                                                                                            \
+        }                                                                                                              \
+    }                                                                                                                  \
+    EVC_PLUGIN_EXPORT uint64_t EVCGetVideoCompressorSettings(uint32_t manufacturer, uint32_t codec,                    \
+                                                             const EVCSettingInfo** settings)                          \
+    {                                                                                                                  \
+        if (settings == nullptr || manufacturer != (MANUFACTURER) || codec != (CODEC))                                 \
+            return 0;                                                                                                  \
+        try {                                                                                                          \
+            return evc::plugin::detail::DescribeSettingsOf<COMPRESSOR>(settings);                                      \
+        } catch (...) {                                                                                                \
+            return 0;                                                                                                  \
         }                                                                                                              \
     }                                                                                                                  \
     /* Compressors are their owners' to delete; nothing global to release. */                                          \

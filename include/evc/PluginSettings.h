@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "evc/ISetting.h"
+#include "evc/VideoCompressorPlugin.h"
 
 namespace evc {
 namespace plugin {
@@ -75,10 +76,15 @@ private:
     TSettingRow m_row;
 };
 
+// A preset that gives a bool or enum setting a number kind reaches the
+// operation at position 22 (the numbers' SetValue), which these two classes
+// fill, with position 21, by operations that ignore their argument.
 class TBool : public TRowSetting<IBoolSetting> {
 public:
     explicit TBool(const TSettingRow& row) : TRowSetting(row), value(row.initial != 0) {}
     void SetValue(bool v) override { value = v; }
+    virtual void Ignored21() {}
+    virtual void IgnoredNumber() {}
     bool value;
 };
 
@@ -99,8 +105,21 @@ public:
 class TEnum : public TRowSetting<IEnumSetting> {
 public:
     explicit TEnum(const TSettingRow& row) : TRowSetting(row), value(row.initialText) {}
-    void SetValue(const char* v) override { value = v != nullptr ? v : ""; }
+    // Given the kind "eBool", SetValue receives a bool where the text should
+    // be: no text lives in the first page of memory, so such a value is ignored.
+    void SetValue(const char* v) override
+    {
+        if (v == nullptr)
+            value.clear();
+        else if (reinterpret_cast<uintptr_t>(v) >= kFirstTextAddress)
+            value = v;
+    }
+    virtual void Ignored21() {}
+    virtual void IgnoredNumber() {}
     std::string value;
+
+private:
+    static constexpr uintptr_t kFirstTextAddress = 4096;
 };
 
 inline std::string Number(double value)
@@ -140,6 +159,7 @@ public:
                 break;
             }
             m_rows.push_back(row);
+            m_texts.push_back(DescriptionTexts(row));
         }
     }
     TSettingTable(const TSettingTable&) = delete;
@@ -156,6 +176,16 @@ public:
     int32_t Int(const char* name) const { return Get<detail::TInt>(name, ESettingKind::Int).value; }
     double Double(const char* name) const { return Get<detail::TDouble>(name, ESettingKind::Double).value; }
     const std::string& Enum(const char* name) const { return Get<detail::TEnum>(name, ESettingKind::Enum).value; }
+
+    // Each row as the optional entry point EVCGetVideoCompressorSettings
+    // describes it; the texts live as long as the table.
+    void Describe(bool standard, std::vector<EVCSettingInfo>& infos) const
+    {
+        for (size_t i = 0; i < m_rows.size(); ++i) {
+            const std::vector<std::string>& text = m_texts[i];
+            infos.push_back({m_rows[i].name, text[0].c_str(), standard ? 1 : 0, text[1].c_str(), text[2].c_str()});
+        }
+    }
 
     // True when every value lies in its row's range or enumerators; otherwise
     // false with a sentence naming the first one that does not.
@@ -200,6 +230,28 @@ private:
         return false;
     }
 
+    // Kind, default and range of a row, as a preset writes them.
+    static std::vector<std::string> DescriptionTexts(const TSettingRow& row)
+    {
+        switch (row.kind) {
+        case ESettingKind::Bool:
+            return {"eBool", row.initial != 0 ? "True" : "False", ""};
+        case ESettingKind::Int:
+            return {"eInt", detail::Number(row.initial),
+                    detail::Number(row.minimum) + ".." + detail::Number(row.maximum)};
+        case ESettingKind::Double:
+            return {"eDouble", detail::Number(row.initial),
+                    detail::Number(row.minimum) + ".." + detail::Number(row.maximum)};
+        case ESettingKind::Enum: {
+            std::string range;
+            for (const std::string& enumerator : row.enumerators)
+                range += (range.empty() ? "" : "|") + enumerator;
+            return {"eEnum", row.initialText, range};
+        }
+        }
+        return {"", "", ""};
+    }
+
     int Index(const char* name) const
     {
         for (size_t i = 0; i < m_rows.size(); ++i)
@@ -217,6 +269,7 @@ private:
     }
 
     std::vector<TSettingRow> m_rows;
+    std::vector<std::vector<std::string>> m_texts;
     std::vector<std::unique_ptr<ISetting>> m_settings;
 };
 

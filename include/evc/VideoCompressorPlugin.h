@@ -1,6 +1,7 @@
 // The four functions a compressor plug-in bundle exports, found by the host
-// by these exact names. A plug-in defines them with EVC_PLUGIN_EXPORT and
-// builds with hidden visibility, so these four are all it exports.
+// by these exact names, and an optional fifth that describes the settings. A
+// plug-in defines them with EVC_PLUGIN_EXPORT and builds with hidden
+// visibility, so these are all it exports.
 //
 // An exception that leaves an entry point is caught by the host and counts
 // as an empty answer (a count of 0, no information, no object).
@@ -23,15 +24,36 @@ typedef void (*QVGetVideoCompressorInfoFunc)(uint64_t index, uint32_t* manufactu
 typedef IVideoCompressor* (*CreateVideoCompressorFunc)(uint32_t manufacturer, uint32_t codec);
 // Called before the host unloads the bundle's code.
 typedef void (*QVShutDownPluginFunc)();
+
+// One setting as a bundle describes it: the kind a preset must name it with,
+// its default and the values it accepts, all as a preset's "Value" writes them.
+struct EVCSettingInfo {
+    const char* name;
+    const char* kind;          // "eBool", "eEnum", "eInt", "eUnsignedInt" or "eDouble"
+    int32_t standard;          // 1: under GetStandardSettings, 0: under GetNonStandardSettings
+    const char* defaultValue;  // may be null
+    const char* range;         // "MIN..MAX" for numbers, enumerators joined by '|', or null
+};
+// Optional fifth entry point. The host calls a setting's SetValue by the kind
+// a preset names and cannot ask the setting itself, so a wrong kind in a preset
+// would call an operation the object does not have. A bundle that describes
+// its settings here lets the host and its clients refuse such a preset instead.
+// Sets *settings to an array that stays the bundle's and returns its length;
+// 0 when the bundle does not describe the pair.
+typedef uint64_t (*EVCGetVideoCompressorSettingsFunc)(uint32_t manufacturer, uint32_t codec,
+                                                      const EVCSettingInfo** settings);
 }
 
 constexpr const char kQVGetNumberVideoCompressors[] = "QVGetNumberVideoCompressors";
 constexpr const char kQVGetVideoCompressorInfo[] = "QVGetVideoCompressorInfo";
 constexpr const char kCreateVideoCompressor[] = "CreateVideoCompressor";
 constexpr const char kQVShutDownPlugin[] = "QVShutDownPlugin";
+constexpr const char kEVCGetVideoCompressorSettings[] = "EVCGetVideoCompressorSettings";
 
 EVC_PLUGIN_EXPORT uint64_t QVGetNumberVideoCompressors();
 EVC_PLUGIN_EXPORT void QVGetVideoCompressorInfo(uint64_t index, uint32_t* manufacturer, uint32_t* codec,
                                                 uint64_t* info);
 EVC_PLUGIN_EXPORT IVideoCompressor* CreateVideoCompressor(uint32_t manufacturer, uint32_t codec);
 EVC_PLUGIN_EXPORT void QVShutDownPlugin();
+EVC_PLUGIN_EXPORT uint64_t EVCGetVideoCompressorSettings(uint32_t manufacturer, uint32_t codec,
+                                                         const EVCSettingInfo** settings);

@@ -12,4 +12,6 @@ constexpr uint32_t kZKErrFormatMismatch = 0x800F0007;  // colour format or size 
 // Answered by the service on its own behalf.
 constexpr uint32_t kZKErrFrameTooLarge = 0x800300E6;  // a frame element did not fit the payload area
 constexpr uint32_t kZKErrNoCompressor = 0x800300E9;   // no compressor for the requested codes, or none yet
-constexpr uint32_t kZKErrBadPreset = 0x800300EA;      // the preset is unreadable or has no root "Output"
+// the preset is unreadable, has no root "Output", nests too deep or gives a
+// setting a kind its compressor does not declare
+constexpr uint32_t kZKErrBadPreset = 0x800300EA;

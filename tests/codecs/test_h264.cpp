@@ -195,8 +195,9 @@ TEST_F(H264, EntryPointsExportsAndSettings)
     for (std::string address, kind, name; lines >> address >> kind >> name;)
         exported.push_back(name);
     std::sort(exported.begin(), exported.end());
-    EXPECT_EQ(exported, (std::vector<std::string>{"CreateVideoCompressor", "QVGetNumberVideoCompressors",
-                                                  "QVGetVideoCompressorInfo", "QVShutDownPlugin"}));
+    EXPECT_EQ(exported, (std::vector<std::string>{"CreateVideoCompressor", "EVCGetVideoCompressorSettings",
+                                                  "QVGetNumberVideoCompressors", "QVGetVideoCompressorInfo",
+                                                  "QVShutDownPlugin"}));
 
     const std::pair<ISettingArray*, std::vector<std::string>> arrays[] = {
         {m_bundle->get()->GetStandardSettings(), {"Bitrate", "KeyFrameInterval"}},

@@ -147,3 +147,21 @@ EVC_PLUGIN_EXPORT IVideoCompressor* CreateVideoCompressor(uint32_t manufacturer,
 }
 
 EVC_PLUGIN_EXPORT void QVShutDownPlugin() {}
+
+// The echo compressor describes its settings so that presets naming a wrong
+// kind are refused; the other test bundles do not.
+EVC_PLUGIN_EXPORT uint64_t EVCGetVideoCompressorSettings(uint32_t manufacturer, uint32_t codec,
+                                                         const EVCSettingInfo** settings)
+{
+    static const EVCSettingInfo kSettings[] = {
+        {"Bitrate", "eInt", 1, "0", nullptr},      {"KeyFrameInterval", "eInt", 1, "0", nullptr},
+        {"Quality", "eDouble", 1, "0.5", "0..1"},  {"TwoPass", "eBool", 1, "False", nullptr},
+        {"Preset", "eEnum", 0, "medium", nullptr}, {"Tune", "eEnum", 0, "none", nullptr},
+        {"Gain", "eDouble", 0, "1", nullptr},      {"Offset", "eUnsignedInt", 0, "0", nullptr},
+        {"Twin", "eInt", 0, "0", nullptr},         {"ReturnStatus", "eInt", 0, "0", nullptr},
+    };
+    if (settings == nullptr || manufacturer != kTestManufacturer || codec != kEchoCodec)
+        return 0;
+    *settings = kSettings;
+    return sizeof kSettings / sizeof kSettings[0];
+}

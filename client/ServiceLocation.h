@@ -1,0 +1,17 @@
+// Where the client finds evc-service and the folder that holds the host
+// bundle, from the options, the environment and the running program.
+#pragma once
+
+#include <string>
+
+#include "evc/Client.h"
+
+namespace evc {
+
+// options.servicePath, else $EVC_SERVICE, else evc-service beside the program.
+std::string ServicePath(const ClientOptions& options);
+// options.applicationFolder, else the parent of the service's folder when the
+// host bundle is there (a build tree), else PREFIX/lib/evc (an installation).
+std::string ApplicationFolder(const ClientOptions& options, const std::string& servicePath);
+
+}  // namespace evc
