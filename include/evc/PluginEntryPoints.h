@@ -1,7 +1,7 @@
 // The entry points of a bundle that offers one compressor, from one macro:
 // the bundle reports the pair of codes, makes the compressor for that pair
-// only, describes its settings (COMPRESSOR has DescribeSettings, as
-// evc::plugin::TCompressor does), and never lets an exception reach the host.
+// only, describes its settings when COMPRESSOR can (DescribeSettings, as
+// evc::plugin::TCompressor has), and never lets an exception reach the host.
 //
 //     EVC_COMPRESSOR_PLUGIN(evc::FourCC("acme"), evc::FourCC("raw "), TMyCompressor)
 //
@@ -9,6 +9,8 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "evc/FourCC.h"
@@ -18,19 +20,33 @@ namespace evc {
 namespace plugin {
 namespace detail {
 
+template <class Compressor, class = void>
+struct THasDescribeSettings : std::false_type {
+};
+template <class Compressor>
+struct THasDescribeSettings<Compressor, std::void_t<decltype(std::declval<const Compressor&>().DescribeSettings(
+                                            std::declval<std::vector<EVCSettingInfo>&>()))>> : std::true_type {
+};
+
 // The settings of one compressor kept for the life of the code, so the
-// descriptions handed to the host stay valid.
+// descriptions handed to the host stay valid; 0 for a compressor that cannot
+// describe them.
 template <class Compressor>
 uint64_t DescribeSettingsOf(const EVCSettingInfo** settings)
 {
-    struct TKept {
-        Compressor compressor;
-        std::vector<EVCSettingInfo> infos;
-        TKept() { compressor.DescribeSettings(infos); }
-    };
-    static const TKept kept;
-    *settings = kept.infos.data();
-    return kept.infos.size();
+    if constexpr (THasDescribeSettings<Compressor>::value) {
+        struct TKept {
+            Compressor compressor;
+            std::vector<EVCSettingInfo> infos;
+            TKept() { compressor.DescribeSettings(infos); }
+        };
+        static const TKept kept;
+        *settings = kept.infos.data();
+        return kept.infos.size();
+    } else {
+        (void)settings;
+        return 0;
+    }
 }
 
 }  // namespace detail
