@@ -11,7 +11,9 @@ count() {
     grep -cvE '^[[:space:]]*(//.*)?$' || true
 }
 
-files=$(git ls-files --cached --others --exclude-standard)
+# The tracked and new files; outside a git checkout, every file but the build folders.
+files=$(git ls-files --cached --others --exclude-standard 2>/dev/null ||
+  find . -type f -not -path './build*' -not -path './.git/*' | sed 's|^\./||')
 code=$(grep -vE '^(tests|fuzz)/' <<<"$files" | count)
 tests=$(grep -E '^(tests|fuzz)/' <<<"$files" | count)
 ratio=$(awk -v t="$tests" -v c="$code" 'BEGIN { printf "%.2f", c ? t / c : 0 }')
