@@ -17,10 +17,10 @@ void ThrowOnError(uint32_t result)
 
 // Frame sizes are 32-bit: refuse geometry whose size would wrap, since a
 // wrapped size would lay planes out past the end of their buffer.
-void ThrowUnlessSizeFits(const ZKImage_t& image)
+void ThrowUnlessSizeFits(const ZKImage_t& image, const ZKColorFormatInfo& format)
 {
     const uint64_t width = image.width;
-    const uint64_t rowBytes = image.rowBytes[0] != 0 ? image.rowBytes[0] : GetBytesPerPixel(image.colorFormat) * width;
+    const uint64_t rowBytes = image.rowBytes[0] != 0 ? image.rowBytes[0] : format.bytesPerPixel * width;
     const uint64_t packedRow = 128 * ((width + 47) / 48);
     const uint64_t widest = rowBytes > packedRow ? rowBytes : packedRow;
     // 4 x one plane covers every layout (4:4:4 with alpha is the largest).
@@ -30,12 +30,22 @@ void ThrowUnlessSizeFits(const ZKImage_t& image)
 
 // Bytes from the first plane to the end of the last row: the frame size, but
 // the last row counted at its default width when that is longer.
+int64_t Extent(const ZKImage_t& image, const ZKColorFormatInfo& format, bool alpha)
+{
+    const int64_t frameSize = format.FrameSize(image.width, image.height, image.rowBytes[0], alpha);
+    const int64_t paddedRow = format.FrameSize(image.width, 1, image.rowBytes[0], false);
+    const int64_t plainRow = format.FrameSize(image.width, 1, 0, false);
+    return frameSize - paddedRow + plainRow;
+}
+
+void ThrowUnlessSizeFits(const ZKImage_t& image)
+{
+    ThrowUnlessSizeFits(image, ZKGetColorFormatInfo(image.colorFormat));
+}
+
 int64_t Extent(const ZKImage_t& image, bool alpha)
 {
-    const int64_t frameSize = CalcFrameSize(image, alpha);
-    const int64_t paddedRow = CalcFrameSize(image.colorFormat, image.width, 1, image.rowBytes[0], false);
-    const int64_t plainRow = CalcFrameSize(image.colorFormat, image.width, 1, 0, false);
-    return frameSize - paddedRow + plainRow;
+    return Extent(image, ZKGetColorFormatInfo(image.colorFormat), alpha);
 }
 
 }  // namespace
@@ -86,8 +96,9 @@ void CAImageFrame::LayOutRecord()
                                  m_originalTime.GetTimeScale(), m_originalFrameWithinSecond));
         return;
     }
-    ThrowUnlessSizeFits(image);
-    const uint32_t frameSize = ::CalcFrameSize(image, m_alphaEnabled);
+    const ZKColorFormatInfo& format = ZKGetColorFormatInfo(image.colorFormat);
+    ThrowUnlessSizeFits(image, format);
+    const uint32_t frameSize = format.FrameSize(image.width, image.height, image.rowBytes[0], m_alphaEnabled);
     if (BufferSize() >= frameSize && (m_buffer != nullptr || frameSize == 0)) {
         RefreshRecordTimes();
         return;
@@ -193,8 +204,9 @@ uint32_t CAImageFrame::ImportEncImage(const ZKEncImage_t* image)
     return Guarded([this, image] {
         // The description comes from elsewhere: its planes must fit its data
         // size, or the pixels written later would overrun the buffer.
-        ThrowUnlessSizeFits(image->image);
-        if (image->image.dataSize != 0 && Extent(image->image, m_alphaEnabled) > image->image.dataSize)
+        const ZKColorFormatInfo& format = ZKGetColorFormatInfo(image->image.colorFormat);
+        ThrowUnlessSizeFits(image->image, format);
+        if (image->image.dataSize != 0 && Extent(image->image, format, m_alphaEnabled) > image->image.dataSize)
             throw kZKErrFormatMismatch;
         ReleaseBuffer();
         ZKReplaceOwnedBundle(m_record.image.dataPackets, image->image.dataPackets);
@@ -207,8 +219,8 @@ uint32_t CAImageFrame::ImportEncImage(const ZKEncImage_t* image)
         if (own.dataSize == 0)
             return kZKNoErr;
         ReplaceBuffer(own.dataSize);
-        if (ZKIsPlanarYuvFormat(own.colorFormat))
-            ReplaceYUVImage(&own, m_buffer->GetData());
+        if (format.planarYuv)
+            ReplaceYUVImage(&own, m_buffer->GetData(), format);
         else
             own.planes[0] = m_buffer->GetData();
         return kZKNoErr;

@@ -4,61 +4,48 @@
 
 namespace {
 
-enum RowRule : uint8_t {
-    kNoDefault,     // the format has no default row bytes
-    kPerPixel,      // bytes per pixel x width
-    kPacked48In128  // 128 bytes for every started group of 48 pixels
+using L = ZKPlaneLayout;
+
+// Indexed by EColorFormats value. Columns: bytes per pixel, bit resolution,
+// ARGB, planar YUV, packed 48-in-128 rows, default row bytes, plane layout,
+// frame size and alpha plane size in halves of plane 0, alpha plane placed.
+constexpr ZKColorFormatInfo kFormats[eColorFormatCount] = {
+    /*  0 */ {3, 8, true, false, false, true, L::kOnePlane, 2, 0, false},
+    /*  1 */ {4, 8, true, false, false, true, L::kOnePlane, 2, 0, false},
+    /*  2 */ {3, 8, true, false, false, true, L::kOnePlane, 2, 0, false},
+    /*  3 */ {4, 8, true, false, false, true, L::kOnePlane, 2, 0, false},
+    /*  4 */ {2, 8, true, false, false, false, L::kNone, 2, 0, false},
+    /*  5 */ {2, 8, true, false, false, false, L::kNone, 2, 0, false},
+    /*  6 */ {1, 8, false, true, false, true, L::k420, 3, 2, true},
+    /*  7 */ {0, 8, false, false, false, false, L::kNone, 2, 0, false},
+    /*  8 */ {0, 8, false, false, false, false, L::kNone, 2, 0, false},
+    /*  9 */ {2, 8, false, false, false, true, L::kOnePlane, 2, 0, false},
+    /* 10 */ {1, 8, false, false, false, false, L::kNone, 2, 0, false},
+    /* 11 */ {2, 8, false, false, false, true, L::kOnePlane, 2, 0, false},
+    /* 12 */ {0, 8, false, false, false, false, L::kNone, 2, 0, false},
+    /* 13 */ {1, 8, false, true, false, true, L::k444, 6, 2, false},
+    /* 14 */ {0, 8, false, true, false, false, L::kNone, 2, 0, false},
+    /* 15 */ {0, 8, false, true, false, false, L::kMoveOnly, 2, 0, false},
+    /* 16 */ {0, 8, false, true, false, false, L::kNone, 2, 0, false},
+    /* 17 */ {1, 0, false, false, false, true, L::kOnePlane, 0, 0, false},  // no pixels
+    /* 18 */ {8, 10, true, false, false, true, L::kOnePlane, 2, 0, false},
+    /* 19 */ {8, 12, true, false, false, true, L::kOnePlane, 2, 0, false},
+    /* 20 */ {8, 16, true, false, false, true, L::kOnePlane, 2, 0, false},
+    /* 21 */ {8, 10, true, false, false, true, L::kOnePlane, 2, 0, false},
+    /* 22 */ {8, 12, true, false, false, true, L::kOnePlane, 2, 0, false},
+    /* 23 */ {8, 16, true, false, false, true, L::kOnePlane, 2, 0, false},
+    /* 24 */ {2, 10, false, true, false, true, L::k444, 6, 0, false},
+    /* 25 */ {0, 12, false, true, false, false, L::kNone, 2, 0, false},
+    /* 26 */ {0, 16, false, true, false, false, L::kNone, 2, 0, false},
+    /* 27 */ {0, 10, false, true, false, false, L::kNone, 2, 0, false},
+    /* 28 */ {0, 12, false, true, false, false, L::kNone, 2, 0, false},
+    /* 29 */ {0, 16, false, true, false, false, L::kNone, 2, 0, false},
+    /* 30 */ {4, 10, false, false, true, true, L::kOnePlane, 2, 0, false},
+    /* 31 */ {2, 10, false, true, false, true, L::k420, 3, 0, false},
+    /* 32 */ {2, 10, false, true, false, true, L::k422, 4, 0, false},
 };
 
-struct FormatInfo {
-    uint8_t bytesPerPixel;  // 0: none
-    uint8_t bitResolution;
-    bool argb;
-    bool planarYuv;
-    RowRule rowRule;
-};
-
-// Indexed by EColorFormats value.
-constexpr FormatInfo kFormats[eColorFormatCount] = {
-    /*  0 */ {3, 8, true, false, kPerPixel},
-    /*  1 */ {4, 8, true, false, kPerPixel},
-    /*  2 */ {3, 8, true, false, kPerPixel},
-    /*  3 */ {4, 8, true, false, kPerPixel},
-    /*  4 */ {2, 8, true, false, kNoDefault},
-    /*  5 */ {2, 8, true, false, kNoDefault},
-    /*  6 */ {1, 8, false, true, kPerPixel},
-    /*  7 */ {0, 8, false, false, kNoDefault},
-    /*  8 */ {0, 8, false, false, kNoDefault},
-    /*  9 */ {2, 8, false, false, kPerPixel},
-    /* 10 */ {1, 8, false, false, kNoDefault},
-    /* 11 */ {2, 8, false, false, kPerPixel},
-    /* 12 */ {0, 8, false, false, kNoDefault},
-    /* 13 */ {1, 8, false, true, kPerPixel},
-    /* 14 */ {0, 8, false, true, kNoDefault},
-    /* 15 */ {0, 8, false, true, kNoDefault},
-    /* 16 */ {0, 8, false, true, kNoDefault},
-    /* 17 */ {1, 0, false, false, kPerPixel},
-    /* 18 */ {8, 10, true, false, kPerPixel},
-    /* 19 */ {8, 12, true, false, kPerPixel},
-    /* 20 */ {8, 16, true, false, kPerPixel},
-    /* 21 */ {8, 10, true, false, kPerPixel},
-    /* 22 */ {8, 12, true, false, kPerPixel},
-    /* 23 */ {8, 16, true, false, kPerPixel},
-    /* 24 */ {2, 10, false, true, kPerPixel},
-    /* 25 */ {0, 12, false, true, kNoDefault},
-    /* 26 */ {0, 16, false, true, kNoDefault},
-    /* 27 */ {0, 10, false, true, kNoDefault},
-    /* 28 */ {0, 12, false, true, kNoDefault},
-    /* 29 */ {0, 16, false, true, kNoDefault},
-    /* 30 */ {4, 10, false, false, kPacked48In128},
-    /* 31 */ {2, 10, false, true, kPerPixel},
-    /* 32 */ {2, 10, false, true, kPerPixel},
-};
-
-const FormatInfo* Find(uint32_t colorFormat)
-{
-    return colorFormat < eColorFormatCount ? &kFormats[colorFormat] : nullptr;
-}
+constexpr ZKColorFormatInfo kUnknownFormat = {0, 0, false, false, false, false, L::kNone, 2, 0, false};
 
 constexpr uint64_t Bits()
 {
@@ -119,44 +106,53 @@ bool IsReverseOrder(uint32_t f)
 
 }  // namespace
 
+const ZKColorFormatInfo& ZKGetColorFormatInfo(uint32_t colorFormat)
+{
+    return colorFormat < eColorFormatCount ? kFormats[colorFormat] : kUnknownFormat;
+}
+
+uint32_t ZKColorFormatInfo::DefaultRowBytes(uint32_t width) const
+{
+    if (!defaultRowBytes)
+        return 0;
+    return packed48In128 ? 128 * ((width + 47) / 48) : bytesPerPixel * width;
+}
+
+uint32_t ZKColorFormatInfo::FrameSize(uint32_t width, uint32_t height, uint32_t rowBytes, bool alpha) const
+{
+    // Packed rows are always measured by their groups, whatever rowBytes says.
+    if (packed48In128)
+        rowBytes = DefaultRowBytes(width);
+    else if (rowBytes == 0)
+        rowBytes = bytesPerPixel * width;
+    // Plane 0 wraps at 32 bits; the halves are summed exactly, then wrap again.
+    const uint64_t s = uint32_t(rowBytes * height);
+    return static_cast<uint32_t>((s * sizeHalves) / 2 + (alpha ? (s * alphaSizeHalves) / 2 : 0));
+}
+
 uint32_t GetBytesPerPixel(uint32_t colorFormat)
 {
-    const FormatInfo* info = Find(colorFormat);
-    return info != nullptr ? info->bytesPerPixel : 0;
+    return ZKGetColorFormatInfo(colorFormat).bytesPerPixel;
 }
 
 uint32_t ZKGetDefaultRowBytes(uint32_t colorFormat, uint32_t width)
 {
-    const FormatInfo* info = Find(colorFormat);
-    if (info == nullptr)
-        return 0;
-    switch (info->rowRule) {
-    case kPerPixel:
-        return info->bytesPerPixel * width;
-    case kPacked48In128:
-        return 128 * ((width + 47) / 48);
-    case kNoDefault:
-        break;
-    }
-    return 0;
+    return ZKGetColorFormatInfo(colorFormat).DefaultRowBytes(width);
 }
 
 bool ZKIsPlanarYuvFormat(uint32_t colorFormat)
 {
-    const FormatInfo* info = Find(colorFormat);
-    return info != nullptr && info->planarYuv;
+    return ZKGetColorFormatInfo(colorFormat).planarYuv;
 }
 
 bool ZKIsARGBFormat(uint32_t colorFormat)
 {
-    const FormatInfo* info = Find(colorFormat);
-    return info != nullptr && info->argb;
+    return ZKGetColorFormatInfo(colorFormat).argb;
 }
 
 uint32_t ZKGetBitResolution(uint32_t colorFormat)
 {
-    const FormatInfo* info = Find(colorFormat);
-    return info != nullptr ? info->bitResolution : 0;
+    return ZKGetColorFormatInfo(colorFormat).bitResolution;
 }
 
 bool ZKAreComponentsSwapped(uint32_t a, uint32_t b)

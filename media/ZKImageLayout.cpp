@@ -7,30 +7,12 @@
 
 bool ZKIsOnePlaneFormat(uint32_t colorFormat)
 {
-    switch (colorFormat) {
-    case 0:
-    case 1:
-    case 2:
-    case 3:
-    case 9:
-    case 11:
-    case 17:
-    case 18:
-    case 19:
-    case 20:
-    case 21:
-    case 22:
-    case 23:
-    case 30:
-        return true;
-    default:
-        return false;
-    }
+    return ZKGetColorFormatInfo(colorFormat).layout == ZKPlaneLayout::kOnePlane;
 }
 
 bool ZKPlanesFitArea(const ZKImage_t& image, const uint8_t* start, uint64_t size)
 {
-    const bool halfChromaRows = image.colorFormat == 6 || image.colorFormat == 31;
+    const ZKColorFormatInfo& format = ZKGetColorFormatInfo(image.colorFormat);
     for (int k = 0; k < 4; ++k) {
         const uint8_t* plane = image.planes[k];
         if (plane == nullptr)
@@ -38,7 +20,7 @@ bool ZKPlanesFitArea(const ZKImage_t& image, const uint8_t* start, uint64_t size
         if (start == nullptr || plane < start || uint64_t(plane - start) > size)
             return false;
         const bool chroma = k == 1 || k == 2;
-        const uint64_t rows = chroma && halfChromaRows ? image.height / 2 : image.height;
+        const uint64_t rows = chroma ? format.ChromaRows(image.height) : image.height;
         const uint64_t rowBytes = k == 2 && image.rowBytes[2] == 0 ? image.rowBytes[1] : image.rowBytes[k];
         if (rows * rowBytes > size - uint64_t(plane - start))
             return false;
@@ -47,11 +29,6 @@ bool ZKPlanesFitArea(const ZKImage_t& image, const uint8_t* start, uint64_t size
 }
 
 namespace {
-
-bool HasPlaneLayout(uint32_t f)
-{
-    return ZKIsOnePlaneFormat(f) || f == 6 || f == 13 || f == 24 || f == 31 || f == 32;
-}
 
 // Only called with a non-null base: offsets from a null pointer are undefined.
 uint8_t* At(uint8_t* base, size_t offset)
@@ -64,12 +41,13 @@ uint8_t* At(uint8_t* base, size_t offset)
 uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t colorFormat, bool bottomUp, int rowBytes,
                      int width, int height, bool alpha)
 {
-    if (image == nullptr || rowBytes < 0 || width < 0 || height < 0 || !HasPlaneLayout(colorFormat))
+    const ZKColorFormatInfo& format = ZKGetColorFormatInfo(colorFormat);
+    if (image == nullptr || rowBytes < 0 || width < 0 || height < 0 || !format.HasLayout())
         return kZKErrBadArgument;
 
     const uint32_t w = static_cast<uint32_t>(width);
     const size_t h = static_cast<size_t>(height);
-    const uint32_t r = rowBytes != 0 ? static_cast<uint32_t>(rowBytes) : ZKGetDefaultRowBytes(colorFormat, w);
+    const uint32_t r = rowBytes != 0 ? static_cast<uint32_t>(rowBytes) : format.DefaultRowBytes(w);
 
     image->dataSize = dataSize;
     image->colorFormat = colorFormat;
@@ -89,26 +67,24 @@ uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t c
     const size_t lumaSize = size_t{r} * h;
 
     image->rowBytes[0] = r;
-    if (ZKIsOnePlaneFormat(colorFormat)) {
+    switch (format.layout) {
+    case ZKPlaneLayout::kOnePlane:
         image->planes[0] = base;
-        return kZKNoErr;
-    }
-    switch (colorFormat) {
-    case 6:
-    case 31:
+        break;
+    case ZKPlaneLayout::k420:
         image->rowBytes[1] = r / 2;
         if (base != nullptr) {
             image->planes[0] = base;
             image->planes[1] = At(base, lumaSize);
             image->planes[2] = At(image->planes[1], (h / 2) * (r / 2));
         }
-        if (colorFormat == 6 && alpha) {
+        if (format.alphaPlane && alpha) {
             image->rowBytes[3] = r;
             if (base != nullptr)
                 image->planes[3] = At(base, lumaSize + lumaSize / 2);
         }
         break;
-    case 32:
+    case ZKPlaneLayout::k422:
         image->rowBytes[1] = r / 2;
         image->rowBytes[2] = r / 2;
         if (base != nullptr) {
@@ -117,7 +93,7 @@ uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t c
             image->planes[2] = At(image->planes[1], size_t{r / 2} * h);
         }
         break;
-    default:  // 13 and 24: three full planes, never an alpha plane
+    default:  // k444: three full planes, never an alpha plane
         image->rowBytes[1] = r;
         image->rowBytes[2] = r;
         if (base != nullptr) {
@@ -192,27 +168,7 @@ uint32_t InitZKImage(ZKImage_t* image, uint32_t dataSize, void* data, uint32_t c
 
 uint32_t CalcFrameSize(uint32_t colorFormat, uint32_t width, uint32_t height, uint32_t rowBytes, bool alpha)
 {
-    if (colorFormat == 17)
-        return 0;
-    if (rowBytes == 0)
-        rowBytes = GetBytesPerPixel(colorFormat) * width;
-    const uint32_t s = rowBytes * height;
-    switch (colorFormat) {
-    case 6:
-        return s + s / 2 + (alpha ? s : 0);
-    case 13:
-        return (alpha ? 4 : 3) * s;
-    case 24:
-        return 3 * s;
-    case 30:
-        return ZKGetDefaultRowBytes(colorFormat, width) * height;
-    case 31:
-        return s + s / 2;
-    case 32:
-        return 2 * s;
-    default:
-        return s;
-    }
+    return ZKGetColorFormatInfo(colorFormat).FrameSize(width, height, rowBytes, alpha);
 }
 
 uint32_t CalcFrameSize(const ZKImage_t& image, bool alpha)
@@ -222,14 +178,17 @@ uint32_t CalcFrameSize(const ZKImage_t& image, bool alpha)
 
 void ReplaceYUVImage(ZKImage_t* image, void* base)
 {
-    if (image == nullptr)
-        return;
-    const uint32_t f = image->colorFormat;
-    if (f != 6 && f != 13 && f != 15 && f != 24 && f != 31 && f != 32)
+    if (image != nullptr)
+        ReplaceYUVImage(image, base, ZKGetColorFormatInfo(image->colorFormat));
+}
+
+void ReplaceYUVImage(ZKImage_t* image, void* base, const ZKColorFormatInfo& format)
+{
+    if (image == nullptr || !format.MovesPlanes())
         return;
 
     uint8_t* const b = static_cast<uint8_t*>(base);
-    const bool hasAlpha = f == 6 && image->planes[3] != nullptr;
+    const bool hasAlpha = format.alphaPlane && image->planes[3] != nullptr;
     for (uint8_t*& plane : image->planes)
         plane = nullptr;
     if (b == nullptr)
@@ -237,10 +196,9 @@ void ReplaceYUVImage(ZKImage_t* image, void* base)
 
     const size_t h = image->height;
     const size_t lumaSize = size_t{image->rowBytes[0]} * h;
-    const size_t chromaRows = (f == 6 || f == 31) ? h / 2 : h;
     image->planes[0] = b;
     image->planes[1] = At(b, lumaSize);
-    image->planes[2] = At(image->planes[1], chromaRows * image->rowBytes[1]);
+    image->planes[2] = At(image->planes[1], size_t{format.ChromaRows(image->height)} * image->rowBytes[1]);
     if (hasAlpha)
         image->planes[3] = At(b, lumaSize + lumaSize / 2);
 }

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "evc/ZKImage.h"
+#include "media/ZKColorFormats.h"
 
 // Formats whose pixels lie in plane 0 alone (17 among them, with no pixels).
 bool ZKIsOnePlaneFormat(uint32_t colorFormat);
@@ -63,3 +64,5 @@ uint32_t CalcFrameSize(const ZKImage_t& image, bool alpha);
 // and for 6 an existing alpha plane after the luma plane and one and a half
 // times its size. Other formats are left alone; a null base clears the planes.
 void ReplaceYUVImage(ZKImage_t* image, void* base);
+// The same with the record's format row, for a caller that has it at hand.
+void ReplaceYUVImage(ZKImage_t* image, void* base, const ZKColorFormatInfo& format);
