@@ -40,7 +40,7 @@ public:
         const char* muxer = plan.format == "mkv" ? "matroska" : plan.format.c_str();
         AVFormatContext* context = nullptr;
         if (avformat_alloc_output_context2(&context, nullptr, muxer, nullptr) < 0 || context == nullptr)
-            throw std::runtime_error(plan.path + ": libavformat cannot write " + plan.format);
+            throw std::runtime_error(m_target.name() + ": libavformat cannot write " + plan.format);
         m_context.reset(context);
 
         AVStream* video = avformat_new_stream(context, nullptr);
@@ -83,7 +83,7 @@ public:
         context->url = av_strdup(url.c_str());
         const int error = avio_open(&context->pb, url.c_str(), AVIO_FLAG_WRITE);
         if (error < 0)
-            throw std::runtime_error(plan.path + ": cannot create: " + AvError(error));
+            throw std::runtime_error(m_target.name() + ": cannot create: " + AvError(error));
         if (plan.format == "mp4" || plan.format == "mov")
             // The index goes first where the file can be rewritten, else the
             // file is written in fragments a pipe can carry.
@@ -129,7 +129,7 @@ public:
     {
         Release(true);
         if (!m_headerWritten)
-            throw std::runtime_error(m_target.path() + ": no pictures to write");
+            throw std::runtime_error(m_target.name() + ": no pictures to write");
         Check(av_interleaved_write_frame(m_context.get(), nullptr));
         Check(av_write_trailer(m_context.get()));
         avio_flush(m_context->pb);
@@ -151,7 +151,7 @@ private:
     void Check(int error)
     {
         if (error < 0)
-            throw std::runtime_error(m_target.path() + ": cannot write: " + AvError(error));
+            throw std::runtime_error(m_target.name() + ": cannot write: " + AvError(error));
     }
 
     void WriteHeader()
@@ -166,7 +166,7 @@ private:
         }
         const int error = avformat_write_header(m_context.get(), &m_options);
         if (error < 0)
-            throw std::runtime_error(m_target.path() + ": cannot write the container header: " + AvError(error));
+            throw std::runtime_error(m_target.name() + ": cannot write the container header: " + AvError(error));
         m_headerWritten = true;
         for (AudioPacket& audio : m_waitingAudio)
             writeAudio(std::move(audio));

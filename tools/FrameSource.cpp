@@ -36,8 +36,7 @@ void CopyPicture(const Picture& picture, const VideoFormat& format, uint8_t* con
         }
     } else {
         av_image_fill_arrays(const_cast<uint8_t**>(source), sourceRows, picture.pixels.data(),
-                             AVPixelFormat(format.pixelFormat), w, h,
-                             1);
+                             AVPixelFormat(format.pixelFormat), w, h, 1);
     }
     uint8_t* target[4] = {planes[0], planes[1], planes[2], nullptr};
     int targetRows[4] = {int(rowBytes[0]), int(rowBytes[1]), int(rowBytes[2]), 0};

@@ -25,7 +25,7 @@ struct Planar {
     uint32_t colorFormat;
 };
 constexpr Planar kPlanar[] = {
-    {AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P, 6},         {AV_PIX_FMT_YUVJ420P, AV_PIX_FMT_YUV420P, 6},
+    {AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P, 6},          {AV_PIX_FMT_YUVJ420P, AV_PIX_FMT_YUV420P, 6},
     {AV_PIX_FMT_YUV420P10LE, AV_PIX_FMT_YUV420P10LE, 31}, {AV_PIX_FMT_YUV422P10LE, AV_PIX_FMT_YUV422P10LE, 32},
     {AV_PIX_FMT_YUV444P, AV_PIX_FMT_YUV444P, 13},         {AV_PIX_FMT_YUVJ444P, AV_PIX_FMT_YUV444P, 13},
     {AV_PIX_FMT_YUV444P10LE, AV_PIX_FMT_YUV444P10LE, 24},
@@ -167,8 +167,9 @@ private:
         }
         m_format.fieldOrder = p.field_order;
         m_format.colorRange = p.color_range != AVCOL_RANGE_UNSPECIFIED ? p.color_range
-                              : p.format == AV_PIX_FMT_YUVJ420P || p.format == AV_PIX_FMT_YUVJ444P ? AVCOL_RANGE_JPEG
-                                                                       : AVCOL_RANGE_UNSPECIFIED;
+                              : p.format == AV_PIX_FMT_YUVJ420P || p.format == AV_PIX_FMT_YUVJ444P
+                                  ? AVCOL_RANGE_JPEG
+                                  : AVCOL_RANGE_UNSPECIFIED;
         m_format.colorPrimaries = p.color_primaries;
         m_format.colorTransfer = p.color_trc;
         m_format.colorMatrix = p.color_space;
@@ -323,15 +324,15 @@ private:
         uint8_t* planes[4] = {};
         int strides[4] = {};
         const AVPixelFormat target = AVPixelFormat(m_format.pixelFormat);
-        av_image_fill_arrays(planes, strides, picture.pixels.data(), target, int(m_format.width),
-                             int(m_format.height), 1);
+        av_image_fill_arrays(planes, strides, picture.pixels.data(), target, int(m_format.width), int(m_format.height),
+                             1);
         if (!sws_isSupportedInput(AVPixelFormat(format)))
             throw InputError(std::string("pixel format ") + PixelFormatName(format) +
                              " cannot be converted to 8-bit 4:2:0");
         if (!m_scaler || format != m_scalerFormat) {
             if (m_plan.verbose)
-                std::cerr << "evc-encode: converting " << PixelFormatName(format) << " to "
-                          << PixelFormatName(target) << "\n";
+                std::cerr << "evc-encode: converting " << PixelFormatName(format) << " to " << PixelFormatName(target)
+                          << "\n";
             m_scaler.reset(sws_getContext(int(m_format.width), int(m_format.height), AVPixelFormat(format),
                                           int(m_format.width), int(m_format.height), target,
                                           SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT, nullptr, nullptr,

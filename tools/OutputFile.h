@@ -23,6 +23,8 @@ public:
     // The path the writer opens ("pipe:1" style users check direct()).
     const std::string& writePath() const { return m_writePath; }
     const std::string& path() const { return m_path; }
+    // The output in messages.
+    std::string name() const { return m_path == "-" ? "standard output" : m_path; }
     bool toStandardOutput() const { return m_path == "-"; }
     // Written in place (no temporary name): standard output or a non-regular file.
     bool direct() const { return m_direct; }

@@ -41,7 +41,7 @@ public:
                                              : std::fopen(m_target.writePath().c_str(), "wb"))
     {
         if (!m_file)
-            throw std::runtime_error(SystemError(plan.path, "cannot create"));
+            throw std::runtime_error(SystemError(m_target.name(), "cannot create"));
     }
     // The target is declared first, so it removes the file after it is closed.
     ~AnnexBWriter() override = default;
@@ -60,7 +60,7 @@ public:
         if (file == nullptr)
             return;
         if (std::fclose(file) != 0)
-            throw std::runtime_error(SystemError(m_target.path(), "cannot write"));
+            throw std::runtime_error(SystemError(m_target.name(), "cannot write"));
         m_target.commit();
     }
 
@@ -72,7 +72,7 @@ private:
         if (bytes.empty())
             return;
         if (!m_file || std::fwrite(bytes.data(), 1, bytes.size(), m_file.get()) != bytes.size())
-            throw std::runtime_error(SystemError(m_target.path(), "cannot write"));
+            throw std::runtime_error(SystemError(m_target.name(), "cannot write"));
         m_bytes += bytes.size();
     }
 
@@ -114,7 +114,7 @@ public:
     {
         errno = 0;
         if (!m_writer.open(m_target.writePath(), CATime(0, format.timeScale)))
-            throw std::runtime_error(SystemError(plan.path, "cannot create"));
+            throw std::runtime_error(SystemError(m_target.name(), "cannot create"));
     }
 
     void write(const EncodedFrame& frame) override
@@ -137,7 +137,7 @@ public:
         record.streamFlags = frame.streamFlags;
 
         if (!m_writer.writeImage(&record, Span(frame, record.image.timeScale)))
-            throw std::runtime_error(m_target.path() + ": cannot write");
+            throw std::runtime_error(m_target.name() + ": cannot write");
     }
 
     void close() override
@@ -145,7 +145,7 @@ public:
         if (!m_writer.isOpen())
             return;
         if (!m_writer.close())
-            throw std::runtime_error(m_target.path() + ": cannot write");
+            throw std::runtime_error(m_target.name() + ": cannot write");
         m_target.commit();
     }
 

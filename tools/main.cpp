@@ -2,6 +2,7 @@
 #include <linux/limits.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <iostream>
 #include <string>
@@ -220,6 +221,9 @@ int Run(const EncodeOptions& options)
 int main(int argc, char** argv)
 {
     InstallInterrupts();
+    // A reader that goes away (evc-encode -o - | head) is a write error
+    // reported like any other, with the service shut down, not a silent death.
+    signal(SIGPIPE, SIG_IGN);
     EncodeOptions options;
     try {
         options = ParseEncodeOptions(std::vector<std::string>(argv + 1, argv + argc));
