@@ -4,24 +4,33 @@
 
 #include <cstring>
 
+namespace {
+
+// The fields the record and the information block share, either way; the
+// time is moved by the offset on its own.
+template <class To, class From>
+void CopyAudioFields(To& to, const From& from, const CATime& offset)
+{
+    to.time = ZKAddTimeOffset(from.time, from.timeScale, offset);
+    to.timeScale = from.timeScale;
+    to.duration = from.duration;
+    to.format = from.format;
+    to.channels = from.channels;
+    to.sampleSize = from.sampleSize;
+    to.sampleRate = from.sampleRate;
+    to.numberSamples = from.numberSamples;
+    to.trackIndex = from.trackIndex;
+}
+
+}  // namespace
+
 void TZKEncAudio::importFrame(const ZKEncAudio_t* record, const CATime& offset)
 {
-    clearInfoAndBytes();
-    if (record == nullptr) {
-        importBundles(nullptr, nullptr, offset);
+    if (!beginImport(record, offset))
         return;
-    }
     const ZKAudio_t& audio = record->audio;
     TZKAudioInfo info;
-    info.time = ZKAddTimeOffset(audio.time, audio.timeScale, offset);
-    info.timeScale = audio.timeScale;
-    info.duration = audio.duration;
-    info.format = audio.format;
-    info.channels = audio.channels;
-    info.sampleSize = audio.sampleSize;
-    info.sampleRate = audio.sampleRate;
-    info.numberSamples = audio.numberSamples;
-    info.trackIndex = audio.trackIndex;
+    CopyAudioFields(info, audio, offset);
     setInfo(info);
     setBytes(audio.data, audio.dataSize);
     importBundles(record->descriptors, record->dataPackets, offset);
@@ -37,15 +46,7 @@ TZKAudioFramePtr TZKEncAudio::exportFrame(const CATime& offset) const
     ZKEncAudio_t record;
     std::memset(&record, 0, sizeof record);
     ZKAudio_t& audio = record.audio;
-    audio.time = ZKAddTimeOffset(info.time, info.timeScale, offset);
-    audio.timeScale = info.timeScale;
-    audio.duration = info.duration;
-    audio.format = info.format;
-    audio.channels = info.channels;
-    audio.sampleSize = info.sampleSize;
-    audio.sampleRate = info.sampleRate;
-    audio.numberSamples = info.numberSamples;
-    audio.trackIndex = info.trackIndex;
+    CopyAudioFields(audio, info, offset);
     audio.dataSize = dataSize;
 
     TZKAudioFramePtr frame(new CAAudioFrame);

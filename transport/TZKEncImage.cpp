@@ -6,26 +6,35 @@
 
 #include <cstring>
 
+namespace {
+
+// The fields the image record and the information block share, either way;
+// the time is moved by the offset on its own.
+template <class To, class From>
+void CopyImageFields(To& to, const From& from, const CATime& offset)
+{
+    to.colorFormat = from.colorFormat;
+    to.width = from.width;
+    to.height = from.height;
+    to.bottomUp = from.bottomUp;
+    for (int k = 0; k < 4; ++k)
+        to.rowBytes[k] = from.rowBytes[k];
+    to.time = ZKAddTimeOffset(from.time, from.timeScale, offset);
+    to.timeScale = from.timeScale;
+    to.originalTime = from.originalTime;
+    to.originalTimeScale = from.originalTimeScale;
+    to.originalFrameWithinSecond = from.originalFrameWithinSecond;
+}
+
+}  // namespace
+
 void TZKEncImage::importFrame(const ZKEncImage_t* record, const CATime& offset)
 {
-    clearInfoAndBytes();
-    if (record == nullptr) {
-        importBundles(nullptr, nullptr, offset);
+    if (!beginImport(record, offset))
         return;
-    }
     const ZKImage_t& image = record->image;
     TZKVideoInfo info;
-    info.colorFormat = image.colorFormat;
-    info.width = image.width;
-    info.height = image.height;
-    info.bottomUp = image.bottomUp;
-    for (int k = 0; k < 4; ++k)
-        info.rowBytes[k] = image.rowBytes[k];
-    info.time = ZKAddTimeOffset(image.time, image.timeScale, offset);
-    info.timeScale = image.timeScale;
-    info.originalTime = image.originalTime;
-    info.originalTimeScale = image.originalTimeScale;
-    info.originalFrameWithinSecond = image.originalFrameWithinSecond;
+    CopyImageFields(info, image, offset);
     info.streamFlags = record->streamFlags;
     info.streamValue = record->streamValue;
     if (image.planes[0] != nullptr && image.dataSize != 0) {
@@ -58,17 +67,7 @@ TZKImageFramePtr TZKEncImage::exportFrame(const CATime& offset, ZKEncImage_t* in
     ZKEncImage_t record;
     std::memset(&record, 0, sizeof record);
     ZKImage_t& image = record.image;
-    image.colorFormat = info.colorFormat;
-    image.width = info.width;
-    image.height = info.height;
-    image.bottomUp = info.bottomUp;
-    for (int k = 0; k < 4; ++k)
-        image.rowBytes[k] = info.rowBytes[k];
-    image.time = ZKAddTimeOffset(info.time, info.timeScale, offset);
-    image.timeScale = info.timeScale;
-    image.originalTime = info.originalTime;
-    image.originalTimeScale = info.originalTimeScale;
-    image.originalFrameWithinSecond = info.originalFrameWithinSecond;
+    CopyImageFields(image, info, offset);
     image.dataSize = dataSize;
     record.streamValue = info.streamValue;
     record.streamFlags = info.streamFlags;

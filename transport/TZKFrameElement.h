@@ -40,11 +40,15 @@ public:
     }
 
 protected:
-    // Empties the information block and the bytes; importBundles empties the rest.
-    void clearInfoAndBytes()
+    // Empties the information block and the bytes. Without a record the
+    // bundles are emptied too and the import is over: false.
+    bool beginImport(const void* record, const CATime& offset)
     {
         m_info->data().clear();
         m_bytes->data().clear();
+        if (record == nullptr)
+            importBundles(nullptr, nullptr, offset);
+        return record != nullptr;
     }
 
     // Copied into a block of its own, so that copies of the element stay valid.
