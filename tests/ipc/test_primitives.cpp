@@ -135,12 +135,15 @@ TEST_F(Primitives, MappedFileIsSharedWithItsLockByASecondProcess)
             return "stores of the creator not visible";
         if (other.tryLock())
             return "lock held by the parent was taken";
+        static_cast<volatile unsigned char*>(other.data())[1] = 1;  // tells the parent to let go
         if (!other.timedLock(10000))
             return "lock never released";
         static_cast<unsigned char*>(other.data())[100] = 0x33;
         return other.unlock() ? "" : "unlock failed";
     });
-    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (static_cast<volatile unsigned char*>(bytes)[1] == 0 && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::yield();
     ASSERT_TRUE(file.unlock());
     EXPECT_EQ(child.Finish(), "");
     EXPECT_EQ(bytes[100], 0x33);

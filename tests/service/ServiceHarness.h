@@ -62,7 +62,7 @@ std::string EchoPreset(const std::string& settings = "", const char* codec = "ec
 std::string FaultPreset(const std::string& fault);
 // Options for a client of the build: the given service program, the build's plug-ins, frames up
 // to 64 x 64 and a short command time-out.
-evc::ClientOptions TestClientOptions(const std::string& program = "bin/evc-service", int timeoutMs = 1500);
+evc::ClientOptions TestClientOptions(const std::string& program = "bin/evc-service", int timeoutMs = 3000);
 // An output description of the input's geometry without pixels.
 ZKEncImage_t Description(const ZKEncImage_t& input);
 
