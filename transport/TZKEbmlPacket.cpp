@@ -4,6 +4,7 @@
 #include "evc/IPacket.h"
 #include "transport/PacketHolder.h"
 #include "transport/TQVAPIPacket.h"
+#include "transport/HeaderBytes.h"
 #include "transport/TZKPacketHeaders.h"
 #include "transport/TimeOffset.h"
 
@@ -40,18 +41,10 @@ void TZKEbmlPacket::importPacket(const IPacket* packet, const CATime& offset)
         return;
     TZKPacketHeader header = TZKPacketHeader::of(*packet);
     // A size without bytes would announce more than the child holds.
-    if (packet->getDescriptor() == nullptr)
-        header.descriptorSize = 0;
     if (packet->getData() == nullptr)
         header.dataSize = 0;
-    header.time = ZKAddTimeOffset(header.time, header.timeBase, offset);
-    uint8_t encoded[TZKPacketHeader::kSize];
-    header.encode(encoded);
-    // The header is small and built here, so it is copied; the descriptor and
-    // the data are referred to where they lie.
-    bytes.add(encoded, sizeof encoded, Ebml::HodgePodgeStorage::Instance);
-    if (header.descriptorSize != 0)
-        bytes.add(Ebml::receiptForConstMemory(packet->getDescriptor(), header.descriptorSize));
+    // The data, like the descriptor, is referred to where it lies.
+    ZKAddHeaderAndDescriptor(bytes, header, packet->getDescriptor(), offset);
     if (header.dataSize != 0)
         bytes.add(Ebml::receiptForConstMemory(packet->getData(), header.dataSize));
 }

@@ -5,6 +5,7 @@
 #include "transport/PacketHolder.h"
 #include "transport/TPacketBundle.h"
 #include "transport/TZKEbmlPacket.h"
+#include "transport/HeaderBytes.h"
 #include "transport/TZKPacketHeaders.h"
 #include "transport/TimeOffset.h"
 
@@ -53,15 +54,7 @@ void TZKEbmlPacketBundle::importBundle(const IPacketBundle* bundle, const CATime
     m_members.clear();
     if (bundle == nullptr)
         return;
-    TZKBundleHeader header = TZKBundleHeader::of(*bundle);
-    if (bundle->getDescriptor() == nullptr)
-        header.descriptorSize = 0;
-    header.time = ZKAddTimeOffset(header.time, header.timeBase, offset);
-    uint8_t encoded[TZKBundleHeader::kSize];
-    header.encode(encoded);
-    bytes.add(encoded, sizeof encoded, Ebml::HodgePodgeStorage::Instance);
-    if (header.descriptorSize != 0)
-        bytes.add(Ebml::receiptForConstMemory(bundle->getDescriptor(), header.descriptorSize));
+    ZKAddHeaderAndDescriptor(bytes, TZKBundleHeader::of(*bundle), bundle->getDescriptor(), offset);
 
     for (uint32_t i = 0; i < bundle->size(); ++i) {
         const IPacket* member = bundle->get(i);
