@@ -111,21 +111,6 @@ TEST_F(EbmlFileTest, ShortReadsGrowthTruncationAndWriteBack)
     EXPECT_EQ(readOnly.size(), 10u);
 }
 
-TEST_F(EbmlFileTest, ChecksumsOverRanges)
-{
-    File file(Make("data", 9000), File::kReadOnly);
-    const Bytes bytes = Pattern(9000);
-    ASSERT_TRUE(file.seek(5, kAbsolutePosition));
-    Crc32 expected, crc, none;
-    expected.compute(bytes.data() + 100, 8900);
-    ASSERT_TRUE(file.calcCrc32(100, 8900, crc));  // more than one chunk, up to the last byte
-    EXPECT_EQ(crc.checksum(), expected.checksum());
-    EXPECT_EQ(file.absolutePosition(), 5u);
-    EXPECT_TRUE(file.calcCrc32(9000, 0, none));
-    EXPECT_FALSE(file.calcCrc32(8999, 2, none));
-    EXPECT_FALSE(file.calcCrc32(0xFFFFFFFFFFFFFFF0ull, 0x20, none));
-}
-
 TEST_F(EbmlFileTest, StorageReceiptsRereadRewriteAndCopy)
 {
     const std::string path = Make("r", 5000);

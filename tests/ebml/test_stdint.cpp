@@ -53,29 +53,6 @@ TEST(EbmlStdInt, VsizeAtEveryWidth)
     EXPECT_EQ(storage.absolutePosition(), 0u);
 }
 
-TEST(EbmlStdInt, SignedPlainAndFloats)
-{
-    for (const auto& row : {std::make_pair(int64(0), "BF"), std::make_pair(int64(-63), "80"),
-                            std::make_pair(int64(64), "603F"), std::make_pair(int64(-64), "5FBF")}) {
-        uint8 buf[8];
-        EXPECT_EQ(Bytes(buf, buf + vsizeSignedEncode(row.first, buf)), Hex(row.second)) << row.first;
-        uint64 width = 0;
-        EXPECT_EQ(vsizeSignedDecode(buf, width), row.first);
-    }
-    for (const auto& row : {std::make_pair(0ULL, 1ULL), std::make_pair(0x100ULL, 2ULL), std::make_pair(~0ULL, 8ULL)})
-        EXPECT_EQ(uintNumBytes(row.first), row.second) << row.first;
-    for (const auto& row : {std::make_pair(int64(-128), 1ULL), std::make_pair(int64(128), 2ULL),
-                            std::make_pair(int64(1) << 31, 5ULL), std::make_pair(INT64_MIN, 8ULL)})
-        EXPECT_EQ(intNumBytes(row.first), row.second) << row.first;
-    uint8 buf[8];
-    EXPECT_EQ(Bytes(buf, buf + uintEncode(0x1A45DFA3, buf)), Hex("1A45DFA3"));
-    EXPECT_EQ(uintDecode(buf, 4), 0x1A45DFA3u);
-    EXPECT_EQ(Bytes(buf, buf + floatEncode(1.0f, buf)), Hex("3F800000"));
-    EXPECT_EQ(floatDecode(buf), 1.0f);
-    EXPECT_EQ(Bytes(buf, buf + doubleEncode(-2.5, buf)), Hex("C004000000000000"));
-    EXPECT_EQ(doubleDecode(buf), -2.5);
-}
-
 TEST(EbmlStdInt, IdsAndCrc32)
 {
     const struct {

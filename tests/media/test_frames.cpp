@@ -269,24 +269,6 @@ TEST_F(FrameTest, CopiesOfAttributesAndPixels)
     EXPECT_EQ(none.CopyZKImage(picture, false, false), kZKErrGeneral);
 }
 
-TEST_F(FrameTest, GeometryHelpers)
-{
-    CAImageFrame frame, other;
-    for (CAImageFrame* f : {&frame, &other}) {
-        f->SetWidth(1921);
-        f->SetHeight(1081);
-        f->SetTime(CATime(1, 2));
-    }
-    other.SetTime(CATime(2, 4));
-    EXPECT_TRUE(frame.HasSameSpecs(other));  // times compare by value
-    other.SetButtomUp(true);
-    EXPECT_FALSE(frame.HasSameSpecs(other));
-    frame.EnsureWidthAndHeightAreEven();
-    EXPECT_EQ(frame.CalcFrameSize(), 3110400u);
-    frame.SetAlphaEnabled(true);
-    EXPECT_EQ(frame.CalcFrameSize(), 5184000u);
-}
-
 TEST_F(FrameTest, AudioBufferSizesAndDurations)
 {
     CAAudioFrame frame;
