@@ -19,7 +19,8 @@ public:
     {
         loads_.push_back({addr, *numBytes});
         *numBytes = std::min(*numBytes, addr < bytes_.size() ? bytes_.size() - size_t(addr) : 0);
-        std::memcpy(dst, bytes_.data() + std::min(size_t(addr), bytes_.size()), *numBytes);
+        if (*numBytes)
+            std::memcpy(dst, bytes_.data() + addr, *numBytes);
         return true;
     }
     bool save(uint64 addr, size_t numBytes, const uint8* src) override

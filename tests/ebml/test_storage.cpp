@@ -41,16 +41,16 @@ TEST(EbmlStorage, MemoryStorageStaysInsideItsArea)
         bool ok;
         uint64 position;
     } seeks[] = {
-        {10, kAbsolutePosition, true, 10},        {11, kAbsolutePosition, false, 10},
-        {-1, kAbsolutePosition, false, 10},       {-4, kRelativePosition, true, 6},
-        {INT64_MAX, kRelativePosition, false, 6}, {3, kPositionFromEnd, true, 7},
-        {11, kPositionFromEnd, false, 7},         {INT64_MIN, kPositionFromEnd, false, 7},
-        {0, TPositionReference(7), false, 7},
+        {10, kAbsolutePosition, true, 10}, {11, kAbsolutePosition, false, 10},       {-1, kAbsolutePosition, false, 10},
+        {-4, kRelativePosition, true, 6},  {INT64_MAX, kRelativePosition, false, 6}, {3, kPositionFromEnd, true, 7},
+        {11, kPositionFromEnd, false, 7},  {INT64_MIN, kPositionFromEnd, false, 7},
+
     };
     for (const auto& s : seeks) {
         EXPECT_EQ(file.seek(s.offset, s.from), s.ok) << s.offset;
         EXPECT_EQ(file.position(), s.position) << s.offset;
     }
+    EXPECT_FALSE(file.seek(0, TPositionReference(7)));
     EXPECT_FALSE(file.save("abcd", 4));  // 7 + 4 > 10: nothing written
     EXPECT_EQ(area[7], 7);
 }
