@@ -48,6 +48,8 @@ const char* EncodeUsage()
 {
     return "usage: evc-encode [options] INPUT -o OUTPUT\n"
            "       evc-encode [options] --test-pattern WxH@FPS:SECONDS -o OUTPUT\n"
+           "       evc-encode [options] --chunk K/N INPUT -o PART.evcseg\n"
+           "       evc-encode [options] --join PART.evcseg... -o OUTPUT\n"
            "       evc-encode --list-codecs | --version | --help\n"
            "\n"
            "Input and output\n"
@@ -78,6 +80,14 @@ const char* EncodeUsage()
            "Service\n"
            "  --max-restarts N        restarts of a crashed service before giving up (0: fail at once)\n"
            "  --timeout SECONDS       longest wait for one command of the service\n"
+           "\n"
+           "Chunks (one video on many services or machines)\n"
+           "  --chunk K/N             encode only the K-th of N chunks into an .evcseg file; chunks\n"
+           "                          start at scene changes, the same ones on every machine\n"
+           "  --join SEG...           join the chunks' .evcseg files, in order, into the output\n"
+           "  --jobs N                N services in parallel on one machine, each on its own chunks\n"
+           "  --min-chunk N           no chunk shorter than N pictures (where the input allows)\n"
+           "  --max-chunk N           no chunk longer than N pictures (where the chunk count allows)\n"
            "\n"
            "  -q, --quiet             no progress and no summary\n"
            "  -v, --verbose           say what is chosen and converted\n"
@@ -115,6 +125,8 @@ EncodeOptions ParseEncodeOptions(const std::vector<std::string>& arguments)
     EncodeOptions o;
     bool optionsEnded = false;
     bool haveOutput = false;
+    bool join = false;
+    std::vector<std::string> inputs;
     for (size_t i = 0; i < arguments.size(); ++i) {
         const std::string& a = arguments[i];
         auto value = [&]() -> std::string {
@@ -123,9 +135,7 @@ EncodeOptions ParseEncodeOptions(const std::vector<std::string>& arguments)
             return arguments[++i];
         };
         if (optionsEnded || a == "-" || a.empty() || a[0] != '-') {
-            if (!o.input.empty())
-                throw UsageError("more than one input: " + o.input + " and " + a);
-            o.input = a;
+            inputs.push_back(a);
         } else if (a == "--") {
             optionsEnded = true;
         } else if (a == "-o" || a == "--output") {
@@ -163,6 +173,21 @@ EncodeOptions ParseEncodeOptions(const std::vector<std::string>& arguments)
             o.maxRestarts = ParseWhole(a, value(), 0, 100);
         } else if (a == "--timeout") {
             o.timeoutSeconds = ParseNumber(a, value(), 1, 86400);
+        } else if (a == "--chunk") {
+            const std::string v = value();
+            const size_t slash = v.find('/');
+            if (slash == std::string::npos)
+                throw UsageError("--chunk takes K/N, not \"" + v + "\"");
+            o.chunkCount = uint32_t(ParseWhole(a, v.substr(slash + 1), 1, 100000));
+            o.chunkIndex = uint32_t(ParseWhole(a, v.substr(0, slash), 1, int32_t(o.chunkCount)));
+        } else if (a == "--min-chunk") {
+            o.minChunk = uint64_t(ParseWhole(a, value(), 1, INT32_MAX));
+        } else if (a == "--max-chunk") {
+            o.maxChunk = uint64_t(ParseWhole(a, value(), 1, INT32_MAX));
+        } else if (a == "--jobs") {
+            o.jobs = uint32_t(ParseWhole(a, value(), 1, 256));
+        } else if (a == "--join") {
+            join = true;
         } else if (a == "--test-pattern") {
             o.testPattern = value();
         } else if (a == "-y" || a == "--overwrite") {
@@ -185,6 +210,24 @@ EncodeOptions ParseEncodeOptions(const std::vector<std::string>& arguments)
     }
     if (o.help || o.version || o.listCodecs)
         return o;
+    if (join) {
+        if (inputs.empty())
+            throw UsageError("--join needs the segment files of the chunks");
+        if (!o.testPattern.empty() || o.chunkCount != 0 || o.jobs != 1)
+            throw UsageError("--join takes segment files only, without --test-pattern, --chunk or --jobs");
+        o.joinInputs = inputs;
+        if (o.output.empty())
+            throw UsageError("no output (-o OUTPUT.mkv, .mp4, .h264, ...)");
+        return o;
+    }
+    if (inputs.size() > 1)
+        throw UsageError("more than one input: " + inputs[0] + " and " + inputs[1]);
+    if (!inputs.empty())
+        o.input = inputs[0];
+    if (o.chunkCount != 0 && o.jobs != 1)
+        throw UsageError("give either --chunk or --jobs, not both");
+    if (o.minChunk != 0 && o.maxChunk != 0 && o.minChunk > o.maxChunk)
+        throw UsageError("--min-chunk is above --max-chunk");
     if (o.input.empty() == o.testPattern.empty())
         throw UsageError(o.input.empty() ? "no input (give INPUT, - or --test-pattern)"
                                          : "give either an input or --test-pattern, not both");

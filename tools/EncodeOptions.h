@@ -32,6 +32,16 @@ struct EncodeOptions {
     uint64_t seekFrames = 0;  // pictures skipped at the start
     double seekSeconds = 0;   // --ss: start time in the input
     int maxRestarts = 3;
+    // --chunk K/N: only the K-th (from 1) of N chunks, into an .evcseg file.
+    uint32_t chunkIndex = 0;
+    uint32_t chunkCount = 0;
+    // Chunk lengths in pictures (0: no limit); boundaries stay within them.
+    uint64_t minChunk = 0;
+    uint64_t maxChunk = 0;
+    // --join: segment files of chunks joined into the output.
+    std::vector<std::string> joinInputs;
+    // --jobs N: services in parallel, each on its own chunks.
+    uint32_t jobs = 1;
     double timeoutSeconds = 0;  // 0: the client's own limits
     bool overwrite = false;
     bool noAudio = false;

@@ -363,6 +363,8 @@ EncodeResult Encode(FrameSource& source, const EncodeJob& job, Progress& progres
         });
         ++result.frames;
         progress.update(result.frames, result.pictures, writer->bytesWritten());
+        if (job.onProgress)
+            job.onProgress(result.frames, result.pictures, writer->bytesWritten());
         current = std::move(following);
     }
     // What was read after the last picture.

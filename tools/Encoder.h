@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <stdexcept>
 #include <string>
 
@@ -38,6 +39,9 @@ struct EncodeJob {
     ClientOptions client;
     // Restarts of a failed service before the encode fails (0: at once).
     int maxRestarts = 3;
+    // Called with what progress is given, when set (encodes side by side
+    // add theirs up).
+    std::function<void(uint64_t frames, uint64_t picturesBack, uint64_t bytes)> onProgress;
 };
 
 struct EncodeResult {

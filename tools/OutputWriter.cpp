@@ -110,7 +110,7 @@ BundlePtr MakeBundle(const std::vector<Packet>& packets, uint64_t& bytes)
 class SegmentFileWriter : public OutputWriter {
 public:
     SegmentFileWriter(const OutputPlan& plan, const VideoFormat& format)
-        : m_target(plan.path, plan.overwrite), m_format(format)
+        : m_target(plan.path, plan.overwrite), m_format(format), m_chunk(plan.chunk)
     {
         errno = 0;
         if (!m_writer.open(m_target.writePath(), CATime(0, format.timeScale)))
@@ -144,7 +144,7 @@ public:
     {
         if (!m_writer.isOpen())
             return;
-        if (!m_writer.close())
+        if (!m_writer.close() || (m_chunk && !AppendChunkTrailer(m_target.writePath(), *m_chunk)))
             throw std::runtime_error(m_target.name() + ": cannot write");
         m_target.commit();
     }
@@ -166,6 +166,7 @@ private:
 
     OutputFile m_target;
     VideoFormat m_format;
+    std::optional<ChunkTrailer> m_chunk;
     TZKSegmentWriter m_writer;
     uint64_t m_bytes = 0;
 };

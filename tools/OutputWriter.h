@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "evc/Client.h"
+#include "tools/ChunkTrailer.h"
 #include "tools/FrameSource.h"
 
 namespace evc {
@@ -22,6 +23,8 @@ struct OutputPlan {
     std::string format;  // one of OutputFormats()
     bool overwrite = false;
     uint32_t codec = 0;  // the compressor's four-character code
+    // A segment file of one chunk ends with this, for the join.
+    std::optional<ChunkTrailer> chunk;
 };
 
 // "mkv", "webm", "mp4", "mov", "h264", "evcseg" for the -f value or, when

@@ -12,12 +12,15 @@
 #include "evc/H264Codec.h"
 #include "evc/HevcCodec.h"
 #include "evc/Vp9Codec.h"
+#include "tools/ChunkJoin.h"
+#include "tools/ChunkPlan.h"
 #include "tools/CodecList.h"
 #include "tools/EncodeOptions.h"
 #include "tools/Encoder.h"
 #include "tools/Interrupts.h"
 #include "tools/LibavHandles.h"
 #include "tools/MediaSource.h"
+#include "tools/ParallelEncode.h"
 #include "tools/PresetDocument.h"
 #include "tools/Progress.h"
 
@@ -108,6 +111,29 @@ std::vector<uint32_t> AcceptedFormats(uint32_t codec)
     }
 }
 
+int Join(const EncodeOptions& options, const std::string& format, const std::string& outputName)
+{
+    try {
+        const auto chunks = OrderChunks(options.joinInputs);
+        OutputPlan output;
+        output.path = options.output;
+        output.format = format;
+        output.overwrite = options.overwrite;
+        output.codec = chunks.front().second.codec;
+        if (!FormatHoldsVideo(format, output.codec))
+            return Fail(outputName + ": the " + format + " format cannot hold " +
+                        (CodecName(output.codec).empty() ? "this compressor's" : CodecName(output.codec)) + " video");
+        VideoFormat video = chunks.front().second.format;
+        video.expectedFrames = chunks.front().second.totalFrames;
+        Progress progress(std::cerr, !options.quiet, video);
+        const JoinResult result = JoinChunks(options.joinInputs, output, &progress);
+        progress.finish(result.frames, result.bytes, outputName);
+        return 0;
+    } catch (const std::exception& e) {
+        return Fail(e.what());
+    }
+}
+
 int Run(const EncodeOptions& options)
 {
     const std::string outputName = options.output == "-" ? "standard output" : options.output;
@@ -122,6 +148,12 @@ int Run(const EncodeOptions& options)
         return Fail("an .evcseg file cannot be written to standard output", 2);
     if (!options.codec.empty() && !options.presetFile.empty())
         return Fail("give either --codec or --preset-file, not both", 2);
+    if (!options.joinInputs.empty())
+        return Join(options, format, outputName);
+    if ((options.chunkCount != 0 || options.jobs > 1) && options.input == "-")
+        return Fail("chunks need an input that can be read more than once, not standard input", 2);
+    if (options.chunkCount != 0 && format != "evcseg")
+        return Fail("--chunk writes an .evcseg file (join the chunks with --join)", 2);
 
     std::unique_ptr<Progress> progress;
     try {
@@ -140,33 +172,55 @@ int Run(const EncodeOptions& options)
                         (CodecName(preset.codec()).empty() ? "this compressor's" : CodecName(preset.codec())) +
                         " video");
 
-        std::unique_ptr<FrameSource> source;
-        std::string inputName = "test pattern";
-        if (!options.testPattern.empty()) {
-            try {
+        const std::string inputName =
+            !options.testPattern.empty() ? "test pattern" : options.input == "-" ? "standard input" : options.input;
+        // Chunks read the input again: each worker scores the scenes itself.
+        const bool chunked = options.chunkCount != 0 || options.jobs > 1;
+        auto openSource = [&]() -> std::unique_ptr<FrameSource> {
+            if (!options.testPattern.empty()) {
                 TestPatternPlan plan = ParseTestPattern(options.testPattern);
                 if (options.frames != 0 && options.frames < plan.frames)
                     plan.frames = plan.format.expectedFrames = options.frames;
-                source = MakeTestPatternSource(plan);
-            } catch (const std::invalid_argument& e) {
-                return Fail(e.what(), 2);
+                return MakeTestPatternSource(plan);
             }
-        } else {
             InputPlan plan;
             plan.path = options.input;
-            inputName = options.input == "-" ? "standard input" : options.input;
-            plan.copyAudio = !options.noAudio;
+            plan.copyAudio = !options.noAudio && !chunked;
             plan.seekFrames = options.seekFrames;
             plan.seekSeconds = options.seekSeconds;
             plan.maxFrames = options.frames;
             plan.verbose = options.verbose;
             plan.audioAccepted = [format](int codecId) { return FormatHoldsAudio(format, codecId); };
             plan.acceptedFormats = AcceptedFormats(preset.codec());
-            try {
-                source = OpenMediaSource(plan);
-            } catch (const InputError& e) {
-                return Fail(inputName + ": " + e.what());
+            return OpenMediaSource(plan);
+        };
+        std::unique_ptr<FrameSource> source;
+        ChunkLimits limits{options.minChunk, options.maxChunk};
+        try {
+            source = openSource();
+            if (options.chunkCount != 0) {
+                const std::vector<double> scores = ScoreScenes(*source);
+                if (scores.size() < options.chunkCount)
+                    return Fail(inputName + ": holds " + std::to_string(scores.size()) + " pictures, fewer than " +
+                                std::to_string(options.chunkCount) + " chunks");
+                const std::vector<uint64_t> starts = ChunkStarts(scores, options.chunkCount, limits);
+                const uint32_t k = options.chunkIndex - 1;
+                const uint64_t end = k + 1 < starts.size() ? starts[k + 1] : scores.size();
+                source = MakeChunkSource(openSource(), starts[k], end);
+                ChunkTrailer chunk;
+                chunk.index = k;
+                chunk.count = options.chunkCount;
+                chunk.first = starts[k];
+                chunk.frames = end - starts[k];
+                chunk.totalFrames = scores.size();
+                chunk.codec = preset.codec();
+                chunk.format = source->format();
+                output.chunk = chunk;
             }
+        } catch (const std::invalid_argument& e) {
+            return Fail(e.what(), 2);
+        } catch (const InputError& e) {
+            return Fail(inputName + ": " + e.what());
         }
         preset.apply(Overrides(options, source->format()));
         if (options.verbose)
@@ -182,6 +236,22 @@ int Run(const EncodeOptions& options)
             job.client.commandTimeout = std::chrono::milliseconds(int64_t(options.timeoutSeconds * 1000));
         progress = std::make_unique<Progress>(std::cerr, !options.quiet, source->format());
         EncodeResult result;
+        if (options.jobs > 1) {
+            source.reset();
+            ParallelPlan parallel;
+            parallel.jobs = options.jobs;
+            parallel.limits = limits;
+            parallel.openSource = openSource;
+            parallel.job = job;
+            try {
+                result = EncodeInParallel(parallel, *progress);
+            } catch (const InputError& e) {
+                progress->abandon();
+                return Fail(inputName + ": " + e.what());
+            }
+            progress->finish(result.frames, result.bytes, outputName);
+            return 0;
+        }
         // A reader thread may still wait on a pipe after an interruption:
         // the source is left to the process's exit.
         try {
@@ -195,6 +265,12 @@ int Run(const EncodeOptions& options)
             throw;
         }
         source.release();
+        if (result.interrupted && output.chunk) {
+            // A chunk is whole or absent, so that a re-run encodes it again.
+            std::remove(options.output.c_str());
+            progress->abandon();
+            return Fail("interrupted; the chunk was not written", kInterruptedStatus);
+        }
         progress->finish(result.frames, result.bytes, outputName);
         if (result.interrupted) {
             if (!options.quiet)

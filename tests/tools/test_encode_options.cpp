@@ -41,6 +41,15 @@ TEST(EncodeOptions, CommandLines)
         {{"a.mp4", "-o", "x.mkv", "--crf", "20", "--bitrate", "900"}, false},
         {{"a.mp4", "-o", "x.mkv", "--keyint", "2.5"}, false},
         {{"a.mp4", "-o", "x.mkv", "--ss", "1:x"}, false},
+        {{"--join", "b.evcseg", "a.evcseg", "-o", "x.mkv"}, true},
+        {{"a.mp4", "--chunk", "2/3", "--min-chunk", "25", "-o", "p.evcseg"}, true},
+        {{"--join", "-o", "x.mkv"}, false},
+        {{"--join", "a.evcseg", "--jobs", "2", "-o", "x.mkv"}, false},
+        {{"a.mp4", "--chunk", "4/3", "-o", "p.evcseg"}, false},
+        {{"a.mp4", "--chunk", "3", "-o", "p.evcseg"}, false},
+        {{"a.mp4", "--chunk", "1/2", "--jobs", "2", "-o", "p.evcseg"}, false},
+        {{"a.mp4", "--jobs", "0", "-o", "x.mkv"}, false},
+        {{"a.mp4", "--min-chunk", "50", "--max-chunk", "20", "-o", "x.mkv"}, false},
     };
     for (const Case& c : cases) {
         std::string line;

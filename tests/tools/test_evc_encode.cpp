@@ -102,6 +102,10 @@ protected:
                                 "-fps_mode passthrough -enc_time_base 1:1000 -c:v libx264"},
             {"src.y4m", lavfi + "96x64:rate=25:duration=0.8 -pix_fmt yuv420p"},
             {"rgb.nut", lavfi + "96x64:rate=25:duration=0.4 -c:v rawvideo -pix_fmt rgb24"},
+            // Three scenes of 20 pictures: cuts at pictures 20 and 40.
+            {"cuts.mkv", "ffmpeg -v error -y -f lavfi -i testsrc2=size=96x64:rate=25:duration=0.8 -f lavfi -i "
+                         "smptebars=size=96x64:rate=25:duration=0.8 -f lavfi -i rgbtestsrc=size=96x64:rate=25:"
+                         "duration=0.8 -filter_complex '[0][1][2]concat=n=3:v=1[v]' -map '[v]' -c:v ffv1"},
         };
         const std::string path = s_media->file(name);
         if (RunCommand("test -e " + Quote(path), *s_media).status != 0) {
@@ -408,3 +412,89 @@ TEST_F(EvcEncodeTest, BadInputFailsWithOneLineAndNoOutput)
 }
 
 }  // namespace
+
+namespace {
+
+std::vector<std::string> Lines(const std::string& text)
+{
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        if (!line.empty())
+            lines.push_back(line);
+    return lines;
+}
+
+}  // namespace
+
+TEST_F(EvcEncodeTest, ChunksJoinIntoTheWholeInputOrNothing)
+{
+    const std::string source = Media("cuts.mkv");
+    const std::vector<std::string> sourceTimes =
+        Lines(Probe(source, "-select_streams v:0 -show_entries frame=best_effort_timestamp_time"));
+    ASSERT_EQ(sourceTimes.size(), 60u);
+    const std::string preset = "-q --preset-file h264-preview.xml ";
+    auto chunk = [&](int k, int n) {
+        const std::string part = m_dir->file("part" + std::to_string(k) + ".evcseg");
+        EXPECT_EQ(Encode(preset + "--chunk " + std::to_string(k) + "/" + std::to_string(n) + " " + Quote(source) +
+                         " -o " + Quote(part))
+                      .status,
+                  0);
+        return Quote(part) + " ";
+    };
+    const std::string p1 = chunk(1, 3), p2 = chunk(2, 3), p3 = chunk(3, 3);
+
+    struct Row {
+        const char* name;
+        std::string arguments;  // without -o
+        std::string output;
+        std::vector<std::string> keyTimes;  // the chunk boundaries among them
+    };
+    const std::vector<Row> rows = {
+        {"two jobs (four chunks)", preset + "--jobs 2 " + Quote(source), "jobs.mp4", {"0.000000", "0.800000",
+                                                                                       "1.200000", "1.600000"}},
+        {"three chunks joined out of order", "-q --join " + p3 + p1 + p2, "joined.mkv", {"0.000000", "0.800000",
+                                                                                         "1.600000"}},
+        {"joined into a raw stream", "-q --join " + p1 + p2 + p3, "joined.h264", {}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const std::string output = m_dir->file(row.output);
+        const CommandResult run = Encode(row.arguments + " -o " + Quote(output));
+        ASSERT_EQ(run.status, 0) << run.err;
+        EXPECT_EQ(RunCommand("ffmpeg -v error -i " + Quote(output) + " -f null -", *m_dir).err, "");
+        const Facts facts = Describe(output);
+        EXPECT_EQ(facts.at("nb_read_frames"), std::vector<std::string>{"60"});
+        if (row.keyTimes.empty())
+            continue;  // a raw stream has no times
+        std::vector<std::string> times = Lines(Probe(output, "-select_streams v:0 -show_entries packet=pts_time"));
+        std::sort(times.begin(), times.end(), [](const std::string& a, const std::string& b) {
+            return std::stod(a) < std::stod(b);
+        });
+        EXPECT_EQ(times, sourceTimes) << "the source's times, each once";
+        std::vector<std::string> keys;
+        for (const std::string& line : Lines(Probe(output, "-select_streams v:0 -show_entries packet=pts_time,flags")))
+            if (line.find(",K") != std::string::npos)
+                keys.push_back(line.substr(0, line.find(',')));
+        EXPECT_EQ(keys, row.keyTimes) << "a key frame at each chunk's start";
+    }
+
+    // Whatever is wrong with the chunks, nothing is written.
+    const std::string plain = m_dir->file("plain.evcseg");
+    ASSERT_EQ(Encode(preset + Quote(source) + " -o " + Quote(plain)).status, 0);
+    const std::string cut = m_dir->file("cut.evcseg");
+    ASSERT_EQ(RunCommand("{ head -c 300 " + p2 + "; tail -c 112 " + p2 + "; } > " + Quote(cut), *m_dir).status, 0);
+    const std::vector<std::pair<std::string, std::string>> refused = {
+        {p1 + p3, "chunk 2 of 3 is missing"},
+        {p1 + p2 + p2 + p3, "chunk 2 is given twice"},
+        {p1 + Quote(plain) + " " + p3, "not the segment file of a chunk"},
+        {p1 + Quote(cut) + " " + p3, "of the chunk's 20 pictures"},
+    };
+    for (const auto& [inputs, says] : refused) {
+        SCOPED_TRACE(says);
+        const CommandResult run = Encode("-q --join " + inputs + "-o " + Quote(m_dir->file("bad.mkv")));
+        EXPECT_EQ(run.status, 1);
+        EXPECT_NE(run.err.find(says), std::string::npos) << run.err;
+        EXPECT_NE(RunCommand("test -e " + Quote(m_dir->file("bad.mkv")), *m_dir).status, 0);
+    }
+}

@@ -1,0 +1,136 @@
+// Chunk boundaries from scene scores, and the chunk trailer byte for byte.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "ToolTestSupport.h"
+#include "common/Golden.h"
+#include "tools/ChunkPlan.h"
+#include "tools/ChunkTrailer.h"
+
+using namespace evc::tools;
+
+namespace {
+
+// Scores of `frames` pictures with cuts (score 0.5) at the given pictures.
+std::vector<double> Scores(uint64_t frames, std::vector<uint64_t> cuts, double cut = 0.5)
+{
+    std::vector<double> scores(frames, 0.01);
+    for (uint64_t c : cuts)
+        scores[c] = cut;
+    return scores;
+}
+
+TEST(ChunkPlan, BoundariesFollowCutsWithinTheLimits)
+{
+    struct Row {
+        const char* name;
+        std::vector<double> scores;
+        uint32_t count;
+        ChunkLimits limits;
+        std::vector<uint64_t> starts;
+    };
+    const std::vector<Row> rows = {
+        {"no cuts: even shares", Scores(100, {}), 4, {}, {0, 25, 50, 75}},
+        {"cuts near the shares win", Scores(100, {20, 55, 70}), 4, {}, {0, 20, 55, 70}},
+        {"the strongest cut in the window", [] { auto s = Scores(100, {40, 45}); s[45] = 0.9; return s; }(), 2, {},
+         {0, 45}},
+        {"a cut too far from the share is left", Scores(100, {10}), 2, {}, {0, 50}},
+        {"a weak change is no cut", Scores(100, {40}, kSceneCut / 2), 2, {}, {0, 50}},
+        {"without limits the cut wins", Scores(100, {30, 70}, 0.5), 2, {}, {0, 30}},
+        {"the minimum keeps a cut out", Scores(100, {30}), 2, {35, 0}, {0, 50}},
+        {"the maximum keeps a cut out", Scores(100, {70}), 2, {0, 60}, {0, 50}},
+        {"limits that cannot be met are dropped", Scores(10, {}), 2, {8, 0}, {0, 5}},
+        {"one chunk", Scores(10, {5}), 1, {}, {0}},
+        {"a picture a chunk", Scores(3, {1}), 3, {}, {0, 1, 2}},
+        {"fewer pictures than chunks", Scores(2, {}), 3, {}, {0}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(ChunkStarts(row.scores, row.count, row.limits), row.starts);
+    }
+}
+
+TEST(ChunkPlan, SceneScoresSeeACutAndNotMotion)
+{
+    TestPatternPlan plan = ParseTestPattern("64x48@25:1");
+    auto source = MakeTestPatternSource(plan);
+    SceneDetector detector(source->format());
+    Picture picture;
+    std::vector<AudioPacket> audio;
+    std::vector<double> scores;
+    while (source->next(picture, audio))
+        scores.push_back(detector.next(picture));
+    ASSERT_EQ(scores.size(), 25u);
+    for (double s : scores)
+        EXPECT_LT(s, kSceneCut) << "a moving pattern has no cut";
+    // A black picture after the pattern is one.
+    if (picture.frame)
+        for (int y = 0; y < 48; ++y)
+            std::memset(picture.frame->data[0] + y * picture.frame->linesize[0], 0, 64);
+    else
+        std::fill(picture.pixels.begin(), picture.pixels.begin() + 64 * 48, 0);
+    EXPECT_GE(detector.next(picture), kSceneCut);
+}
+
+TEST(ChunkTrailer, BytesAndWhatIsRefused)
+{
+    static_assert(ChunkTrailer::kSize == 112, "the trailer's size is part of the file layout");
+    ChunkTrailer t;
+    t.index = 1;
+    t.count = 3;
+    t.first = 0x100;
+    t.frames = 0x80;
+    t.totalFrames = 0x200;
+    t.codec = 0x61766331;
+    t.format.width = 1920;
+    t.format.height = 1080;
+    t.format.timeScale = 90000;
+    t.format.fpsNum = 30000;
+    t.format.fpsDen = 1001;
+    t.format.variableRate = true;
+    t.format.sarNum = 1;
+    t.format.sarDen = 1;
+    t.format.fieldOrder = 1;
+    t.format.colorRange = 1;
+    t.format.colorPrimaries = 1;
+    t.format.colorTransfer = 1;
+    t.format.colorMatrix = 1;
+    uint8_t bytes[ChunkTrailer::kSize];
+    t.encode(bytes);
+    const evctest::Bytes golden = evctest::Hex(
+        "00 45 56 43 43 48 4B 31  01000000 03000000  0001000000000000  8000000000000000"
+        "905F010000000000  31637661  06000000  00000000  80070000  38040000  30750000  E9030000"
+        "01000000  01000000 01000000  01000000 01000000 01000000 01000000 01000000  00000000"
+        "0002000000000000");
+    EXPECT_EQ(evctest::Bytes(bytes, bytes + sizeof bytes), golden);
+    const std::optional<ChunkTrailer> back = ChunkTrailer::decode(bytes);
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->first, t.first);
+    EXPECT_EQ(back->format.fpsDen, 1001u);
+    EXPECT_TRUE(back->format.variableRate);
+
+    struct Row {
+        const char* name;
+        size_t offset;
+        uint8_t value;
+    };
+    const std::vector<Row> refused = {{"another magic", 7, '2'},
+                                      {"index past the count", 8, 3},
+                                      {"no time scale", 32, 0},
+                                      {"pictures past the input", 25, 0x02},
+                                      {"a width past 16384", 54, 0x01}};
+    for (const Row& row : refused) {
+        SCOPED_TRACE(row.name);
+        uint8_t bad[ChunkTrailer::kSize];
+        std::memcpy(bad, bytes, sizeof bad);
+        bad[row.offset] = row.value;
+        if (row.offset == 32)
+            std::memset(bad + 32, 0, 8);
+        EXPECT_FALSE(ChunkTrailer::decode(bad));
+    }
+}
+
+}  // namespace

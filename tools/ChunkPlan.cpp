@@ -1,0 +1,162 @@
+// Scene scores, chunk boundaries and the chunk's view of a source.
+#include "tools/ChunkPlan.h"
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+
+extern "C" {
+#include <libavutil/pixdesc.h>
+}
+
+namespace evc {
+namespace tools {
+
+SceneDetector::SceneDetector(const VideoFormat& format) : m_format(format)
+{
+    const AVPixFmtDescriptor* descriptor = av_pix_fmt_desc_get(AVPixelFormat(format.pixelFormat));
+    const int depth = descriptor != nullptr ? descriptor->comp[0].depth : 8;
+    m_bytesPerSample = depth > 8 ? 2 : 1;
+    m_top = double((1 << depth) - 1);
+}
+
+double SceneDetector::next(const Picture& picture)
+{
+    const uint8_t* luma = picture.frame ? picture.frame->data[0] : picture.pixels.data();
+    const size_t stride = picture.frame ? size_t(picture.frame->linesize[0]) : m_format.width * m_bytesPerSample;
+    const uint32_t width = m_format.width;
+    const uint32_t height = m_format.height;
+    if (luma == nullptr || width < kColumns || height < kRows)
+        return 0;
+    // Block means on a coarse grid, every fourth sample of every fourth row:
+    // enough to see a cut, cheap at any size. Deep samples are
+    // little-endian.
+    std::vector<double> means(kColumns * kRows, 0.0);
+    for (int by = 0; by < kRows; ++by)
+        for (int bx = 0; bx < kColumns; ++bx) {
+            const uint32_t x0 = width * bx / kColumns, x1 = width * (bx + 1) / kColumns;
+            const uint32_t y0 = height * by / kRows, y1 = height * (by + 1) / kRows;
+            double sum = 0;
+            uint32_t n = 0;
+            for (uint32_t y = y0; y < y1; y += 4)
+                for (uint32_t x = x0; x < x1; x += 4, ++n)
+                {
+                    const uint8_t* sample = luma + y * stride + x * m_bytesPerSample;
+                    sum += m_bytesPerSample == 2 ? sample[0] | sample[1] << 8 : sample[0];
+                }
+            means[by * kColumns + bx] = n != 0 ? sum / n / m_top : 0;
+        }
+    double score = 0;
+    if (!m_previous.empty()) {
+        for (size_t i = 0; i < means.size(); ++i)
+            score += std::fabs(means[i] - m_previous[i]);
+        score /= double(means.size());
+    }
+    m_previous = std::move(means);
+    return std::min(score, 1.0);
+}
+
+std::vector<uint64_t> ChunkStarts(const std::vector<double>& scores, uint32_t count, const ChunkLimits& limits)
+{
+    const uint64_t total = scores.size();
+    std::vector<uint64_t> starts{0};
+    if (count <= 1 || total < count)
+        return starts;
+    const uint64_t minLength = std::max<uint64_t>(limits.minLength, 1);
+    const uint64_t maxLength = limits.maxLength != 0 ? limits.maxLength : total;
+    const uint64_t window = total / (2 * uint64_t(count));
+    auto clamp = [](uint64_t value, uint64_t low, uint64_t high) { return std::min(std::max(value, low), high); };
+    uint64_t previous = 0;
+    for (uint32_t j = 1; j < count; ++j) {
+        const uint64_t left = count - j;  // chunks after this boundary
+        const uint64_t ideal = (total * j + count / 2) / count;
+        // Where the limits allow it (one picture per later chunk at least);
+        // limits that cannot all be met are dropped.
+        uint64_t low = std::max({previous + minLength, total > left * maxLength ? total - left * maxLength : 0,
+                                 previous + 1});
+        uint64_t high = std::min({previous + maxLength, total > left * minLength ? total - left * minLength : 0,
+                                  total - left});
+        if (low > high) {
+            low = previous + 1;
+            high = total - left;
+        }
+        // Near the even share; a cut outside the window is not worth a
+        // lopsided chunk.
+        const uint64_t nearLow = std::max(low, ideal > window ? ideal - window : 0);
+        const uint64_t nearHigh = std::min(high, ideal + window);
+        if (nearLow <= nearHigh) {
+            low = nearLow;
+            high = nearHigh;
+        } else {
+            low = high = clamp(ideal, low, high);
+        }
+        uint64_t chosen = clamp(ideal, low, high);
+        double best = 0;
+        for (uint64_t i = low; i <= high; ++i) {
+            const uint64_t distance = i > ideal ? i - ideal : ideal - i;
+            const uint64_t bestDistance = chosen > ideal ? chosen - ideal : ideal - chosen;
+            if (scores[i] >= kSceneCut && (scores[i] > best || (scores[i] == best && distance < bestDistance))) {
+                best = scores[i];
+                chosen = i;
+            }
+        }
+        starts.push_back(chosen);
+        previous = chosen;
+    }
+    return starts;
+}
+
+std::vector<double> ScoreScenes(FrameSource& source)
+{
+    SceneDetector detector(source.format());
+    std::vector<double> scores;
+    Picture picture;
+    std::vector<AudioPacket> audio;
+    while (source.next(picture, audio)) {
+        audio.clear();
+        scores.push_back(detector.next(picture));
+    }
+    return scores;
+}
+
+namespace {
+
+class ChunkSource : public FrameSource {
+public:
+    ChunkSource(std::unique_ptr<FrameSource> source, uint64_t first, uint64_t end)
+        : m_source(std::move(source)), m_format(m_source->format()), m_first(first), m_end(end)
+    {
+        m_format.expectedFrames = end - first;
+    }
+    const VideoFormat& format() const override { return m_format; }
+    std::string name() const override { return m_source->name(); }
+    bool next(Picture& picture, std::vector<AudioPacket>& audio) override
+    {
+        std::vector<AudioPacket> dropped;
+        for (; m_index < m_first; ++m_index)
+            if (!m_source->next(picture, dropped))
+                return false;
+        if (m_index >= m_end || !m_source->next(picture, dropped))
+            return false;
+        ++m_index;
+        (void)audio;
+        return true;
+    }
+
+private:
+    std::unique_ptr<FrameSource> m_source;
+    VideoFormat m_format;
+    uint64_t m_first;
+    uint64_t m_end;
+    uint64_t m_index = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<FrameSource> MakeChunkSource(std::unique_ptr<FrameSource> source, uint64_t first, uint64_t end)
+{
+    return std::make_unique<ChunkSource>(std::move(source), first, end);
+}
+
+}  // namespace tools
+}  // namespace evc
