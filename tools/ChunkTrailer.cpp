@@ -7,7 +7,6 @@
 #include <cstring>
 #include <memory>
 
-#include "transport/LittleEndian.h"
 
 
 namespace evc {
@@ -17,21 +16,34 @@ namespace {
 
 constexpr uint8_t kMagic[8] = {0, 'E', 'V', 'C', 'C', 'H', 'K', '1'};
 
+// Little-endian whatever the host's order.
+void PutLe(uint8_t* at, uint64_t value, int bytes)
+{
+    for (int i = 0; i < bytes; ++i)
+        at[i] = uint8_t(value >> (8 * i));
+}
 void Put32(uint8_t* at, uint32_t value)
 {
-    ZKPutLE<4>(at, value);
+    PutLe(at, value, 4);
 }
 void Put64(uint8_t* at, uint64_t value)
 {
-    ZKPutLE<8>(at, value);
+    PutLe(at, value, 8);
+}
+uint64_t GetLe(const uint8_t* at, int bytes)
+{
+    uint64_t value = 0;
+    for (int i = bytes - 1; i >= 0; --i)
+        value = value << 8 | at[i];
+    return value;
 }
 uint32_t Get32(const uint8_t* at)
 {
-    return uint32_t(ZKGetLE<4>(at));
+    return uint32_t(GetLe(at, 4));
 }
 uint64_t Get64(const uint8_t* at)
 {
-    return ZKGetLE<8>(at);
+    return GetLe(at, 8);
 }
 
 struct FileCloser {
