@@ -39,8 +39,7 @@ double SceneDetector::next(const Picture& picture)
             double sum = 0;
             uint32_t n = 0;
             for (uint32_t y = y0; y < y1; y += 4)
-                for (uint32_t x = x0; x < x1; x += 4, ++n)
-                {
+                for (uint32_t x = x0; x < x1; x += 4, ++n) {
                     const uint8_t* sample = luma + y * stride + x * m_bytesPerSample;
                     sum += m_bytesPerSample == 2 ? sample[0] | sample[1] << 8 : sample[0];
                 }
@@ -72,10 +71,10 @@ std::vector<uint64_t> ChunkStarts(const std::vector<double>& scores, uint32_t co
         const uint64_t ideal = (total * j + count / 2) / count;
         // Where the limits allow it (one picture per later chunk at least);
         // limits that cannot all be met are dropped.
-        uint64_t low = std::max({previous + minLength, total > left * maxLength ? total - left * maxLength : 0,
-                                 previous + 1});
-        uint64_t high = std::min({previous + maxLength, total > left * minLength ? total - left * minLength : 0,
-                                  total - left});
+        uint64_t low =
+            std::max({previous + minLength, total > left * maxLength ? total - left * maxLength : 0, previous + 1});
+        uint64_t high =
+            std::min({previous + maxLength, total > left * minLength ? total - left * minLength : 0, total - left});
         if (low > high) {
             low = previous + 1;
             high = total - left;

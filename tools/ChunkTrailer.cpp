@@ -7,8 +7,6 @@
 #include <cstring>
 #include <memory>
 
-
-
 namespace evc {
 namespace tools {
 
@@ -106,10 +104,9 @@ std::optional<ChunkTrailer> ChunkTrailer::decode(const uint8_t (&in)[kSize])
     t.format.colorMatrix = int(Get32(in + 96));
     t.totalFrames = Get64(in + 104);
     // Nothing the join could not use.
-    if (t.count == 0 || t.index >= t.count || t.format.timeScale == 0 || t.format.width == 0 ||
-        t.format.height == 0 || t.format.width > 16384 || t.format.height > 16384 || t.format.fpsDen == 0 ||
-        t.format.sarDen == 0 || t.first + t.frames < t.first || t.first + t.frames > t.totalFrames ||
-        t.format.timeScale > INT32_MAX)
+    if (t.count == 0 || t.index >= t.count || t.format.timeScale == 0 || t.format.width == 0 || t.format.height == 0 ||
+        t.format.width > 16384 || t.format.height > 16384 || t.format.fpsDen == 0 || t.format.sarDen == 0 ||
+        t.first + t.frames < t.first || t.first + t.frames > t.totalFrames || t.format.timeScale > INT32_MAX)
         return std::nullopt;
     return t;
 }

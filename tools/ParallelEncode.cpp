@@ -70,9 +70,8 @@ EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress)
     // Largest first, so that no long chunk starts last.
     std::vector<size_t> order(count);
     std::iota(order.begin(), order.end(), 0);
-    std::stable_sort(order.begin(), order.end(), [&](size_t a, size_t b) {
-        return starts[a + 1] - starts[a] > starts[b + 1] - starts[b];
-    });
+    std::stable_sort(order.begin(), order.end(),
+                     [&](size_t a, size_t b) { return starts[a + 1] - starts[a] > starts[b + 1] - starts[b]; });
 
     ScratchFolder scratch;
     std::vector<std::string> files;

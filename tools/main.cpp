@@ -172,8 +172,9 @@ int Run(const EncodeOptions& options)
                         (CodecName(preset.codec()).empty() ? "this compressor's" : CodecName(preset.codec())) +
                         " video");
 
-        const std::string inputName =
-            !options.testPattern.empty() ? "test pattern" : options.input == "-" ? "standard input" : options.input;
+        const std::string inputName = !options.testPattern.empty() ? "test pattern"
+                                      : options.input == "-"       ? "standard input"
+                                                                   : options.input;
         // Chunks read the input again: each worker scores the scenes itself.
         const bool chunked = options.chunkCount != 0 || options.jobs > 1;
         auto openSource = [&]() -> std::unique_ptr<FrameSource> {

@@ -35,7 +35,14 @@ TEST(ChunkPlan, BoundariesFollowCutsWithinTheLimits)
     const std::vector<Row> rows = {
         {"no cuts: even shares", Scores(100, {}), 4, {}, {0, 25, 50, 75}},
         {"cuts near the shares win", Scores(100, {20, 55, 70}), 4, {}, {0, 20, 55, 70}},
-        {"the strongest cut in the window", [] { auto s = Scores(100, {40, 45}); s[45] = 0.9; return s; }(), 2, {},
+        {"the strongest cut in the window",
+         [] {
+             auto s = Scores(100, {40, 45});
+             s[45] = 0.9;
+             return s;
+         }(),
+         2,
+         {},
          {0, 45}},
         {"a cut too far from the share is left", Scores(100, {10}), 2, {}, {0, 50}},
         {"a weak change is no cut", Scores(100, {40}, kSceneCut / 2), 2, {}, {0, 50}},
@@ -100,11 +107,11 @@ TEST(ChunkTrailer, BytesAndWhatIsRefused)
     t.format.colorMatrix = 1;
     uint8_t bytes[ChunkTrailer::kSize];
     t.encode(bytes);
-    const evctest::Bytes golden = evctest::Hex(
-        "00 45 56 43 43 48 4B 31  01000000 03000000  0001000000000000  8000000000000000"
-        "905F010000000000  31637661  06000000  00000000  80070000  38040000  30750000  E9030000"
-        "01000000  01000000 01000000  01000000 01000000 01000000 01000000 01000000  00000000"
-        "0002000000000000");
+    const evctest::Bytes golden =
+        evctest::Hex("00 45 56 43 43 48 4B 31  01000000 03000000  0001000000000000  8000000000000000"
+                     "905F010000000000  31637661  06000000  00000000  80070000  38040000  30750000  E9030000"
+                     "01000000  01000000 01000000  01000000 01000000 01000000 01000000 01000000  00000000"
+                     "0002000000000000");
     EXPECT_EQ(evctest::Bytes(bytes, bytes + sizeof bytes), golden);
     const std::optional<ChunkTrailer> back = ChunkTrailer::decode(bytes);
     ASSERT_TRUE(back);

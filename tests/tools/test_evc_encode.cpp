@@ -451,10 +451,14 @@ TEST_F(EvcEncodeTest, ChunksJoinIntoTheWholeInputOrNothing)
         std::vector<std::string> keyTimes;  // the chunk boundaries among them
     };
     const std::vector<Row> rows = {
-        {"two jobs (four chunks)", preset + "--jobs 2 " + Quote(source), "jobs.mp4", {"0.000000", "0.800000",
-                                                                                       "1.200000", "1.600000"}},
-        {"three chunks joined out of order", "-q --join " + p3 + p1 + p2, "joined.mkv", {"0.000000", "0.800000",
-                                                                                         "1.600000"}},
+        {"two jobs (four chunks)",
+         preset + "--jobs 2 " + Quote(source),
+         "jobs.mp4",
+         {"0.000000", "0.800000", "1.200000", "1.600000"}},
+        {"three chunks joined out of order",
+         "-q --join " + p3 + p1 + p2,
+         "joined.mkv",
+         {"0.000000", "0.800000", "1.600000"}},
         {"joined into a raw stream", "-q --join " + p1 + p2 + p3, "joined.h264", {}},
     };
     for (const Row& row : rows) {
@@ -468,9 +472,8 @@ TEST_F(EvcEncodeTest, ChunksJoinIntoTheWholeInputOrNothing)
         if (row.keyTimes.empty())
             continue;  // a raw stream has no times
         std::vector<std::string> times = Lines(Probe(output, "-select_streams v:0 -show_entries packet=pts_time"));
-        std::sort(times.begin(), times.end(), [](const std::string& a, const std::string& b) {
-            return std::stod(a) < std::stod(b);
-        });
+        std::sort(times.begin(), times.end(),
+                  [](const std::string& a, const std::string& b) { return std::stod(a) < std::stod(b); });
         EXPECT_EQ(times, sourceTimes) << "the source's times, each once";
         std::vector<std::string> keys;
         for (const std::string& line : Lines(Probe(output, "-select_streams v:0 -show_entries packet=pts_time,flags")))
