@@ -10,6 +10,35 @@ uint32_t cutTo32(uint64_t value)
     return static_cast<uint32_t>(value);
 }
 
+// Both headers keep time, time base, duration and descriptor size at bytes
+// 8 to 35; they differ only in the first 8 bytes and the last 4.
+template <class THeader>
+void takeShared(THeader& header, const IPacket& packet)
+{
+    header.time = packet.getTime();
+    header.timeBase = packet.getTimeBase();
+    header.duration = packet.getDuration();
+    header.descriptorSize = cutTo32(packet.getDescriptorSize());
+}
+
+template <class THeader>
+void encodeShared(const THeader& header, uint8_t* out)
+{
+    ZKPutLE<8>(out + 8, header.time);
+    ZKPutLE<8>(out + 16, header.timeBase);
+    ZKPutLE<8>(out + 24, header.duration);
+    ZKPutLE<4>(out + 32, header.descriptorSize);
+}
+
+template <class THeader>
+void decodeShared(THeader& header, const uint8_t* in)
+{
+    header.time = ZKGetLE<8>(in + 8);
+    header.timeBase = ZKGetLE<8>(in + 16);
+    header.duration = ZKGetLE<8>(in + 24);
+    header.descriptorSize = cutTo32(ZKGetLE<4>(in + 32));
+}
+
 }  // namespace
 
 TZKPacketHeader TZKPacketHeader::of(const IPacket& packet)
@@ -17,10 +46,7 @@ TZKPacketHeader TZKPacketHeader::of(const IPacket& packet)
     TZKPacketHeader header;
     header.type = packet.getType();
     header.track = packet.getTrack();
-    header.time = packet.getTime();
-    header.timeBase = packet.getTimeBase();
-    header.duration = packet.getDuration();
-    header.descriptorSize = cutTo32(packet.getDescriptorSize());
+    takeShared(header, packet);
     header.dataSize = cutTo32(packet.getDataSize());
     return header;
 }
@@ -29,10 +55,7 @@ void TZKPacketHeader::encode(uint8_t* out) const
 {
     ZKPutLE<4>(out + 0, type);
     ZKPutLE<4>(out + 4, track);
-    ZKPutLE<8>(out + 8, time);
-    ZKPutLE<8>(out + 16, timeBase);
-    ZKPutLE<8>(out + 24, duration);
-    ZKPutLE<4>(out + 32, descriptorSize);
+    encodeShared(*this, out);
     ZKPutLE<4>(out + 36, dataSize);
 }
 
@@ -41,10 +64,7 @@ TZKPacketHeader TZKPacketHeader::decode(const uint8_t* in)
     TZKPacketHeader header;
     header.type = cutTo32(ZKGetLE<4>(in + 0));
     header.track = cutTo32(ZKGetLE<4>(in + 4));
-    header.time = ZKGetLE<8>(in + 8);
-    header.timeBase = ZKGetLE<8>(in + 16);
-    header.duration = ZKGetLE<8>(in + 24);
-    header.descriptorSize = cutTo32(ZKGetLE<4>(in + 32));
+    decodeShared(header, in);
     header.dataSize = cutTo32(ZKGetLE<4>(in + 36));
     return header;
 }
@@ -53,10 +73,7 @@ TZKBundleHeader TZKBundleHeader::of(const IPacket& bundle)
 {
     TZKBundleHeader header;
     header.track = bundle.getTrack();
-    header.time = bundle.getTime();
-    header.timeBase = bundle.getTimeBase();
-    header.duration = bundle.getDuration();
-    header.descriptorSize = cutTo32(bundle.getDescriptorSize());
+    takeShared(header, bundle);
     return header;
 }
 
@@ -64,10 +81,7 @@ void TZKBundleHeader::encode(uint8_t* out) const
 {
     ZKPutLE<4>(out + 0, track);
     ZKPutLE<4>(out + 4, 0);
-    ZKPutLE<8>(out + 8, time);
-    ZKPutLE<8>(out + 16, timeBase);
-    ZKPutLE<8>(out + 24, duration);
-    ZKPutLE<4>(out + 32, descriptorSize);
+    encodeShared(*this, out);
     ZKPutLE<4>(out + 36, 0);
 }
 
@@ -75,10 +89,7 @@ TZKBundleHeader TZKBundleHeader::decode(const uint8_t* in)
 {
     TZKBundleHeader header;
     header.track = cutTo32(ZKGetLE<4>(in + 0));
-    header.time = ZKGetLE<8>(in + 8);
-    header.timeBase = ZKGetLE<8>(in + 16);
-    header.duration = ZKGetLE<8>(in + 24);
-    header.descriptorSize = cutTo32(ZKGetLE<4>(in + 32));
+    decodeShared(header, in);
     return header;
 }
 
