@@ -88,6 +88,20 @@ std::vector<SettingOverride> Overrides(const EncodeOptions& o, const VideoFormat
         list.push_back({false, "Profile", "eEnum", o.profile});
     if (o.threads)
         list.push_back({false, "Threads", "eInt", std::to_string(*o.threads)});
+    // What the source says about its pictures, for codecs that signal it.
+    if (format.sarNum != 0) {
+        list.push_back({false, "SarWidth", "eInt", std::to_string(format.sarNum)});
+        list.push_back({false, "SarHeight", "eInt", std::to_string(format.sarDen)});
+    }
+    list.push_back({false, "ColourPrimaries", "eInt", std::to_string(format.colorPrimaries)});
+    list.push_back({false, "TransferCharacteristics", "eInt", std::to_string(format.colorTransfer)});
+    list.push_back({false, "MatrixCoefficients", "eInt", std::to_string(format.colorMatrix)});
+    list.push_back({false, "FullRange", "eBool", format.colorRange == AVCOL_RANGE_JPEG ? "True" : "False"});
+    const int fields = format.fieldOrder;
+    list.push_back({false, "FieldOrder", "eEnum",
+                    fields == AV_FIELD_TT || fields == AV_FIELD_BT   ? "tff"
+                    : fields == AV_FIELD_BB || fields == AV_FIELD_TB ? "bff"
+                                                                     : "progressive"});
     if (!format.variableRate && format.fpsNum != 0 && format.fpsDen != 0)
         list.push_back({false, "FrameRate", "eDouble", Number(double(format.fpsNum) / format.fpsDen)});
     return list;

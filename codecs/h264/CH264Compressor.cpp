@@ -54,7 +54,10 @@ CH264Compressor::CH264Compressor()
                    EnumRow(kTune, NameList(x264_tune_names, "none"), "none"),
                    // "auto" leaves the choice to the encoder.
                    EnumRow(kProfile, {"auto", "baseline", "main", "high"}, "auto"), DoubleRow(kCRF, 23.0, 0, 51),
-                   IntRow(kThreads, 0, 0, kMaxThreads), DoubleRow(kFrameRate, 0.0, 0, 1000)})
+                   IntRow(kThreads, 0, 0, kMaxThreads), DoubleRow(kFrameRate, 0.0, 0, 1000),
+                   IntRow(kSarWidth, 0, 0, 65535), IntRow(kSarHeight, 0, 0, 65535), IntRow(kColourPrimaries, 2, 0, 255),
+                   IntRow(kTransfer, 2, 0, 255), IntRow(kMatrix, 2, 0, 255), BoolRow(kFullRange, false),
+                   EnumRow(kFieldOrder, {"progressive", "tff", "bff"}, "progressive")})
 {
 }
 
@@ -102,6 +105,16 @@ bool CH264Compressor::MakeParameters(const TStreamInfo& stream, x264_param_t& pa
         param.rc.i_rc_method = X264_RC_CRF;
         param.rc.f_rf_constant = static_cast<float>(m_nonStandard.Double(kCRF));
     }
+    // What the source says about its pictures.
+    param.vui.i_sar_width = m_nonStandard.Int(kSarWidth);
+    param.vui.i_sar_height = m_nonStandard.Int(kSarHeight);
+    param.vui.i_colorprim = m_nonStandard.Int(kColourPrimaries);
+    param.vui.i_transfer = m_nonStandard.Int(kTransfer);
+    param.vui.i_colmatrix = m_nonStandard.Int(kMatrix);
+    param.vui.b_fullrange = m_nonStandard.Bool(kFullRange) ? 1 : 0;
+    const std::string& fields = m_nonStandard.Enum(kFieldOrder);
+    param.b_interlaced = fields != "progressive";
+    param.b_tff = fields == "tff";
     // The headers travel once in the descriptors, the pictures as Annex-B.
     param.b_repeat_headers = 0;
     param.b_annexb = 1;

@@ -52,6 +52,18 @@ constexpr char kThreads[] = "Threads";  // eInt, 0: as many as the machine suits
 // pictures' times (one picture of delay) except with Tune "zerolatency",
 // where it relies on this rate and every picture comes out of its own call.
 constexpr char kFrameRate[] = "FrameRate";
+// What the stream says about its pictures (the VUI), as ITU-T H.273 codes:
+// eInt sample aspect ratio width and height (0: unknown), colour primaries,
+// transfer characteristics and matrix coefficients (2: unspecified), eBool
+// full range, eEnum field order "progressive", "tff" or "bff" (interlaced
+// pictures, top or bottom field first).
+constexpr char kSarWidth[] = "SarWidth";
+constexpr char kSarHeight[] = "SarHeight";
+constexpr char kColourPrimaries[] = "ColourPrimaries";
+constexpr char kTransfer[] = "TransferCharacteristics";
+constexpr char kMatrix[] = "MatrixCoefficients";
+constexpr char kFullRange[] = "FullRange";
+constexpr char kFieldOrder[] = "FieldOrder";
 
 }  // namespace h264
 }  // namespace evc

@@ -201,7 +201,9 @@ TEST_F(H264, EntryPointsExportsAndSettings)
 
     const std::pair<ISettingArray*, std::vector<std::string>> arrays[] = {
         {m_bundle->get()->GetStandardSettings(), {"Bitrate", "KeyFrameInterval"}},
-        {m_bundle->get()->GetNonStandardSettings(), {"Preset", "Tune", "Profile", "CRF", "Threads", "FrameRate"}}};
+        {m_bundle->get()->GetNonStandardSettings(),
+         {"Preset", "Tune", "Profile", "CRF", "Threads", "FrameRate", "SarWidth", "SarHeight", "ColourPrimaries",
+          "TransferCharacteristics", "MatrixCoefficients", "FullRange", "FieldOrder"}}};
     for (const auto& [array, names] : arrays) {
         std::vector<std::string> listed;
         for (int32_t i = 0; i < array->GetCount(); ++i)

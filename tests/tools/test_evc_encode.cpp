@@ -106,6 +106,8 @@ protected:
             {"cuts.mkv", "ffmpeg -v error -y -f lavfi -i testsrc2=size=96x64:rate=25:duration=0.8 -f lavfi -i "
                          "smptebars=size=96x64:rate=25:duration=0.8 -f lavfi -i rgbtestsrc=size=96x64:rate=25:"
                          "duration=0.8 -filter_complex '[0][1][2]concat=n=3:v=1[v]' -map '[v]' -c:v ffv1"},
+            {"described.mkv", lavfi + "64x48:rate=25:duration=0.2 -vf setsar=4/3 -c:v libx264 -color_primaries "
+                                      "bt709 -color_trc bt709 -colorspace bt709 -color_range pc"},
         };
         const std::string path = s_media->file(name);
         if (RunCommand("test -e " + Quote(path), *s_media).status != 0) {
@@ -236,6 +238,13 @@ TEST_F(EvcEncodeTest, OptionsReachTheEncoder)
     const std::string raw = m_dir->file("ntsc.h264");
     ASSERT_EQ(Encode("-q --test-pattern 64x48@30000/1001:0.3 -o " + Quote(raw)).status, 0);
     EXPECT_EQ(Probe(raw, "-show_entries stream=r_frame_rate"), "30000/1001\n");
+
+    // What the source says of its pictures reaches a raw stream too.
+    const std::string described = m_dir->file("described.h264");
+    ASSERT_EQ(Encode("-q " + Quote(Media("described.mkv")) + " -o " + Quote(described)).status, 0);
+    EXPECT_EQ(Probe(described, "-show_entries stream=sample_aspect_ratio,color_range,color_space,color_transfer,"
+                               "color_primaries"),
+              "4:3,pc,bt709,bt709,bt709\n");
 
     const std::string seeked = m_dir->file("seeked.mp4");
     ASSERT_EQ(Encode("-q --ss 0.4 --frames 5 " + Quote(Media("src.mp4")) + " -o " + Quote(seeked)).status, 0);
