@@ -22,7 +22,7 @@ using namespace evctest;
 
 namespace {
 
-constexpr uint32_t kFormatMismatch = 0x800F0007;
+constexpr uint32_t kFormatMismatch = kZKErrFormatMismatch;
 constexpr uint32_t kWidth = 128, kHeight = 96;
 constexpr int kFrames = 12, kForcedKey = 6;
 

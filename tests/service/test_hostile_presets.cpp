@@ -8,13 +8,14 @@
 #include <cerrno>
 
 #include "ServiceHarness.h"
+#include "evc/ZKResult.h"
 #include "service/PresetText.h"
 
 using namespace evctest;
 
 namespace {
 
-constexpr uint32_t kBadPreset = 0x800300EA;
+constexpr uint32_t kBadPreset = kZKErrBadPreset;
 constexpr uint32_t kAnyStatus = 1;  // answered, whatever the status
 
 std::string Repeat(const std::string& part, size_t times)
