@@ -2,28 +2,18 @@
 // file across processes, their error lines, the quiet mutex and temporary file names.
 #include "common/Process.h"
 #include "common/Scratch.h"
+#include "Regex.h"
 
 #include "ipc/details/AMemoryMappedFile.h"
 
 #include <atomic>
 #include <fstream>
 #include <functional>
-#include <regex>
 #include <thread>
 
 using namespace evctest;
 
 namespace {
-
-bool Matches(const std::string& text, const std::string& pattern)
-{
-    return std::regex_match(text, std::regex(pattern));
-}
-
-std::string Escape(const std::string& text)
-{
-    return std::regex_replace(text, std::regex(R"([.^$|()\[\]{}*+?\\])"), R"(\$&)");
-}
 
 // One error line: "ERROR: <file>:<line>, <signature> -- <reason>".
 std::string ErrorLine(const std::string& signature, const std::string& reason = "")
