@@ -40,12 +40,12 @@ ServiceError::ServiceError(Kind kind, int signal, int exitStatus, std::string la
 }
 
 // A limit and how it was reached, for the error that says it was exceeded.
-struct Limit {
+struct EVC_CLIENT_LOCAL Limit {
     std::chrono::milliseconds total;
     std::string origin;
 };
 
-class Client::TPrivate {
+class EVC_CLIENT_LOCAL Client::TPrivate {
 public:
     explicit TPrivate(const ClientOptions& options);
 

@@ -75,7 +75,7 @@ struct Received {
 
 }  // namespace
 
-class EncodeSession::TPrivate {
+class EVC_CLIENT_LOCAL EncodeSession::TPrivate {
 public:
     TPrivate(const SessionOptions& options, const std::string& presetXml, const ZKEncImage_t& description)
         : m_options(options), m_preset(presetXml), m_description(description, m_proxy)

@@ -1,5 +1,6 @@
 #include "client/ServiceLocation.h"
 
+#include <dlfcn.h>
 #include <linux/limits.h>
 #include <unistd.h>
 
@@ -28,6 +29,31 @@ std::string ParentFolder(const std::string& path)
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
+// The folder of the object this code was linked into: the program, or
+// libevc-client.so in PREFIX/lib.
+std::string CodeFolder()
+{
+    Dl_info info{};
+    static const int anchor = 0;
+    if (dladdr(&anchor, &info) == 0 || info.dli_fname == nullptr || *info.dli_fname == 0)
+        return ProgramFolder();
+    char path[PATH_MAX];
+    if (realpath(info.dli_fname, path) == nullptr)
+        return ProgramFolder();
+    return ParentFolder(path);
+}
+
+// evc-service beside the program (a build tree, an installed evc-encode),
+// else in the bin/ beside the lib/ that holds this library.
+std::string DefaultServicePath()
+{
+    const std::string besideProgram = ProgramFolder() + "/evc-service";
+    if (access(besideProgram.c_str(), X_OK) == 0)
+        return besideProgram;
+    const std::string installed = ParentFolder(CodeFolder()) + "/bin/evc-service";
+    return access(installed.c_str(), X_OK) == 0 ? installed : besideProgram;
+}
+
 }  // namespace
 
 std::string ServicePath(const ClientOptions& options)
@@ -35,7 +61,7 @@ std::string ServicePath(const ClientOptions& options)
     if (!options.servicePath.empty())
         return options.servicePath;
     const char* fromEnvironment = getenv("EVC_SERVICE");
-    return fromEnvironment != nullptr && *fromEnvironment ? fromEnvironment : ProgramFolder() + "/evc-service";
+    return fromEnvironment != nullptr && *fromEnvironment ? fromEnvironment : DefaultServicePath();
 }
 
 std::string ApplicationFolder(const ClientOptions& options, const std::string& servicePath)

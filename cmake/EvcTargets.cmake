@@ -1,4 +1,5 @@
 # Common compile settings for every evc target.
+include(EvcPluginBundle)
 add_library(evc_options INTERFACE)
 target_compile_options(evc_options INTERFACE -Wall -Wextra)
 if(EVC_WERROR)
@@ -124,15 +125,8 @@ function(evc_add_plugin name)
   add_library(${target} MODULE ${A_SOURCES})
   target_link_libraries(${target} PRIVATE evc_options ${A_DEPS})
   target_include_directories(${target} PRIVATE ${CMAKE_SOURCE_DIR}/include)
-  set_target_properties(${target} PROPERTIES
-    PREFIX "" SUFFIX "" OUTPUT_NAME ${A_EXECUTABLE}
-    CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON
-    LIBRARY_OUTPUT_DIRECTORY ${EVC_PLUGINS_DIR}/${A_BUNDLE}/Contents/Linux)
-  # Hidden visibility still lets template statics of the standard library out;
-  # the version script keeps the four entry points the only exports.
-  set(exports ${CMAKE_SOURCE_DIR}/cmake/plugin-exports.map)
-  target_link_options(${target} PRIVATE -Wl,--version-script=${exports})
-  set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${exports})
+  evc_plugin_bundle(${target} EXECUTABLE ${A_EXECUTABLE} DIRECTORY ${EVC_PLUGINS_DIR}/${A_BUNDLE}
+                    EXPORTS ${CMAKE_SOURCE_DIR}/cmake/plugin-exports.map)
   if(NOT A_TEST_ONLY)
     install(DIRECTORY ${EVC_PLUGINS_DIR}/${A_BUNDLE} DESTINATION lib/evc/Evc.app/Contents/PlugIns
             USE_SOURCE_PERMISSIONS)

@@ -22,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "evc/Export.h"
 #include "evc/ZKImage.h"
 #include "evc/ZKResult.h"
 
@@ -29,7 +30,8 @@ namespace evc {
 
 struct ClientOptions {
     // Path of evc-service; empty: EVC_SERVICE from the environment, else
-    // evc-service next to the running program.
+    // evc-service next to the running program, else the installed one
+    // (PREFIX/bin beside the PREFIX/lib that holds libevc-client.so).
     std::string servicePath;
     // The folder that holds the host bundle and the bundle's path inside it;
     // empty folder: the parent of the service's folder (a build tree) or
@@ -57,7 +59,7 @@ struct ClientOptions {
 };
 
 // The service died, hung, broke the protocol or could not be started.
-class ServiceError : public std::runtime_error {
+class EVC_CLIENT_API ServiceError : public std::runtime_error {
 public:
     enum class Kind {
         StartFailed,        // the program is missing or did not announce itself
@@ -86,7 +88,7 @@ private:
 
 // A request the caller should not have made; the service is not involved and
 // the client stays usable unless the text says otherwise.
-class UsageError : public std::invalid_argument {
+class EVC_CLIENT_API UsageError : public std::invalid_argument {
 public:
     using std::invalid_argument::invalid_argument;
 };
@@ -119,7 +121,7 @@ struct EncodedFrame {
 
 // Every command below throws ServiceError (the service died, hung or broke
 // the protocol) and UsageError (called after Quit), besides what it lists.
-class Client {
+class EVC_CLIENT_API Client {
 public:
     // Removes what hosts that died left in the temporary folder, creates the
     // segment, starts the service and waits until it is ready (startTimeout).

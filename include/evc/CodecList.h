@@ -32,11 +32,11 @@ struct CodecInfo {
 // bundle the options name (as Client does) and parses its lines. Throws
 // ServiceError when the service cannot start, fails, or takes longer than
 // options.commandTimeout.
-std::vector<CodecInfo> ListCodecs(const ClientOptions& options = ClientOptions());
+EVC_CLIENT_API std::vector<CodecInfo> ListCodecs(const ClientOptions& options = ClientOptions());
 
 // A preset whose setting names a kind the compressor does not declare; the
 // preset was not sent and the client stays usable.
-class PresetError : public UsageError {
+class EVC_CLIENT_API PresetError : public UsageError {
 public:
     using UsageError::UsageError;
 };
@@ -44,6 +44,6 @@ public:
 // A message naming the first setting of the preset whose kind differs from
 // the kind the preset's compressor declares in codecs; "" when all agree, the
 // preset does not parse, or codecs does not describe its compressor.
-std::string CheckPresetKinds(const std::string& presetXml, const std::vector<CodecInfo>& codecs);
+EVC_CLIENT_API std::string CheckPresetKinds(const std::string& presetXml, const std::vector<CodecInfo>& codecs);
 
 }  // namespace evc

@@ -57,7 +57,7 @@ struct SessionOptions {
 
 // The compressor answered a picture or the preset with a failure status: an
 // answer, so the session does not retry it.
-class StatusError : public std::runtime_error {
+class EVC_CLIENT_API StatusError : public std::runtime_error {
 public:
     StatusError(uint32_t status, const std::string& what);
     uint32_t status() const { return m_status; }
@@ -68,7 +68,7 @@ private:
 
 // The session gave up: the service failed again after maxRestarts restarts in
 // a row. kind() and the rest describe the last failure.
-class RecoveryError : public ServiceError {
+class EVC_CLIENT_API RecoveryError : public ServiceError {
 public:
     RecoveryError(const ServiceError& last, uint64_t frame, unsigned restarts);
     // The picture whose command failed every time.
@@ -80,7 +80,7 @@ private:
     unsigned m_restarts;
 };
 
-class EncodeSession {
+class EVC_CLIENT_API EncodeSession {
 public:
     // Starts the service, applies the preset and begins a stream like
     // streamDescription (its geometry and time scale; pixels are not needed).

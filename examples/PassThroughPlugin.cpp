@@ -1,8 +1,8 @@
-// A whole compressor bundle on the public plug-in helpers: every picture
+// The minimal compressor plug-in, on the public helpers alone: every picture
 // comes out as its planes, top-down rows without padding, one packet each;
-// "KeyFrameInterval" marks every n-th picture as a key one. The end-to-end
-// test checks the helpers byte for byte with it; it is also the shortest
-// example of a plug-in.
+// "KeyFrameInterval" marks every n-th picture as a key one. The examples
+// build it against an installed evc; the end-to-end test checks the helpers
+// byte for byte with it.
 #include <string>
 
 #include "evc/PluginCompressor.h"

@@ -1,0 +1,111 @@
+// The installed package from the outside: libevc-client.so exports only the
+// evc namespace under its SONAME, and the examples build against one
+// installation in a scratch prefix (CMake package and pkg-config) and encode
+// through the installed service without EVC_SERVICE.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include "common/Process.h"
+#include "common/TempDir.h"
+
+namespace {
+
+using evctest::RunCommand;
+
+std::string Quote(const std::string& s)
+{
+    return "'" + s + "'";
+}
+
+TEST(SharedClient, ExportsOnlyTheEvcNamespaceUnderItsSoname)
+{
+    const evctest::CommandResult soname = RunCommand("objdump -p " + Quote(EVC_CLIENT_LIBRARY));
+    ASSERT_EQ(soname.status, 0) << soname.output;
+    EXPECT_NE(soname.output.find("SONAME               libevc-client.so.0"), std::string::npos) << soname.output;
+
+    const evctest::CommandResult nm =
+        RunCommand("nm -D --defined-only --demangle --format=just-symbols " + Quote(EVC_CLIENT_LIBRARY));
+    ASSERT_EQ(nm.status, 0) << nm.output;
+    static const char* const allowed[] = {"evc::", "typeinfo for evc::", "typeinfo name for evc::", "vtable for evc::"};
+    std::istringstream lines(nm.output);
+    std::string name;
+    size_t exported = 0;
+    while (std::getline(lines, name)) {
+        bool ok = false;
+        for (const char* prefix : allowed)
+            ok = ok || name.rfind(prefix, 0) == 0;
+        EXPECT_TRUE(ok) << "exported outside the evc namespace: " << name;
+        ++exported;
+    }
+    // The entry points a host needs are there.
+    for (const char* needed : {"evc::Client::Client(evc::ClientOptions const&)", "evc::Client::CompressFrame(",
+                               "evc::EncodeSession::Encode(", "typeinfo for evc::ServiceError"}) {
+        SCOPED_TRACE(needed);
+        EXPECT_NE(nm.output.find(needed), std::string::npos);
+    }
+    EXPECT_GT(exported, 10u);
+}
+
+class InstalledPackage : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        s_prefix = std::make_unique<evctest::TempDir>();
+        s_install = RunCommand("cmake --install " + Quote(evctest::BuildPath()) + " --prefix " +
+                               Quote(s_prefix->File("prefix")));
+    }
+    static void TearDownTestSuite() { s_prefix.reset(); }
+    void SetUp() override
+    {
+        if (EVC_SANITIZED)
+            GTEST_SKIP() << "the examples are built without the sanitizers the library carries";
+        ASSERT_TRUE(s_prefix->Ok());
+        ASSERT_EQ(s_install.status, 0) << s_install.output;
+    }
+    static std::string Prefix() { return s_prefix->File("prefix"); }
+
+    static std::unique_ptr<evctest::TempDir> s_prefix;
+    static evctest::CommandResult s_install;
+};
+std::unique_ptr<evctest::TempDir> InstalledPackage::s_prefix;
+evctest::CommandResult InstalledPackage::s_install;
+
+TEST_F(InstalledPackage, PkgConfigPointsIntoThePrefix)
+{
+    const evctest::CommandResult flags = RunCommand("PKG_CONFIG_PATH=" + Quote(Prefix() + "/lib/pkgconfig") +
+                                                    " pkg-config --cflags --libs evc-client evc-plugin");
+    ASSERT_EQ(flags.status, 0) << flags.output;
+    for (const char* part : {"/include", "/lib -levc-client", "/lib/cmake/evc/plugin-exports.map"}) {
+        SCOPED_TRACE(part);
+        EXPECT_NE(flags.output.find(Prefix() + part), std::string::npos) << flags.output;
+    }
+    EXPECT_EQ(flags.output.find("/usr/local"), std::string::npos) << flags.output;
+}
+
+TEST_F(InstalledPackage, ExamplesBuildOutOfTreeAndEncodeThroughTheInstalledService)
+{
+    const struct {
+        const char* name;
+        const char* configure;
+    } rows[] = {
+        {"cmake", "-DCMAKE_PREFIX_PATH="},
+        {"pkg-config", "-DEVC_EXAMPLES_PKG_CONFIG=ON -DCMAKE_PREFIX_PATH="},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const std::string build = s_prefix->File(std::string("examples-") + row.name);
+        const evctest::CommandResult made =
+            RunCommand("cmake -S " + Quote(std::string(EVC_SOURCE_DIR) + "/examples") + " -B " + Quote(build) +
+                       " -G Ninja " + row.configure + Quote(Prefix()) + " && cmake --build " + Quote(build));
+        ASSERT_EQ(made.status, 0) << made.output;
+        const evctest::CommandResult run =
+            RunCommand("env -u EVC_SERVICE " + Quote(build + "/example-host") + " " + Quote(build));
+        EXPECT_EQ(run.status, 0) << run.output;
+        EXPECT_EQ(run.output, "encoded 10 pictures: 10 packets, 2 key, 46080 bytes\n");
+    }
+}
+
+}  // namespace
