@@ -4,6 +4,7 @@
 // through the installed service without EVC_SERVICE.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -83,6 +84,12 @@ TEST_F(InstalledPackage, PkgConfigPointsIntoThePrefix)
         EXPECT_NE(flags.output.find(Prefix() + part), std::string::npos) << flags.output;
     }
     EXPECT_EQ(flags.output.find("/usr/local"), std::string::npos) << flags.output;
+    for (const char* file : {"lib/cmake/evc/evcConfig.cmake", "lib/cmake/evc/EvcPlugin.cmake", "bin/evc-inspect",
+                             "share/man/man1/evc-encode.1", "share/man/man1/evc-service.1",
+                             "share/bash-completion/completions/evc-encode"}) {
+        SCOPED_TRACE(file);
+        EXPECT_TRUE(std::filesystem::exists(Prefix() + "/" + file));
+    }
 }
 
 TEST_F(InstalledPackage, ExamplesBuildOutOfTreeAndEncodeThroughTheInstalledService)
