@@ -2,6 +2,7 @@
 #include "evc/CodecList.h"
 
 #include <signal.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -111,6 +112,14 @@ Client::TPrivate::TPrivate(const ClientOptions& options) : m_options(options), m
             options.forwardServiceErrors));
     } catch (const std::exception& e) {
         throw ServiceError(ServiceError::Kind::StartFailed, 0, -1, "", e.what());
+    }
+    if (options.maxServiceMemoryBytes != 0) {
+        // Set from here so the service's command line stays as it is; it
+        // applies before the first command loads any plug-in.
+        const rlimit limit{options.maxServiceMemoryBytes, options.maxServiceMemoryBytes};
+        if (prlimit(m_process->pid(), RLIMIT_AS, &limit, nullptr) != 0)
+            throw ServiceError(ServiceError::Kind::StartFailed, 0, -1, "",
+                               std::string("cannot limit the service's memory: ") + std::strerror(errno));
     }
     try {
         WaitForResponse("start-up", {options.startTimeout, "startTimeout"});

@@ -7,7 +7,7 @@ PACKAGES=(
   cmake ninja-build g++ pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
   qtbase5-dev libtinyxml-dev libboost-thread-dev libssl-dev uuid-dev
-  libx264-dev libvpx-dev libx265-dev libsvtav1enc-dev ffmpeg clang-format
+  libx264-dev libvpx-dev libx265-dev libsvtav1enc-dev ffmpeg clang-format libseccomp-dev
   x264 doxygen
   slurm-wlm munge
   libavformat-dev libavcodec-dev libavutil-dev libswscale-dev

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "service/CodecListing.h"
+#include "service/Sandbox.h"
 #include "service/ExternalVideoCompressorService.h"
 #include "service/HostWatch.h"
 #include "service/ZKConvertToScalar.h"
@@ -56,8 +57,15 @@ int RunServiceEntry(TArgumentMap& arguments, int commandTimeoutSeconds)
     char* qtArguments[] = {&programPath[0], nullptr};
     QCoreApplication application(qtArgumentCount, qtArguments);
 
-    if (arguments.size() >= 2 && arguments[1] == kListCodecsOption)
+    if (arguments.size() >= 2 && arguments[1] == kListCodecsOption) {
+        // Listing runs plug-in code too.
+        const std::string refused = EnterSandbox();
+        if (!refused.empty()) {
+            std::cerr << "Error: " << refused << std::endl;
+            return 2;
+        }
         return RunListing(arguments);
+    }
 
     if (arguments.size() != 4) {
         std::cerr << "USAGE: " << programPath << " clientShmKey clientProcessId clientApplicationName" << std::endl;
@@ -68,6 +76,11 @@ int RunServiceEntry(TArgumentMap& arguments, int commandTimeoutSeconds)
     const long long clientProcessId = ZKConvertToScalar<long long>(arguments[2].c_str());
     const std::string clientApplicationName = arguments[3];
     // Before anything can block: a host that dies never leaves us behind.
+    const std::string refused = EnterSandbox();
+    if (!refused.empty()) {
+        std::cerr << "Error: " << refused << std::endl;
+        return 2;
+    }
     StartHostWatch(clientProcessId, clientShmKey);
 
     try {

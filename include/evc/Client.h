@@ -56,6 +56,12 @@ struct ClientOptions {
     // what the compressor declares (see evc/CodecList.h) and throws
     // PresetError on a mismatch, before the service sees the preset.
     bool checkPresetKinds = true;
+    // Address-space limit of the service in bytes (RLIMIT_AS), 0 for none. A
+    // codec that needs more fails its allocations instead of taking the
+    // machine's memory. Sanitizer builds reserve far more address space than
+    // they use: leave it 0 there. (The service runs sandboxed; EVC_NO_SANDBOX=1
+    // in the environment it inherits turns that off, for debugging plug-ins.)
+    uint64_t maxServiceMemoryBytes = 0;
 };
 
 // The service died, hung, broke the protocol or could not be started.

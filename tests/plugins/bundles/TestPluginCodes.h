@@ -24,6 +24,8 @@ constexpr uint32_t kFaultyCodec = FourCC("faul");
 constexpr uint32_t kTwinCodec = FourCC("twin");
 constexpr uint32_t kDualCodec = FourCC("dual");
 constexpr uint32_t kGpuCodec = FourCC("gpu ");
+// test_sandbox.qv64 offers (EvcT, sbox): it tries what the sandbox refuses.
+constexpr uint32_t kSandboxCodec = FourCC("sbox");
 // test_faulty_h264.qv64 offers (EvcT, fh26, 8): the h264 bundle's compressor
 // behind a fault switch (see FaultyH264Plugin.cpp).
 constexpr uint32_t kFaultyH264Codec = FourCC("fh26");
