@@ -49,15 +49,10 @@ TEST(EbmlCache, ReadsCostOneDiskReadPerLineAndLargeOnesGrowTheLine)
     EXPECT_EQ(got, Bytes(disk.bytes_.begin(), disk.bytes_.begin() + 5000));
     EXPECT_EQ(disk.loads_, (Calls{{0, 4096}, {4096, 4096}}));
     EXPECT_EQ(cache.load(9998, 8, got.data()), 2u);  // stops at the end of the data
-    for (const auto& row :
-         {std::make_pair(4097, 8192), std::make_pair(10000, 12288), std::make_pair(0x1000001, 4096)}) {
-        FakeDisk big(evctest::Pattern(row.first + 10));
-        TCache grown(&big, 1, 4096);
-        Bytes all(row.first);
-        EXPECT_EQ(grown.load(3, row.first, all.data()), size_t(row.first));
-        EXPECT_EQ(grown.lineSize(), size_t(row.second)) << row.first;
-        EXPECT_EQ(std::memcmp(all.data(), big.bytes_.data() + 3, row.first), 0);
-    }
+    Bytes all(10000);                                // a request larger than a line grows the line
+    EXPECT_EQ(cache.load(3, 9000, all.data()), 9000u);
+    EXPECT_EQ(cache.lineSize(), 12288u);
+    EXPECT_TRUE(std::equal(all.begin(), all.begin() + 9000, disk.bytes_.begin() + 3));
 }
 
 TEST(EbmlCache, WritesWaitForEvictionOrClearingAndHolesReadAsZeros)

@@ -16,7 +16,6 @@ EBML_TEST_NAME(TNameO, "O");
 typedef TElt<VUInt, 0x4286, TNameVersion> TVersion;
 typedef TElt<VInt, 0xA1, TNameO> TSigned;
 typedef TElt<VFloat, 0xA2, TNameO> TFloat;
-typedef TElt<VDate, 0xA4, TNameO> TDate;
 
 }  // namespace
 
@@ -38,9 +37,6 @@ TEST(EbmlElement, ScalarGoldenBytes)
     f->set(1.0);
     f->setSize(8);
     EXPECT_EQ(SaveBytes(f), Hex("A2 88 3FF0000000000000"));
-    TDate d;
-    d->setTime(978307200 + 1);  // one second after the epoch of dates, in nanoseconds
-    EXPECT_EQ(SaveBytes(d), Hex("A4 88 000000003B9ACA00"));
     TCount c;
     c->set(0x1234);
     EXPECT_EQ(SaveBytes(c, 8), Hex("82 0100000000000002 1234"));

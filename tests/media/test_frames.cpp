@@ -67,86 +67,54 @@ TEST_F(FrameTest, RecordIsLaidOutOnABufferKeptWhileItFits)
 
 TEST_F(FrameTest, RecordsFromElsewhereAreTakenOnlyInsideTheBuffer)
 {
-    CAImageFrame frame;
-    Allocate(frame, eColorFormatARGB32, 100, 10);  // 4000 bytes
-    const ZKImage_t base = frame.GetZKImage();
-    uint8_t* start = base.planes[0];
-    EXPECT_EQ(frame.SetZKImage(nullptr), kZKErrBadArgument);
+    CAImageFrame argb, yuv;
+    Allocate(argb, eColorFormatARGB32, 100, 10);      // 4000 bytes
+    Allocate(yuv, eColorFormatYUV420Planar, 64, 64);  // 6144 bytes, row bytes 64 + 32
+    const ZKEncImage_t bases[] = {argb.GetZKEncImage(), yuv.GetZKEncImage()};
+    EXPECT_EQ(argb.SetZKImage(nullptr), kZKErrBadArgument);
+    EXPECT_EQ(yuv.SetZKEncImage(nullptr), kZKErrBadArgument);
     const struct {
         const char* name;
-        uint8_t* firstPlane;
-        uint32_t height, rowBytes, expected;
+        bool encoded;
+        long shift;
+        uint32_t height, rowBytes;  // row bytes 0: as laid out
+        bool ok;
     } rows[] = {
-        {"exact fit", start, 10, 400, kZKNoErr},
-        {"one row shorter, shifted by a row", start + 400, 9, 400, kZKNoErr},
-        {"shifted by one byte", start + 1, 10, 400, kZKErrBadArgument},
-        {"before the buffer", start - 4, 1, 400, kZKErrBadArgument},
-        {"padded rows, the last one unpadded", start, 8, 480, kZKNoErr},
-        {"padded rows, one too many", start, 9, 480, kZKErrBadArgument},
+        {"exact fit", false, 0, 10, 0, true},
+        {"one row shorter, shifted by a row", false, 400, 9, 0, true},
+        {"shifted by one byte", false, 1, 10, 0, false},
+        {"before the buffer", false, -4, 1, 0, false},
+        {"padded rows, the last one unpadded", false, 0, 8, 480, true},
+        {"padded rows, one too many", false, 0, 9, 480, false},
+        // An encoded record may run past the end by half its row bytes: (64 + 32) / 2 = 48.
+        {"encoded, larger than the buffer", true, 0, 66, 0, false},
+        {"encoded, shifted within the allowance", true, 48, 64, 0, true},
+        {"encoded, shifted past the allowance", true, 49, 64, 0, false},
+        {"encoded, before the buffer", true, -1, 64, 0, false},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        ZKImage_t record = base;
-        record.planes[0] = row.firstPlane;
-        record.height = row.height;
-        record.rowBytes[0] = row.rowBytes;
-        record.time = 33;
-        record.timeScale = 600;
-        EXPECT_EQ(frame.SetZKImage(&record), row.expected);
-        EXPECT_EQ(frame.GetHeight(), row.expected == kZKNoErr ? row.height : 10u);
-        EXPECT_EQ(frame.GetTime() == CATime(33, 600), row.expected == kZKNoErr);
-        ASSERT_EQ(frame.SetZKImage(&base), kZKNoErr);
+        CAImageFrame& frame = row.encoded ? yuv : argb;
+        ZKEncImage_t record = bases[row.encoded];
+        record.image.planes[0] += row.shift;
+        record.image.height = row.height;
+        record.image.rowBytes[0] = row.rowBytes ? row.rowBytes : record.image.rowBytes[0];
+        record.image.time = 33;
+        record.image.timeScale = 600;
+        EXPECT_EQ(row.encoded ? frame.SetZKEncImage(&record) : frame.SetZKImage(&record.image),
+                  row.ok ? kZKNoErr : kZKErrBadArgument);
+        EXPECT_EQ(frame.GetTime() == CATime(33, 600), row.ok);
+        ASSERT_EQ(row.encoded ? yuv.SetZKEncImage(&bases[1]) : argb.SetZKImage(&bases[0].image), kZKNoErr);
     }
     // Contained: the first plane within the buffer, its end included.
-    ZKImage_t record = base;
+    ZKImage_t record = bases[0].image;
+    uint8_t* start = record.planes[0];
     for (const auto& at :
          {std::make_pair(start, true), std::make_pair(start + 4000, true), std::make_pair(start + 4001, false),
           std::make_pair(start - 1, false), std::make_pair(static_cast<uint8_t*>(nullptr), false)}) {
         record.planes[0] = at.first;
-        EXPECT_EQ(frame.ContainsZKImage(record), at.second) << at.first - start;
+        EXPECT_EQ(argb.ContainsZKImage(record), at.second) << at.first - start;
     }
-}
-
-TEST_F(FrameTest, EncodedRecordsAllowHalfARowPastTheEndAndBringTheirBundles)
-{
-    CAImageFrame frame;
-    Allocate(frame, eColorFormatYUV420Planar, 64, 64);  // 6144 bytes
-    const ZKEncImage_t base = frame.GetZKEncImage();
-    uint8_t* start = base.image.planes[0];
-    EXPECT_EQ(frame.SetZKEncImage(nullptr), kZKErrBadArgument);
-    const struct {
-        const char* name;
-        uint8_t* firstPlane;
-        uint32_t height, expected;
-    } rows[] = {
-        // Row bytes 64 + 32: the allowance past the end is (64 + 32) / 2 = 48.
-        {"same layout", start, 64, kZKNoErr},
-        {"larger than the buffer", start, 66, kZKErrBadArgument},
-        {"shifted within the allowance", start + 48, 64, kZKNoErr},
-        {"shifted past the allowance", start + 49, 64, kZKErrBadArgument},
-        {"before the buffer", start - 1, 64, kZKErrBadArgument},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        ZKEncImage_t record = base;
-        record.image.planes[0] = row.firstPlane;
-        record.image.height = row.height;
-        record.streamValue = 42;
-        EXPECT_EQ(frame.SetZKEncImage(&record), row.expected);
-        EXPECT_EQ(frame.GetZKEncImage().streamValue, row.expected == kZKNoErr ? 42u : 0u);
-        ASSERT_EQ(frame.SetZKEncImage(&base), kZKNoErr);
-    }
-    ZKEncImage_t record = base;
-    record.descriptors = new TestPacketBundle(1);
-    record.image.dataPackets = new TestPacketBundle(2);
-    ASSERT_EQ(frame.SetZKEncImage(&record), kZKNoErr);
-    EXPECT_EQ(frame.GetZKEncImage().descriptors, record.descriptors);
-
-    IPacketBundle* out = nullptr;  // taking one out moves ownership to the caller
-    frame.ExchangeDataPacketsWith(out);
-    ASSERT_EQ(out, record.image.dataPackets);
-    EXPECT_EQ(frame.GetZKEncImage().image.dataPackets, nullptr);
-    out->destroy();
 }
 
 TEST_F(FrameTest, ImportTakesANewBufferAndMovesThePlanesOntoIt)
@@ -168,6 +136,11 @@ TEST_F(FrameTest, ImportTakesANewBufferAndMovesThePlanesOntoIt)
     EXPECT_EQ(std::vector<uint8_t*>(record.image.planes, record.image.planes + 4),
               (std::vector<uint8_t*>{b, b + 2073600, b + 2073600 + 518400, nullptr}));
     EXPECT_EQ(record.image.dataPackets, source.image.dataPackets);
+    IPacketBundle* out = nullptr;  // taking one out moves ownership to the caller
+    frame.ExchangeDataPacketsWith(out);
+    ASSERT_EQ(out, source.image.dataPackets);
+    EXPECT_EQ(frame.GetZKEncImage().image.dataPackets, nullptr);
+    out->destroy();
 
     ZKEncImage_t argb{};
     ASSERT_EQ(InitZKImage(&argb.image, 0, foreign, eColorFormatARGB32, false, 0, 8, 8, false),
@@ -232,7 +205,6 @@ TEST_F(FrameTest, AudioBufferSizesAndDurations)
     CAAudioFrame frame;
     frame.SetFormat(eAudioFormat16Bit);
     frame.SetNumberSamples(1024);  // 16-bit stereo
-    frame.SetTrackIndex(3);
     frame.SetTime(CATime(96000, 48000));
     frame.SetDuration(CATime(1, 50));
     const ZKEncAudio_t record = frame.GetZKEncAudio();
@@ -278,15 +250,7 @@ TEST_F(FrameTest, AudioImportAndBundles)
 {
     uint8_t foreign[8];
     ZKEncAudio_t record{};
-    record.audio.time = 100;
-    record.audio.timeScale = 1000;
-    record.audio.duration = 21;
-    record.audio.format = eAudioFormat16Bit;
-    record.audio.channels = 1;
-    record.audio.sampleRate = 48000;
-    record.audio.numberSamples = 1000;
-    record.audio.dataSize = 2000;
-    record.audio.data = foreign;
+    record.audio = {100, 1000, 21, eAudioFormat16Bit, 1, 0, 48000, 1000, 2000, 0, foreign};
     record.dataPackets = new TestPacketBundle(3);
     CAAudioFrame frame;
     EXPECT_EQ(frame.ImportEncAudio(nullptr), kZKErrBadArgument);
