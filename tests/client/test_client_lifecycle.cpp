@@ -13,7 +13,6 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <set>
 
 #include "ServiceHarness.h"
 #include "common/Scratch.h"
@@ -26,10 +25,6 @@ namespace {
 
 class ClientLife : public ScratchTest {
 protected:
-    evc::ClientOptions Options(const std::string& program = "bin/evc-service")
-    {
-        return TestClientOptions(program, 3000);
-    }
     // A shell script standing in for the service; removed by the test.
     std::string Script(const std::string& name, const std::string& body)
     {
@@ -55,7 +50,7 @@ TEST_F(ClientLife, AStartThatFailsAfterTheSpawnLeavesNoChildAndNoSegment)
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        evc::ClientOptions options = Options();
+        evc::ClientOptions options = TestClientOptions();
         options.servicePath = Script(row.name, row.body);
         options.startTimeout = std::chrono::milliseconds(300);
         try {
@@ -83,7 +78,7 @@ TEST_F(ClientLife, AServiceThatBreaksTheProtocolIsAServiceErrorNeverAStatus)
     TestImage image(16, 16, 0, 25);
     for (const auto& [mode, says] : rows) {
         SCOPED_TRACE(mode);
-        evc::ClientOptions options = Options("bin/evc-rogue-service");
+        evc::ClientOptions options = TestClientOptions("bin/evc-rogue-service");
         options.applicationName = mode;
         evc::Client client(options);
         Watch(client.segmentKey());
@@ -105,7 +100,7 @@ TEST_F(ClientLife, AServiceThatBreaksTheProtocolIsAServiceErrorNeverAStatus)
 
 TEST_F(ClientLife, CallerMistakesAreUsageErrors)
 {
-    evc::Client client(Options());
+    evc::Client client(TestClientOptions());
     Watch(client.segmentKey());
     TestImage huge(8000, 6000, 0, 25);
     EXPECT_THROW(client.CompressFrame(&huge.record, false, false, nullptr), evc::UsageError);
@@ -117,7 +112,7 @@ TEST_F(ClientLife, CallerMistakesAreUsageErrors)
 
 TEST_F(ClientLife, TheFlushMayTakeLongerPerPendingPictureAndTheErrorNamesTheLimit)
 {
-    evc::ClientOptions options = Options();
+    evc::ClientOptions options = TestClientOptions();
     options.commandTimeout = std::chrono::milliseconds(200);
     options.pendingPictureTimeout = std::chrono::milliseconds(100);
     evc::Client client(options);
@@ -140,27 +135,14 @@ TEST_F(ClientLife, TheFlushMayTakeLongerPerPendingPictureAndTheErrorNamesTheLimi
     }
 }
 
-// What a descriptor names, as /proc shows it.
-std::set<std::string> Descriptors(int pid)
-{
-    std::set<std::string> names;
-    const std::string folder = "/proc/" + std::to_string(pid) + "/fd";
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        std::error_code error;
-        const auto target = std::filesystem::read_symlink(entry.path(), error);
-        names.insert(entry.path().filename().string() + " " + target.string());
-    }
-    return names;
-}
-
 TEST_F(ClientLife, TheServiceHoldsOnlyWhatItNeedsAlsoBesideAnotherSession)
 {
     // A descriptor of the host's own that a careless spawn would hand on.
     const int hostFile = open(Path("host-private").c_str(), O_CREAT | O_RDWR, 0600);
     ASSERT_GE(hostFile, 0);
     {
-        evc::Client first(Options());
-        evc::Client second(Options());
+        evc::Client first(TestClientOptions());
+        evc::Client second(TestClientOptions());
         for (evc::Client* client : {&first, &second}) {
             Watch(client->segmentKey());
             ASSERT_EQ(client->SetOutput(EchoPreset()), kZKNoErr);
@@ -168,15 +150,16 @@ TEST_F(ClientLife, TheServiceHoldsOnlyWhatItNeedsAlsoBesideAnotherSession)
             ASSERT_EQ(client->Begin(&image.record), kZKNoErr);
         }
         for (evc::Client* client : {&first, &second}) {
-            for (const std::string& fd : Descriptors(client->servicePid())) {
-                SCOPED_TRACE(fd);
-                const std::string number = fd.substr(0, fd.find(' '));
-                const std::string target = fd.substr(fd.find(' ') + 1);
-                const bool standard = number == "0" || number == "1" || number == "2";
-                const bool ownSegment = target == client->segmentKey();
-                // The host watch's pidfd, and the application object's event queue.
-                EXPECT_TRUE(standard || ownSegment || target == "anon_inode:[pidfd]" ||
-                            target == "anon_inode:[eventfd]");
+            const std::string folder = "/proc/" + std::to_string(client->servicePid()) + "/fd";
+            for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+                std::error_code error;
+                const std::string number = entry.path().filename(),
+                                  target = std::filesystem::read_symlink(entry.path(), error);
+                SCOPED_TRACE(number + " " + target);
+                // The standard three, its own segment, the host watch's pidfd and the application
+                // object's event queue.
+                EXPECT_TRUE(number == "0" || number == "1" || number == "2" || target == client->segmentKey() ||
+                            target == "anon_inode:[pidfd]" || target == "anon_inode:[eventfd]");
             }
         }
     }
@@ -207,7 +190,7 @@ TEST_F(ClientLife, AHostKilledMidEncodeLeavesNothingBehind)
         ASSERT_GE(host, 0);
         if (host == 0) {
             close(report[0]);
-            evc::Client client(Options());
+            evc::Client client(TestClientOptions());
             client.SetOutput(EchoPreset());
             TestImage image(64, 64, 0, 25);
             client.Begin(&image.record);
@@ -225,11 +208,9 @@ TEST_F(ClientLife, AHostKilledMidEncodeLeavesNothingBehind)
         }
         close(report[1]);
         char text[4096] = {};
-        size_t got = 0;
-        for (ssize_t n; std::find(text, text + got, '\n') == text + got &&
-                        (n = read(report[0], text + got, sizeof text - 1 - got)) > 0;)
-            got += static_cast<size_t>(n);
-        close(report[0]);
+        FILE* in = fdopen(report[0], "r");
+        (void)!fgets(text, sizeof text, in);
+        fclose(in);
         const std::string line(text);
         ASSERT_NE(line.find(' '), std::string::npos) << "the host did not start";
         const pid_t service = std::stoi(line);
@@ -241,7 +222,7 @@ TEST_F(ClientLife, AHostKilledMidEncodeLeavesNothingBehind)
         kill(service, SIGKILL);
         Reaped(service, 1000);
         // The next client sweeps whatever is left of the dead host's session.
-        evc::Client next(Options());
+        evc::Client next(TestClientOptions());
         Watch(next.segmentKey());
         EXPECT_FALSE(Exists(key));
         EXPECT_FALSE(LockExists(key));

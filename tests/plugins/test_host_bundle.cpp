@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <string>
 
+#include "common/Process.h"
 #include "common/TempDir.h"
 #include "plugins/PluginFixture.h"
 
@@ -56,16 +57,10 @@ TEST(HostBundle, SelfHostingBundlesSearchTheirOwnPlugIns)
         fs::create_directory_symlink(fs::path(BuildPath()) / kHostBundle / "Contents/PlugIns/test_echo.qv64",
                                      temp.Folder(std::string(test.bundle) + "/Contents/PlugIns") / "test_echo.qv64");
 
-        const std::string command =
-            std::string(kProbeSwitch) + "=1 '" + probe.string() + "' --gtest_filter=HostBundleProbe.Report 2>/dev/null";
-        FILE* pipe = popen(command.c_str(), "r");
-        ASSERT_NE(pipe, nullptr);
-        std::string output;
-        char buffer[512];
-        while (std::fgets(buffer, sizeof buffer, pipe) != nullptr)
-            output += buffer;
-        EXPECT_EQ(pclose(pipe), 0) << output;
-
+        const CommandResult probeRun =
+            RunCommand(std::string(kProbeSwitch) + "=1 '" + probe.string() + "' --gtest_filter=HostBundleProbe.Report");
+        const std::string& output = probeRun.output;
+        EXPECT_EQ(probeRun.status, 0) << output;
         EXPECT_NE(output.find("probe:main=file://" + bundle.string() + "/\n"), std::string::npos) << output;
         EXPECT_NE(output.find("probe:loaded=" + std::to_string(test.loaded) + "\n"), std::string::npos) << output;
     }

@@ -37,10 +37,8 @@ TEST(PresetCodes, ReadsTheCompressorCodes)
         {"unfinished document: what was parsed counts", R"(<Output><VideoCompressor Manufacture4cc="3" Codec4cc="4"/>)",
          true, 3, 4},
         {"wrong root", R"(<Input><VideoCompressor Manufacture4cc="1" Codec4cc="2"/></Input>)", false, 11, 22},
-        {"root name case", R"(<output><VideoCompressor Manufacture4cc="1" Codec4cc="2"/></output>)", false, 11, 22},
         {"empty", "", false, 11, 22},
         {"not XML", "Bitrate=5000", false, 11, 22},
-        {"garbage", "<<<>>>", false, 11, 22},
     };
     for (auto& test : cases) {
         unsigned int manufacturer = 11, codec = 22;
@@ -53,24 +51,17 @@ TEST(PresetCodes, ReadsTheCompressorCodes)
 // Settings applied to the echo compressor, loaded from its bundle.
 class PresetSettingsTest : public testing::Test {
 protected:
-    void SetUp() override
-    {
-        m_echo = std::make_unique<TLoadedCompressor>(kTestManufacturer, kEchoCodec);
-        ASSERT_NE(m_echo->get(), nullptr);
-    }
-
-    bool Apply(std::string preset) { return DeSerializeVideoCodecSettings(preset, m_echo->get()); }
+    void SetUp() override { ASSERT_NE(m_echo.get(), nullptr); }
+    bool Apply(std::string preset) { return DeSerializeVideoCodecSettings(preset, m_echo.get()); }
 
     // The settings as the echo compressor reports them now.
     TEchoReport Report()
     {
         ZKEncImage_t output{};
-        m_echo->get()->CompressFrame(nullptr, false, false, &output);
+        m_echo.get()->CompressFrame(nullptr, false, false, &output);
         return EchoReportOf(output);
     }
-    std::string Value(const char* name) { return EchoValue(Report(), name); }
-
-    std::unique_ptr<TLoadedCompressor> m_echo;
+    TLoadedCompressor m_echo{kTestManufacturer, kEchoCodec};
 };
 
 TEST_F(PresetSettingsTest, AppliesEveryKindByName)
@@ -122,18 +113,6 @@ TEST_F(PresetSettingsTest, AppliesEveryKindByName)
         EXPECT_EQ(it->second, "9 sets=1");
 }
 
-TEST_F(PresetSettingsTest, BoolIsTrueOnlyForExactlyTrue)
-{
-    int sets = 0;
-    for (const char* value : {"True", "true", "True", "TRUE", "True", "1", "True", ""}) {
-        ASSERT_TRUE(Apply(std::string("<Output><VideoCompressor><StandardSettings><TwoPass Type=\"eBool\" Value=\"") +
-                          value + "\"/></StandardSettings></VideoCompressor></Output>"));
-        EXPECT_EQ(Value("setting.TwoPass"),
-                  (value == std::string("True") ? "true" : "false") + std::string(" sets=") + std::to_string(++sets))
-            << value;
-    }
-}
-
 TEST_F(PresetSettingsTest, AppliesNothingWithoutAStructure)
 {
     const struct {
@@ -143,10 +122,6 @@ TEST_F(PresetSettingsTest, AppliesNothingWithoutAStructure)
     } cases[] = {
         {"comment before the settings",
          "<Output><VideoCompressor><!-- c --><StandardSettings><Bitrate Type=\"eInt\" Value=\"1\"/>"
-         "</StandardSettings></VideoCompressor></Output>",
-         true},
-        {"text before the settings",
-         "<Output><VideoCompressor>text<StandardSettings><Bitrate Type=\"eInt\" Value=\"1\"/>"
          "</StandardSettings></VideoCompressor></Output>",
          true},
         {"no VideoCompressor",
@@ -161,7 +136,7 @@ TEST_F(PresetSettingsTest, AppliesNothingWithoutAStructure)
     };
     for (const auto& test : cases) {
         EXPECT_EQ(Apply(test.preset), test.ok) << test.name;
-        EXPECT_EQ(Value("setting.Bitrate"), "0 sets=0") << test.name;
+        EXPECT_EQ(EchoValue(Report(), "setting.Bitrate"), "0 sets=0") << test.name;
     }
     // Null arguments are no-ops.
     DeSerializeSettingArray(nullptr, nullptr);

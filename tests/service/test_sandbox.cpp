@@ -8,7 +8,6 @@
 #include <iterator>
 
 #include "ServiceHarness.h"
-#include "plugins/bundles/TestPluginCodes.h"
 
 using namespace evctest;
 
@@ -62,10 +61,9 @@ TEST(Sandbox, EachForbiddenAttemptEndsTheServiceWithItsName)
     for (const auto& row : rows) {
         SCOPED_TRACE(row.attempt);
         evc::Client client(TestClientOptions());
-        ASSERT_EQ(client.SetOutput(EchoPreset(std::string("<NonStandardSettings><Try Type=\"eEnum\" Value=\"") +
-                                                  row.attempt + "\"/></NonStandardSettings>",
-                                              "sbox")),
-                  0u);
+        ASSERT_EQ(
+            client.SetOutput(row.reported ? FaultPreset(std::string("CompressFrame:") + row.attempt) : EchoPreset()),
+            0u);
         evc::EncodedFrame frame;
         if (row.reported == nullptr) {
             EXPECT_EQ(client.CompressFrame(&image.record, true, false, &frame), 0u);

@@ -29,11 +29,8 @@ EVC_PLUGIN_EXPORT uint64_t QVGetNumberVideoCompressors()
 
 EVC_PLUGIN_EXPORT void QVGetVideoCompressorInfo(uint64_t index, uint32_t* manufacturer, uint32_t* codec, uint64_t* info)
 {
-    if (index == 1 && manufacturer != nullptr && codec != nullptr && info != nullptr) {
-        *manufacturer = 0;
-        *codec = 0;
-        *info = 7;
-    }
+    static constexpr kit::TOffer kOffers[] = {{0, 0, 0}, {0, 0, 7}};
+    kit::WriteOffer(kOffers, index, manufacturer, codec, info);
 }
 
 // Offers an object for any pair, the empty slot's included: the host alone

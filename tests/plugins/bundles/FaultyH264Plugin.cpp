@@ -12,6 +12,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -36,23 +37,15 @@ struct TFault {
 TFault Parse(const std::string& text)
 {
     TFault fault;
-    size_t start = 0;
-    for (int field = 0; start <= text.size(); ++field) {
-        const size_t colon = text.find(':', start);
-        const std::string part = text.substr(start, colon == std::string::npos ? std::string::npos : colon - start);
-        if (field == 0)
-            fault.operation = part;
-        else if (field == 1)
-            fault.action = part;
-        else if (part == "last")
-            fault.onLast = true;
-        else if (part.compare(0, 2, "t=") == 0)
+    std::istringstream fields(text);
+    std::getline(fields, fault.operation, ':');
+    std::getline(fields, fault.action, ':');
+    for (std::string part; std::getline(fields, part, ':');) {
+        fault.onLast = fault.onLast || part == "last";
+        if (part.compare(0, 2, "t=") == 0)
             fault.onTime = true, fault.time = std::strtoull(part.c_str() + 2, nullptr, 10);
         else if (part.compare(0, 5, "once=") == 0)
             fault.once = part.substr(5);
-        if (colon == std::string::npos)
-            break;
-        start = colon + 1;
     }
     return fault;
 }
@@ -68,9 +61,7 @@ public:
     int32_t GetCount() const override { return 1 + (m_rest != nullptr ? m_rest->GetCount() : 0); }
     ISetting* GetSetting(int32_t index) const override
     {
-        if (index == 0)
-            return m_first;
-        return m_rest != nullptr && index > 0 ? m_rest->GetSetting(index - 1) : nullptr;
+        return index == 0 ? m_first : m_rest != nullptr && index > 0 ? m_rest->GetSetting(index - 1) : nullptr;
     }
 
 private:
@@ -96,16 +87,10 @@ IVideoCompressor* LoadRealPrototype()
     return create != nullptr ? create(evc::h264::kManufacturer, evc::h264::kCodec) : nullptr;
 }
 
-IVideoCompressor* RealPrototype()
-{
-    static IVideoCompressor* const prototype = LoadRealPrototype();
-    return prototype;
-}
-
 class CFaultyH264 : public IVideoCompressor {
 public:
     // The prototype lends the real prototype; an instance owns its compressor.
-    CFaultyH264() : CFaultyH264(RealPrototype(), false) {}
+    CFaultyH264() : CFaultyH264(Prototype(), false) {}
     CFaultyH264(IVideoCompressor* inner, bool owned)
         : m_inner(inner), m_owned(owned), m_nonStandard(&m_fault, Checked(inner)->GetNonStandardSettings())
     {
@@ -140,6 +125,11 @@ public:
     ISettingArray* GetNonStandardSettings() override { return &m_nonStandard; }
 
 private:
+    static IVideoCompressor* Prototype()
+    {
+        static IVideoCompressor* const prototype = LoadRealPrototype();
+        return prototype;
+    }
     static IVideoCompressor* Checked(IVideoCompressor* inner)
     {
         if (inner == nullptr)
@@ -151,9 +141,7 @@ private:
         const TFault fault = Parse(m_fault.Text());
         if (fault.operation != operation)
             return;
-        const bool due =
-            (fault.onLast && last) || (fault.onTime && input != nullptr && input->image.time == fault.time);
-        if (!due)
+        if (!(fault.onLast && last) && !(fault.onTime && input != nullptr && input->image.time == fault.time))
             return;
         if (!fault.once.empty()) {
             const int fd = open(fault.once.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600);

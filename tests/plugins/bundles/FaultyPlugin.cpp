@@ -1,5 +1,6 @@
 // The faulty compressor: crashes, hangs, throws or fails in a chosen entry
-// point or operation, so tests can see the host survive it. The choice,
+// point or operation, or tries what the service's sandbox refuses (execve, fork, socket, connect: an
+// attempt that gets through just returns), so tests can see the host survive it. The choice,
 // "Operation:action[:after]", comes from the environment variable
 // EVC_FAULTY_PLUGIN or from the non-standard eEnum setting "Fault" (which
 // wins once set). Without a fault it behaves as a compressor that produces
@@ -9,6 +10,9 @@
 #include <map>
 #include <stdexcept>
 #include <string>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "evc/VideoCompressorPlugin.h"
@@ -23,11 +27,7 @@ namespace {
 std::string g_faultSetting;
 
 // Calls per operation so far, for the "after" count.
-std::map<std::string, unsigned long>& Calls()
-{
-    static std::map<std::string, unsigned long> calls;
-    return calls;
-}
+std::map<std::string, unsigned long> g_calls;
 
 // Does what the chosen fault asks when operation is the chosen one; answers
 // true when the caller should report failure ("fail").
@@ -48,7 +48,7 @@ bool MaybeFault(const char* operation)
         after = std::strtoul(action.c_str() + second + 1, nullptr, 10);
         action.resize(second);
     }
-    if (Calls()[operation]++ < after)
+    if (g_calls[operation]++ < after)
         return false;
 
     if (action == "segv") {
@@ -63,6 +63,24 @@ bool MaybeFault(const char* operation)
             pause();
     } else if (action == "throw") {
         throw std::runtime_error(std::string("faulty plug-in: ") + operation);
+    } else if (action == "execve") {
+        char* const argv[] = {const_cast<char*>("/bin/true"), nullptr};
+        execve("/bin/true", argv, nullptr);
+    } else if (action == "fork") {
+        const pid_t child = fork();
+        if (child == 0)
+            _exit(0);
+        if (child > 0)
+            waitpid(child, nullptr, 0);
+    } else if (action == "socket") {
+        close(socket(AF_INET, SOCK_STREAM, 0));
+    } else if (action == "connect") {
+        // Even a descriptor that is no socket must not get this far.
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(9);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        connect(0, reinterpret_cast<const sockaddr*>(&address), sizeof address);
     }
     return action == "fail";
 }
@@ -142,5 +160,5 @@ EVC_PLUGIN_EXPORT IVideoCompressor* CreateVideoCompressor(uint32_t manufacturer,
 EVC_PLUGIN_EXPORT void QVShutDownPlugin()
 {
     g_faultSetting.clear();
-    Calls().clear();
+    g_calls.clear();
 }

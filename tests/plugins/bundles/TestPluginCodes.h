@@ -24,8 +24,6 @@ constexpr uint32_t kFaultyCodec = FourCC("faul");
 constexpr uint32_t kTwinCodec = FourCC("twin");
 constexpr uint32_t kDualCodec = FourCC("dual");
 constexpr uint32_t kGpuCodec = FourCC("gpu ");
-// test_sandbox.qv64 offers (EvcT, sbox): it tries what the sandbox refuses.
-constexpr uint32_t kSandboxCodec = FourCC("sbox");
 // test_faulty_h264.qv64 offers (EvcT, fh26, 8): the h264 bundle's compressor
 // behind a fault switch (see FaultyH264Plugin.cpp).
 constexpr uint32_t kFaultyH264Codec = FourCC("fh26");
@@ -39,7 +37,7 @@ static_assert(kEchoCodec == 1701013615u && kFaultyCodec == 1717663084u, "codecs 
 // QVGetVideoCompressorInfo, CreateVideoCompressor, CreateInstance, Begin,
 // CompressFrame, End, IsLastPassEncodingReady, SetFileFormatHint,
 // SetStreamModeHint, SetInputColorFormat, GetStandardSettings,
-// GetNonStandardSettings), action one of segv, abort, hang, throw, fail
+// GetNonStandardSettings), action one of segv, abort, hang, throw, fail, execve, fork, socket, connect
 // (Begin and CompressFrame answer kFaultyStatus), and after the number of
 // calls of that operation that still behave (default 0).
 constexpr char kFaultEnvironment[] = "EVC_FAULTY_PLUGIN";
