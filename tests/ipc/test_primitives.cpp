@@ -163,9 +163,7 @@ TEST_F(Primitives, TempFileFolderComesFromTheEnvironment)
         {nullptr, nullptr, nullptr, "/tmp"},
         {(folder + "/missing").c_str(), nullptr, nullptr, ""},
     };
-    const char* temp = std::getenv("TEMP");
-    const char* tmp = std::getenv("TMP");
-    const std::string savedTemp = temp ? temp : "", savedTmp = tmp ? tmp : "";
+    const ScopedEnv temp("TEMP", ""), tmp("TMP", ""), tmpdir("TMPDIR", "");  // the rows set all three
     for (const auto& c : cases) {
         SCOPED_TRACE(c.expectedFolder);
         for (auto [name, value] : {std::pair{"TMPDIR", c.tmpdir}, {"TEMP", c.temp}, {"TMP", c.tmp}})
@@ -181,9 +179,6 @@ TEST_F(Primitives, TempFileFolderComesFromTheEnvironment)
             std::remove(file.c_str());
         }
     }
-    setenv("TMPDIR", folder.c_str(), 1);
-    temp ? setenv("TEMP", savedTemp.c_str(), 1) : unsetenv("TEMP");
-    tmp ? setenv("TMP", savedTmp.c_str(), 1) : unsetenv("TMP");
 }
 
 }  // namespace

@@ -63,14 +63,4 @@ std::vector<int> ProcessesMentioning(const std::string& text)
     return pids;
 }
 
-std::vector<uint8_t> ReadFile(const std::string& path)
-{
-    return evctest::ReadBytes(path);
-}
-
-void WriteFile(const std::string& path, const std::string& bytes)
-{
-    evctest::WriteBytes(path, std::vector<uint8_t>(bytes.begin(), bytes.end()));
-}
-
 }  // namespace tool_test

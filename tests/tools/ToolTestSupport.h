@@ -34,7 +34,4 @@ bool HaveProgram(const std::string& name);
 // client names the segment's folder).
 std::vector<int> ProcessesMentioning(const std::string& text);
 
-std::vector<uint8_t> ReadFile(const std::string& path);
-void WriteFile(const std::string& path, const std::string& bytes);
-
 }  // namespace tool_test

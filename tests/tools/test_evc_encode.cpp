@@ -18,6 +18,8 @@
 #include "transport/TZKIntermediateSegment.h"
 
 using namespace tool_test;
+using evctest::Bytes;
+using evctest::ReadBytes;
 
 namespace {
 
@@ -50,6 +52,16 @@ std::vector<double> Numbers(const std::vector<std::string>& texts)
         if (text != "N/A")
             values.push_back(std::stod(text));
     return values;
+}
+
+std::vector<std::string> Lines(const std::string& text)
+{
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        if (!line.empty())
+            lines.push_back(line);
+    return lines;
 }
 
 double Fraction(const std::string& text)
@@ -114,6 +126,17 @@ protected:
             EXPECT_EQ(RunCommand(recipes.at(name) + " " + Quote(path), *s_media).status, 0) << name;
         }
         return path;
+    }
+
+    // A preset of a test compressor whose CompressFrame meets the given fault.
+    std::string FaultPreset(const std::string& name, uint32_t codec, const std::string& fault)
+    {
+        return m_dir->Write(name, "<Output><VideoCompressor Manufacture4cc=\"" +
+                                      std::to_string(evctest::kTestManufacturer) + "\" Codec4cc=\"" +
+                                      std::to_string(codec) +
+                                      "\"><NonStandardSettings><Fault Type=\"eEnum\" "
+                                      "Value=\"CompressFrame:" +
+                                      fault + "\"/></NonStandardSettings></VideoCompressor></Output>");
     }
 
     CommandResult Encode(const std::string& arguments)
@@ -268,11 +291,8 @@ TEST_F(EvcEncodeTest, SegmentFileReadsBackAlsoAfterARecovery)
 {
     // The H.264 compressor behind a switch that crashes the first service
     // at the picture of time 10.
-    const std::string faulty = m_dir->file("faulty.xml");
-    WriteFile(faulty, "<Output><VideoCompressor Manufacture4cc=\"" + std::to_string(evctest::kTestManufacturer) +
-                          "\" Codec4cc=\"" + std::to_string(evctest::kFaultyH264Codec) +
-                          "\"><NonStandardSettings><Fault Type=\"eEnum\" Value=\"CompressFrame:segv:t=10:once=" +
-                          m_dir->file("fired") + "\"/></NonStandardSettings></VideoCompressor></Output>");
+    const std::string faulty =
+        FaultPreset("faulty.xml", evctest::kFaultyH264Codec, "segv:t=10:once=" + m_dir->file("fired"));
     struct Case {
         const char* name;
         std::string preset;
@@ -313,11 +333,7 @@ TEST_F(EvcEncodeTest, InterruptionFinishesOrAbandonsTheFile)
 {
     // The second case's compressor hangs at its third picture, so the first
     // Ctrl-C cannot finish and the second must end it at once.
-    const std::string hanging = m_dir->file("hanging.xml");
-    WriteFile(hanging, "<Output><VideoCompressor Manufacture4cc=\"" + std::to_string(evctest::kTestManufacturer) +
-                           "\" Codec4cc=\"" + std::to_string(evctest::kFaultyCodec) +
-                           "\"><NonStandardSettings><Fault Type=\"eEnum\" Value=\"CompressFrame:hang:2\"/>"
-                           "</NonStandardSettings></VideoCompressor></Output>");
+    const std::string hanging = FaultPreset("hanging.xml", evctest::kFaultyCodec, "hang:2");
     struct Case {
         int signals;
         std::string arguments;
@@ -350,14 +366,10 @@ TEST_F(EvcEncodeTest, InterruptionFinishesOrAbandonsTheFile)
 
 TEST_F(EvcEncodeTest, BadInputFailsWithOneLineAndNoOutput)
 {
-    const std::string text = m_dir->file("text.mp4");
-    WriteFile(text, "this is not a video");
-    const std::string truncated = m_dir->file("truncated.mp4");
-    const std::vector<uint8_t> mp4 = ReadFile(Media("src.mp4"));
-    WriteFile(truncated, std::string(mp4.begin(), mp4.begin() + mp4.size() / 2));
-    const std::string cutY4m = m_dir->file("cut.y4m");
-    const std::vector<uint8_t> y4m = ReadFile(Media("src.y4m"));
-    WriteFile(cutY4m, std::string(y4m.begin(), y4m.end() - 100));
+    const std::string text = m_dir->Write("text.mp4", "this is not a video");
+    const Bytes mp4 = ReadBytes(Media("src.mp4")), y4m = ReadBytes(Media("src.y4m"));
+    const std::string truncated = m_dir->Write("truncated.mp4", Bytes(mp4.begin(), mp4.begin() + mp4.size() / 2));
+    const std::string cutY4m = m_dir->Write("cut.y4m", Bytes(y4m.begin(), y4m.end() - 100));
     const std::string unconvertible = m_dir->file("y411.nut");
     ASSERT_EQ(
         RunCommand("head -c 9216 /dev/zero | ffmpeg -v error -f rawvideo -pix_fmt uyyvyy411 -s 64x32 -i - -c copy " +
@@ -365,15 +377,10 @@ TEST_F(EvcEncodeTest, BadInputFailsWithOneLineAndNoOutput)
                    *m_dir)
             .status,
         0);
-    const std::string existing = m_dir->file("existing.evcseg");
-    WriteFile(existing, "keep me");
-    const std::string crashing = m_dir->file("crashing.xml");
-    WriteFile(crashing, "<Output><VideoCompressor Manufacture4cc=\"" + std::to_string(evctest::kTestManufacturer) +
-                            "\" Codec4cc=\"" + std::to_string(evctest::kFaultyCodec) +
-                            "\"><NonStandardSettings><Fault Type=\"eEnum\" Value=\"CompressFrame:segv:3\"/>"
-                            "</NonStandardSettings></VideoCompressor></Output>");
-    const std::string nobody = m_dir->file("nobody.xml");
-    WriteFile(nobody, "<Output><VideoCompressor Manufacture4cc=\"1\" Codec4cc=\"2\"/></Output>");
+    const std::string existing = m_dir->Write("existing.evcseg", "keep me");
+    const std::string crashing = FaultPreset("crashing.xml", evctest::kFaultyCodec, "segv:3");
+    const std::string nobody =
+        m_dir->Write("nobody.xml", "<Output><VideoCompressor Manufacture4cc=\"1\" Codec4cc=\"2\"/></Output>");
     const std::string clip = Quote(Media("src.y4m"));
     // The test compressors' codes fit no container.
     const std::string out = m_dir->file("out.evcseg");
@@ -415,26 +422,10 @@ TEST_F(EvcEncodeTest, BadInputFailsWithOneLineAndNoOutput)
         EXPECT_NE(shown.find(c.message), std::string::npos) << run.err;
         EXPECT_EQ(run.err.find('\n'), run.err.size() - 1) << "one line: " << run.err;
         EXPECT_EQ(RunCommand("test -e " + Quote(out), *m_dir).status, 1) << "no partial output is left";
-        EXPECT_EQ(ReadFile(existing), std::vector<uint8_t>({'k', 'e', 'e', 'p', ' ', 'm', 'e'}));
+        EXPECT_EQ(ReadBytes(existing), Bytes({'k', 'e', 'e', 'p', ' ', 'm', 'e'}));
         EXPECT_EQ(m_dir->entries().size(), 8u) << "no temporary file is left";
     }
 }
-
-}  // namespace
-
-namespace {
-
-std::vector<std::string> Lines(const std::string& text)
-{
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        if (!line.empty())
-            lines.push_back(line);
-    return lines;
-}
-
-}  // namespace
 
 TEST_F(EvcEncodeTest, ChunksJoinIntoTheWholeInputOrNothing)
 {
@@ -510,3 +501,5 @@ TEST_F(EvcEncodeTest, ChunksJoinIntoTheWholeInputOrNothing)
         EXPECT_NE(RunCommand("test -e " + Quote(m_dir->file("bad.mkv")), *m_dir).status, 0);
     }
 }
+
+}  // namespace

@@ -13,9 +13,8 @@
 #include "tools/OutputWriter.h"
 
 using namespace evc::tools;
-using tool_test::ReadFile;
+using evctest::ReadBytes;
 using tool_test::TempDir;
-using tool_test::WriteFile;
 
 namespace {
 
@@ -29,7 +28,7 @@ evc::Packet MakePacket(uint32_t type, std::vector<uint8_t> data)
 
 std::string Text(const std::string& path)
 {
-    const std::vector<uint8_t> bytes = ReadFile(path);
+    const evctest::Bytes bytes = ReadBytes(path);
     return std::string(bytes.begin(), bytes.end());
 }
 
@@ -67,7 +66,7 @@ TEST(OutputWriter, AnnexBIsHeadersThenPicturesInOrder)
 
     const std::vector<uint8_t> golden = {0, 0,    0, 1, 0x67, 0xAA, 0, 0, 0,    1, 0x68, 0xBB, 0, 0,    0,
                                          1, 0x65, 1, 2, 0,    0,    0, 1, 0x41, 3, 0,    0,    1, 0x41, 4};
-    EXPECT_EQ(ReadFile(path), golden);
+    EXPECT_EQ(ReadBytes(path), golden);
     writer.reset();
     EXPECT_EQ(dir.entries(), std::vector<std::string>{"out.h264"});
 }
@@ -96,13 +95,13 @@ TEST(OutputFile, NeverDestroysWhatWasThere)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        WriteFile(target, "old");
+        dir.Write("target.mkv", "old");
         unlink(link.c_str());
         ASSERT_EQ(symlink(target.c_str(), link.c_str()), 0);
         try {
             OutputFile file(c.path, c.overwrite);
             ASSERT_TRUE(c.created);
-            WriteFile(file.writePath(), "new");
+            evctest::WriteBytes(file.writePath(), {'n', 'e', 'w'});
             if (c.commit)
                 file.commit();
         } catch (const std::runtime_error& e) {

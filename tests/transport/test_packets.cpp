@@ -1,11 +1,10 @@
-// Packets and bundles in memory (ownership, deep copies) and the fixed binary headers: segment
-// header, frame information blocks in both forms, packet and bundle headers.
+// Packets and bundles in memory (ownership, deep copies) and the fixed binary headers: frame
+// information blocks in both forms, packet and bundle headers.
 #include "Packets.h"
 #include "common/Golden.h"
 
 #include "transport/TZKFrameInfo.h"
 #include "transport/TZKPacketHeaders.h"
-#include "transport/TZKSegmentHeader.h"
 
 #include <cstring>
 
@@ -75,24 +74,6 @@ TEST(PacketBundle, OwnershipAcrossRemoveReplaceCloneClearAndDestroy)
     EXPECT_EQ(copy->size(), 0u);
     EXPECT_EQ(live, 0);
     ZKDestroyPacket(nullptr);
-}
-
-TEST(Headers, SegmentHeaderIsThreeLittleEndianNumbers)
-{
-    TZKSegmentHeader header;
-    header.start = 0x0102030405060708ull;
-    header.duration = 90000;
-    header.timeScale = 0xFFFFFFFFFFFFFFFEull;
-    uint8_t bytes[TZKSegmentHeader::kSize];
-    header.encode(bytes);
-    Bytes expected;
-    for (uint64_t v : {header.start, header.duration, header.timeScale})
-        PutLe(expected, v, 8);
-    EXPECT_EQ(Bytes(bytes, bytes + sizeof bytes), expected);
-    const TZKSegmentHeader back = TZKSegmentHeader::decode(bytes);
-    EXPECT_EQ(back.start, header.start);
-    EXPECT_EQ(back.duration, header.duration);
-    EXPECT_EQ(back.timeScale, header.timeScale);
 }
 
 TEST(Headers, FrameInformationShortFormsAndOtherSizes)
