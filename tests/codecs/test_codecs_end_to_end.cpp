@@ -8,7 +8,6 @@
 
 #include <cmath>
 #include <cstring>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -74,10 +73,8 @@ const std::pair<const char*, uint32_t> kRefused[] = {{"h264", 24}, {"hevc", 0}, 
 
 std::string ReadText(const std::string& path)
 {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
+    const Bytes bytes = ReadBytes(path);
+    return std::string(bytes.begin(), bytes.end());
 }
 
 std::string Preset(const char* plugin, const char* kind = "quality")
