@@ -13,6 +13,8 @@ bool ZKIsOnePlaneFormat(uint32_t colorFormat)
 bool ZKPlanesFitArea(const ZKImage_t& image, const uint8_t* start, uint64_t size)
 {
     const ZKColorFormatInfo& format = ZKGetColorFormatInfo(image.colorFormat);
+    const uint64_t lumaPixels = format.DefaultRowBytes(image.width);
+    const bool halfChroma = format.layout == ZKPlaneLayout::k420 || format.layout == ZKPlaneLayout::k422;
     for (int k = 0; k < 4; ++k) {
         const uint8_t* plane = image.planes[k];
         if (plane == nullptr)
@@ -22,7 +24,13 @@ bool ZKPlanesFitArea(const ZKImage_t& image, const uint8_t* start, uint64_t size
         const bool chroma = k == 1 || k == 2;
         const uint64_t rows = chroma ? format.ChromaRows(image.height) : image.height;
         const uint64_t rowBytes = k == 2 && image.rowBytes[2] == 0 ? image.rowBytes[1] : image.rowBytes[k];
-        if (rows * rowBytes > size - uint64_t(plane - start))
+        // The last row needs only its pixels, not its padding; a format
+        // without a pixel size keeps whole rows.
+        uint64_t lastRow = chroma && halfChroma ? lumaPixels / 2 : lumaPixels;
+        if (lastRow == 0)
+            lastRow = rowBytes;
+        const uint64_t extent = rows == 0 ? 0 : (rows - 1) * rowBytes + lastRow;
+        if (extent > size - uint64_t(plane - start))
             return false;
     }
     return true;

@@ -9,8 +9,8 @@
 // Formats whose pixels lie in plane 0 alone (17 among them, with no pixels).
 bool ZKIsOnePlaneFormat(uint32_t colorFormat);
 
-// True when every present plane, with all its rows at its row bytes, lies in
-// [start, start + size). Chroma planes of 4:2:0 formats have half the rows; a
+// True when every present plane lies in [start, start + size): all rows but
+// the last at its row bytes, the last with its pixels alone (no padding). Chroma planes of 4:2:0 formats have half the rows; a
 // plane 2 without row bytes of its own uses those of plane 1. For records
 // whose geometry came from elsewhere, before any plane is touched.
 bool ZKPlanesFitArea(const ZKImage_t& image, const uint8_t* start, uint64_t size);
