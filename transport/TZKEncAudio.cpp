@@ -47,16 +47,25 @@ TZKAudioFramePtr TZKEncAudio::exportFrame(const CATime& offset) const
     std::memset(&record, 0, sizeof record);
     ZKAudio_t& audio = record.audio;
     CopyAudioFields(audio, info, offset);
-    audio.dataSize = dataSize;
+    // The buffer is sized by the description, not by the bytes that follow;
+    // only a block whose size no sample count gives takes the bytes' size.
+    const bool sized = audio.format != eAudioFormatUnsized;
+    audio.dataSize = sized ? 0 : dataSize;
 
     TZKAudioFramePtr frame(new CAAudioFrame);
     if (frame->ImportEncAudio(&record) != 0)
         return TZKAudioFramePtr();
-    if (dataSize != 0) {
-        const CABuffer* buffer = frame->GetBuffer();
-        if (buffer == nullptr || buffer->GetSize() < dataSize)
+    if (!sized) {
+        if (dataSize != 0)
+            bytes().get(frame->GetBuffer()->GetData());
+    } else if (dataSize != 0 || frame->CalcFrameSize() != 0) {
+        const ZKEncAudio_t laidOut = frame->GetZKEncAudio();
+        uint8_t* data = static_cast<uint8_t*>(laidOut.audio.data);
+        if (data == nullptr || dataSize > laidOut.audio.dataSize)
             return TZKAudioFramePtr();
-        bytes().get(buffer->GetData());
+        bytes().get(data);
+        // Fewer sample bytes than described: silence, not stale buffer bytes.
+        std::memset(data + dataSize, 0, laidOut.audio.dataSize - dataSize);
     }
     attachBundles(*frame, offset);
     return frame;

@@ -168,28 +168,38 @@ TEST(Elements, AudioRoundTripsAndReadsTheShortInformationForm)
     ExpectSamePacket(descriptors.get(), back.descriptors, "descriptors");
     ExpectSamePacket(packets.get(), back.dataPackets, "data packets");
 
-    for (uint8_t infoSize : {48, 50}) {
-        SCOPED_TRACE(int(infoSize));
-        Bytes bytes = {0x92, uint8_t(0x80 | (2 + infoSize + 2 + 4)), 0x86, uint8_t(0x80 | infoSize)};
+    // Two 16-bit mono samples: the buffer holds the 4 bytes they take, whatever bytes follow.
+    const struct {
+        uint8_t infoSize, sampleBytes;
+        bool ok;
+    } rows[] = {{48, 4, true}, {50, 4, false}, {48, 2, true}, {48, 6, false}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << int(row.infoSize) << " " << int(row.sampleBytes));
+        const uint8_t infoSize = row.infoSize;
+        Bytes bytes = {0x92, uint8_t(0x80 | (2 + infoSize + 2 + row.sampleBytes)), 0x86, uint8_t(0x80 | infoSize)};
         Bytes info(infoSize, 0);
         info[0] = 100;   // time
         info[8] = 0x80;  // time scale 48000
         info[9] = 0xBB;
+        info[24] = eAudioFormat16Bit;
         info[28] = 1;   // channels
         info[30] = 16;  // sample size
         info[36] = 2;   // number of samples
         info[40] = 5;   // track index
         bytes.insert(bytes.end(), info.begin(), info.end());
-        bytes.insert(bytes.end(), {0x88, 0x84, 1, 2, 3, 4});
+        bytes.insert(bytes.end(), {0x88, uint8_t(0x80 | row.sampleBytes)});
+        for (uint8_t k = 1; k <= row.sampleBytes; ++k)
+            bytes.push_back(k);
         Loaded<TZKEncAudioElt> shortForm(bytes);
         TZKAudioFramePtr sound = shortForm.element->exportFrame(kNoOffset);
-        ASSERT_EQ(bool(sound), infoSize == 48);
+        ASSERT_EQ(bool(sound), row.ok);
         if (!sound)
             continue;
         EXPECT_EQ(sound->GetTime(), CATime(100, 48000));
         EXPECT_EQ(sound->GetNumberSamples(), 2u);
         EXPECT_EQ(sound->GetTrackIndex(), 5u);
-        EXPECT_EQ(sound->GetBuffer()->GetData()[3], 4);
+        const ZKAudio_t audio = sound->GetZKAudio();
+        EXPECT_EQ(BytesOf(audio.data, audio.dataSize), row.sampleBytes == 4 ? Bytes({1, 2, 3, 4}) : Bytes({1, 2, 0, 0}));
     }
 }
 
