@@ -163,10 +163,9 @@ Boolean CFBundleLoadExecutable(CFBundleRef bundle)
     if (bundle->m_handle != nullptr)
         return true;
     const std::string path = ExecutablePath(bundle->m_path);
-    if (path.empty() || !cfprivate::Exists(path)) {
-        std::fprintf(stderr, "CFBundleLoadExecutable: bundle %s has no executable code\n", bundle->m_path.c_str());
+    // A folder without code is not a plug-in: skipped without a word.
+    if (path.empty() || !cfprivate::Exists(path))
         return false;
-    }
     bundle->m_handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (bundle->m_handle == nullptr) {
         const char* reason = dlerror();

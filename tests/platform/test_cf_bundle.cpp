@@ -179,14 +179,14 @@ TEST_F(CFBundleTest, LoadsTheExecutableNamedByInfoPlistOrByTheFolder)
         const char* executable;  // copied code; none when empty
         std::string infoPlist;   // none when empty
         bool loads;
-        const char* complaint;  // on standard error when it does not load
+        const char* complaint;  // on standard error; none at all when empty
     } rows[] = {
         {"plain", "plain", "", true, ""},
         {"named", "code", plist("code"), true, ""},
-        {"escape", "escape", plist("../../../plain.qv64/Contents/Linux/plain"), false, "has no executable code"},
+        {"escape", "escape", plist("../../../plain.qv64/Contents/Linux/plain"), false, ""},
         // A property list far larger than any real one is not read: the folder's name decides.
         {"huge", "huge", plist("code", "<!--" + std::string(2 << 20, ' ') + "-->"), true, ""},
-        {"empty", "", "", false, "has no executable code"},
+        {"empty", "", "", false, ""},
         {"broken", "", "", false, "broken"},
     };
     for (const auto& row : rows) {
@@ -206,7 +206,10 @@ TEST_F(CFBundleTest, LoadsTheExecutableNamedByInfoPlistOrByTheFolder)
         testing::internal::CaptureStderr();
         EXPECT_EQ(CFBundleLoadExecutable(bundle) != 0, row.loads);
         const std::string errors = testing::internal::GetCapturedStderr();
-        EXPECT_NE(errors.find(row.complaint), std::string::npos) << errors;
+        if (*row.complaint)
+            EXPECT_NE(errors.find(row.complaint), std::string::npos) << errors;
+        else
+            EXPECT_EQ(errors, "");
         EXPECT_EQ(CFBundleIsExecutableLoaded(bundle) != 0, row.loads);
         TCFString entry("QVGetNumberVideoCompressors"), hidden("NoSuchFunction");
         void* function = CFBundleGetFunctionPointerForName(bundle, entry.get());

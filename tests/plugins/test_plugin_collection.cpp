@@ -80,6 +80,7 @@ TEST_F(PluginCollection, DiscoversTheHostBundleOnceAndSkipsBadBundles)
          {"test_noload.qv64", "test_nocode.qv64", "GpuAvcEncoder%20Mach-O.qv64", "GpuH264Ac3%20Mach-O.qv64"})
         EXPECT_EQ(BundleIndex(skipped), -1) << skipped;
     EXPECT_NE(errors.find("evc_test_symbol_that_nothing_defines"), std::string::npos) << "the loader's reason";
+    EXPECT_EQ(errors.find("test_nocode"), std::string::npos) << "a folder without code is skipped silently";
     EXPECT_FALSE(m_collection.GetIsCudaSupported());
 
     // Listed once: a later call changes the path only; after Uninitialize the folder is listed afresh.
