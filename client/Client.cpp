@@ -338,6 +338,7 @@ uint32_t Client::CompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool 
     if (replyBytes == 0)
         p.Violation("CompressFrame succeeded without a reply");
     p.m_proxy.Begin(p.m_channel.payload(), static_cast<uint32_t>(replyBytes));
+    p.m_proxy.LimitFrameBytes(p.m_channel.payloadCapacity());
     TZKImageFramePtr frame = p.m_proxy.DeSerializeFrame(static_cast<uint32_t>(replyBytes));
     if (!frame)
         p.Violation("the reply of " + std::to_string(replyBytes) + " bytes is not a frame element");

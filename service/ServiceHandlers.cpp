@@ -16,13 +16,15 @@
 namespace {
 
 // A payload item the client announced, read as a frame description. False
-// when the bytes are not a well-formed image element. In place, the pixels
-// are read where they lie in the payload area (they must be used before the
-// reply is written there).
-bool ReadFrameItem(ExternalVideoProxy& proxy, int32_t length, TZKImageFramePtr& frame, ZKEncImage_t& record,
-                   bool inPlace = false)
+// when the bytes are not a well-formed image element, or describe a picture
+// larger than the payload area could carry. In place, the pixels are read
+// where they lie in the payload area (they must be used before the reply is
+// written there).
+bool ReadFrameItem(ExternalVideoProxy& proxy, size_t capacity, int32_t length, TZKImageFramePtr& frame,
+                   ZKEncImage_t& record, bool inPlace = false)
 {
     const uint32_t size = static_cast<uint32_t>(length);
+    proxy.LimitFrameBytes(capacity);
     frame = inPlace ? proxy.DeSerializeFrameInPlace(size, record) : proxy.DeSerializeFrame(size);
     if (!frame)
         return false;
@@ -66,7 +68,7 @@ void ExternalVideoCompressorService::ServiceBegin()
     const ZKEncImage_t* samplePointer = nullptr;
     if (length > 0) {
         m_videoProxy.Begin(payload(), static_cast<uint32_t>(length));
-        if (!ReadFrameItem(m_videoProxy, length, frame, sample))
+        if (!ReadFrameItem(m_videoProxy, payloadCapacity(), length, frame, sample))
             return Answer(kZKErrBadArgument);
         samplePointer = &sample;
     }
@@ -112,12 +114,12 @@ void ExternalVideoCompressorService::ServiceCompressFrame()
     ZKEncImage_t* outputPointer = nullptr;
     if (inputLength > 0) {
         // The compressor reads the input's pixels during the call only.
-        if (!ReadFrameItem(m_videoProxy, inputLength, inputFrame, input, true))
+        if (!ReadFrameItem(m_videoProxy, payloadCapacity(), inputLength, inputFrame, input, true))
             return refuse();
         inputPointer = &input;
     }
     if (outputLength > 0) {
-        if (!ReadFrameItem(m_videoProxy, outputLength, outputFrame, output))
+        if (!ReadFrameItem(m_videoProxy, payloadCapacity(), outputLength, outputFrame, output))
             return refuse();
         outputPointer = &output;
     }

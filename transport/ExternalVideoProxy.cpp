@@ -147,7 +147,8 @@ TZKImageFramePtr ExternalVideoProxy::loadFrame(uint32_t size, ZKEncImage_t* inPl
         if (consumed == 0)
             return TZKImageFramePtr();
         skip(std::min(consumed, available));
-        return inPlace != nullptr ? element->exportFrameInPlace(kNoOffset, *inPlace) : element->exportFrame(kNoOffset);
+        return inPlace != nullptr ? element->exportFrameInPlace(kNoOffset, *inPlace, m_frameLimit)
+                                  : element->exportFrame(kNoOffset, m_frameLimit);
     } catch (...) {
         return TZKImageFramePtr();
     }

@@ -41,6 +41,10 @@ public:
     // while the area is unchanged and the frame lives. Spares the copy of the
     // pixels when they are read only once, before the area is written again.
     TZKImageFramePtr DeSerializeFrameInPlace(uint32_t size, ZKEncImage_t& record);
+    // Frames read from now on may not describe a picture whose buffer takes
+    // more than bytes (a peer's description must not buy more memory than
+    // its area could carry); larger ones are not read. No limit at first.
+    void LimitFrameBytes(uint64_t bytes) { m_frameLimit = bytes; }
 
     // Where SerializeFrame puts the first pixel byte of record, counted from
     // the element's start. Only the record's geometry, data size and bundles
@@ -57,4 +61,6 @@ public:
 private:
     TZKImageFramePtr loadFrame(uint32_t size, ZKEncImage_t* inPlace);
     uint32_t saveFrame(const ZKEncImage_t& record, uint32_t& size);
+
+    uint64_t m_frameLimit = UINT64_MAX;
 };

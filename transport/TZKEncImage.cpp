@@ -47,21 +47,25 @@ void TZKEncImage::importFrame(const ZKEncImage_t* record, const CATime& offset)
     importBundles(record->descriptors, image.dataPackets, offset);
 }
 
-TZKImageFramePtr TZKEncImage::exportFrame(const CATime& offset) const
+TZKImageFramePtr TZKEncImage::exportFrame(const CATime& offset, uint64_t maxBuffer) const
 {
-    return exportFrame(offset, nullptr);
+    return exportFrame(offset, nullptr, maxBuffer);
 }
 
-TZKImageFramePtr TZKEncImage::exportFrameInPlace(const CATime& offset, ZKEncImage_t& record) const
+TZKImageFramePtr TZKEncImage::exportFrameInPlace(const CATime& offset, ZKEncImage_t& record, uint64_t maxBuffer) const
 {
-    return exportFrame(offset, &record);
+    return exportFrame(offset, &record, maxBuffer);
 }
 
-TZKImageFramePtr TZKEncImage::exportFrame(const CATime& offset, ZKEncImage_t* inPlace) const
+TZKImageFramePtr TZKEncImage::exportFrame(const CATime& offset, ZKEncImage_t* inPlace, uint64_t maxBuffer) const
 {
     TZKVideoInfo info;
     uint32_t dataSize = 0;
     if (!getInfo(info) || !bytesSize(dataSize))
+        return TZKImageFramePtr();
+    // The frame is laid out over a buffer sized by the sender's geometry and
+    // row bytes: a few bytes of description must not buy a huge allocation.
+    if (CalcFrameSize(info.colorFormat, info.width, info.height, info.rowBytes[0], false) > maxBuffer)
         return TZKImageFramePtr();
 
     ZKEncImage_t record;

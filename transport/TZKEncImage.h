@@ -6,6 +6,9 @@
 
 #include "ebml/ebmlElt.h"
 #include "evc/ZKImage.h"
+
+#include <cstdint>
+
 #include "media/CAImageFrame.h"
 #include "media/CASharedPtr.h"
 #include "media/CATime.h"
@@ -32,21 +35,23 @@ public:
     // outlive the save. The offset is added to the time (0 units: unchanged).
     void importFrame(const ZKEncImage_t* record, const CATime& offset);
     // A new frame holding a copy of the pixels and the exported bundles; an
-    // empty pointer when the information child is missing or malformed, or
-    // the pixels do not fit the format they claim.
-    TZKImageFramePtr exportFrame(const CATime& offset) const;
+    // empty pointer when the information child is missing or malformed, the
+    // pixels do not fit the format they claim, or the frame it describes
+    // would take a buffer of more than maxBuffer bytes.
+    TZKImageFramePtr exportFrame(const CATime& offset, uint64_t maxBuffer = UINT64_MAX) const;
     // The same checks and bundles, but the pixels stay where the loaded bytes
     // lie (one contiguous run, such as the shared payload area): record
     // receives the description with its planes over those bytes and the
     // frame's bundles, valid while both the bytes and the frame are. An empty
     // pointer also when the bytes are not one run in memory.
-    TZKImageFramePtr exportFrameInPlace(const CATime& offset, ZKEncImage_t& record) const;
+    TZKImageFramePtr exportFrameInPlace(const CATime& offset, ZKEncImage_t& record,
+                                        uint64_t maxBuffer = UINT64_MAX) const;
 
     const TZKVideoInfoElt& videoInfo() const { return m_info; }
     const TZKImageDataElt& imageData() const { return m_bytes; }
 
 private:
-    TZKImageFramePtr exportFrame(const CATime& offset, ZKEncImage_t* inPlace) const;
+    TZKImageFramePtr exportFrame(const CATime& offset, ZKEncImage_t* inPlace, uint64_t maxBuffer) const;
 };
 
 typedef Ebml::TElt<TZKEncImage, 0x91, TNameEncImage> TZKEncImageElt;

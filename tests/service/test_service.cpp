@@ -240,6 +240,16 @@ TEST_F(Service, MalformedRequestsGetBadArgumentAndTheServiceKeepsServing)
         Record().m_payloadSize2 = c.sizes[2];
         EXPECT_EQ(harness->Send(c.command), kZKErrBadArgument);
     }
+    // A few bytes describing a picture far larger than the payload area could carry.
+    ZKEncImage_t huge{};
+    huge.image.colorFormat = eColorFormatYUV420Planar;
+    huge.image.width = 4;
+    huge.image.height = 2;
+    huge.image.rowBytes[0] = 286000000;
+    Record().m_payloadSize0 = int32_t(harness->WriteFrame(0, huge));
+    Record().m_payloadSize1 = Record().m_payloadSize2 = 0;
+    ASSERT_GT(Record().m_payloadSize0, 0);
+    EXPECT_EQ(harness->Send(1), kZKErrBadArgument);
     EXPECT_EQ(harness->Compress(image, true, false), 0u);
     EXPECT_NE(harness->ReplyReport(), "");
 }
