@@ -98,13 +98,8 @@ TEST(ChunkTrailer, BytesAndWhatIsRefused)
     t.format.fpsNum = 30000;
     t.format.fpsDen = 1001;
     t.format.variableRate = true;
-    t.format.sarNum = 1;
-    t.format.sarDen = 1;
-    t.format.fieldOrder = 1;
-    t.format.colorRange = 1;
-    t.format.colorPrimaries = 1;
-    t.format.colorTransfer = 1;
-    t.format.colorMatrix = 1;
+    t.format.sarNum = t.format.sarDen = t.format.fieldOrder = t.format.colorRange = 1;
+    t.format.colorPrimaries = t.format.colorTransfer = t.format.colorMatrix = 1;
     uint8_t bytes[ChunkTrailer::kSize];
     t.encode(bytes);
     const evctest::Bytes golden =
