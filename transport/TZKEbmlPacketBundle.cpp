@@ -91,8 +91,12 @@ IPacketBundle* TZKEbmlPacketBundle::exportBundle(const CATime& offset) const
             member = static_cast<const TZKEbmlPacketBundleElt*>(element)->payload().exportBundle(offset);
         else if (element->getId() == TZKEbmlPacketElt::kId)
             member = static_cast<const TZKEbmlPacketElt*>(element)->payload().exportPacket(offset);
-        if (member != nullptr)
-            bundle->append(member);
+        else
+            continue;  // not a member: skipped
+        // A member whose sizes contradict its element spoils the whole bundle.
+        if (member == nullptr)
+            return nullptr;
+        bundle->append(member);
     }
     return bundle.release();
 }

@@ -67,6 +67,7 @@ TZKAudioFramePtr TZKEncAudio::exportFrame(const CATime& offset) const
         // Fewer sample bytes than described: silence, not stale buffer bytes.
         std::memset(data + dataSize, 0, laidOut.audio.dataSize - dataSize);
     }
-    attachBundles(*frame, offset);
+    if (!attachBundles(*frame, offset))
+        return TZKAudioFramePtr();
     return frame;
 }

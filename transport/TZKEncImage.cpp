@@ -127,7 +127,8 @@ TZKImageFramePtr TZKEncImage::exportFrame(const CATime& offset, ZKEncImage_t* in
         else
             frame->SetZKEncImage(&laidOut);
     }
-    attachBundles(*frame, offset);
+    if (!attachBundles(*frame, offset))
+        return TZKImageFramePtr();
     if (inPlace != nullptr) {
         // The frame's record brings the bundles; pixels stay in place.
         const ZKEncImage_t withBundles = frame->GetZKEncImage();

@@ -97,9 +97,10 @@ protected:
     }
 
     // Hands both bundles to a frame (CAImageFrame or CAAudioFrame) that has
-    // none; a child that was not loaded (or cannot be read) gives none.
+    // none; a child that was not loaded gives none. False, with nothing
+    // handed over, when a loaded child cannot be read.
     template <class TFrame>
-    void attachBundles(TFrame& frame, const CATime& offset) const
+    bool attachBundles(TFrame& frame, const CATime& offset) const
     {
         TPacketBundlePtr descriptors;
         TPacketBundlePtr dataPackets;
@@ -107,6 +108,9 @@ protected:
             descriptors.reset(m_descriptors->exportBundle(offset));
         if (m_dataPackets.mustSave())
             dataPackets.reset(m_dataPackets->exportBundle(offset));
+        // A bundle that contradicts itself is refused, not attached in part.
+        if ((m_descriptors.mustSave() && !descriptors) || (m_dataPackets.mustSave() && !dataPackets))
+            return false;
         IPacketBundle* frameDescriptors = descriptors.release();
         IPacketBundle* frameDataPackets = dataPackets.release();
         frame.ExchangeDescriptorsWith(frameDescriptors);
@@ -114,6 +118,7 @@ protected:
         // Whatever the frame held comes back to us: release it.
         ZKDestroyPacket(frameDescriptors);
         ZKDestroyPacket(frameDataPackets);
+        return true;
     }
 
     // The children in their saved order; every operation above walks this one list.

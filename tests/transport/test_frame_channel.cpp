@@ -164,7 +164,7 @@ TEST(FrameChannel, ReleasedBundlesAndAppendedRawFrames)
     EXPECT_FALSE(ExternalVideoProxy().DeSerializeFrame(100)) << "no area at all";
 }
 
-TEST(FrameChannel, LyingSizesDropOnlyWhatTheyDescribe)
+TEST(FrameChannel, LyingSizesRefuseTheFrame)
 {
     const struct {
         const char* what;
@@ -174,10 +174,10 @@ TEST(FrameChannel, LyingSizesDropOnlyWhatTheyDescribe)
         int descriptorMembers, dataMembers;  // -1: no bundle
     } cases[] = {
         {"unchanged", 0, {0x91}, true, 1, 1},
-        {"data packet announces one data byte more", kDataPacketHeaderAt + 36, {4}, true, 1, 0},
-        {"data packet announces a huge descriptor", kDataPacketHeaderAt + 32, {0xFF, 0xFF, 0xFF, 0xFF}, true, 1, 0},
-        {"data bundle header announces a descriptor", kDataBundleHeaderAt + 32, {1}, true, 1, -1},
-        {"descriptor packet child shorter than a header", kDescPacketChildSizeAt, {0x80 | 39}, true, 0, 1},
+        {"data packet announces one data byte more", kDataPacketHeaderAt + 36, {4}, false, 0, 0},
+        {"data packet announces a huge descriptor", kDataPacketHeaderAt + 32, {0xFF, 0xFF, 0xFF, 0xFF}, false, 0, 0},
+        {"data bundle header announces a descriptor", kDataBundleHeaderAt + 32, {1}, false, 0, 0},
+        {"descriptor packet child shorter than a header", kDescPacketChildSizeAt, {0x80 | 39}, false, 0, 0},
         {"chroma row past the pixel bytes", 3 + 3 + 8 * 8, {11}, false, 0, 0},
         {"last chroma row without its padding", 3 + 3 + 5 * 8, {200}, true, 1, 1},
         {"element larger than the area", 1, {0x7F, 0xFE}, false, 0, 0},
