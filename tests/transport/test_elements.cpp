@@ -199,7 +199,8 @@ TEST(Elements, AudioRoundTripsAndReadsTheShortInformationForm)
         EXPECT_EQ(sound->GetNumberSamples(), 2u);
         EXPECT_EQ(sound->GetTrackIndex(), 5u);
         const ZKAudio_t audio = sound->GetZKAudio();
-        EXPECT_EQ(BytesOf(audio.data, audio.dataSize), row.sampleBytes == 4 ? Bytes({1, 2, 3, 4}) : Bytes({1, 2, 0, 0}));
+        EXPECT_EQ(BytesOf(audio.data, audio.dataSize),
+                  row.sampleBytes == 4 ? Bytes({1, 2, 3, 4}) : Bytes({1, 2, 0, 0}));
     }
 }
 
