@@ -8,11 +8,23 @@ namespace {
 
 // Nesting depth of the loads in progress on this thread.
 thread_local unsigned tLoadDepth = 0;
+// Set when a child's size ran past its parent; every enclosing load then refuses
+// its element, so that a contradiction is never repaired by skipping the child.
+thread_local bool tChildOverrun = false;
 
 class LoadDepth {
 public:
-    LoadDepth() { ++tLoadDepth; }
-    ~LoadDepth() { --tLoadDepth; }
+    LoadDepth()
+    {
+        if (++tLoadDepth == 1)
+            tChildOverrun = false;
+    }
+    ~LoadDepth()
+    {
+        if (--tLoadDepth == 0)
+            tChildOverrun = false;
+    }
+    bool outermost() const { return tLoadDepth == 1; }
     bool tooDeep() const { return tLoadDepth > IElement::kMaxLoadDepth; }
 };
 
@@ -185,8 +197,12 @@ uint64 IElement::load(IStorage& storage, uint64 bytesToRead, IDelegateLoad* dele
         return 0;
     const uint64 available = bytesToRead - headerBytes;
     const bool unknownSize = payloadSize == uintMax[8];
-    if (!unknownSize && payloadSize > available)
+    if (!unknownSize && payloadSize > available) {
+        // Inside a parent, the bytes given are the parent's: this child contradicts it.
+        if (!depth.outermost())
+            tChildOverrun = true;
         return 0;
+    }
 
     IPayload& payload = getPayload();
     storageReceipt_ = receipt;
@@ -215,6 +231,8 @@ uint64 IElement::load(IStorage& storage, uint64 bytesToRead, IDelegateLoad* dele
         }
         if (consumed == 0)
             consumed = payload.load(storage, remaining, delegate);
+        if (tChildOverrun)
+            break;
         EBML_ASSERT(consumed <= remaining);
         uint64 left = remaining - consumed;
 
@@ -236,8 +254,13 @@ uint64 IElement::load(IStorage& storage, uint64 bytesToRead, IDelegateLoad* dele
         remaining = left;
     }
 
-    // Unknown children and trailing garbage are skipped; a size that runs past the end of
-    // the storage refuses the element instead.
+    // A child that ran past this element refuses it (and its parents); unknown children
+    // and trailing garbage are skipped, but a size that runs past the end of the storage
+    // refuses the element instead.
+    if (tChildOverrun) {
+        discardReceipts();
+        return 0;
+    }
     if (!unknownSize && payloadRead < payloadSize) {
         const uint64 rest = payloadSize - payloadRead;
         if (storage.skip(rest) != rest) {

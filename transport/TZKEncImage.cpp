@@ -67,6 +67,12 @@ TZKImageFramePtr TZKEncImage::exportFrame(const CATime& offset, ZKEncImage_t* in
     // row bytes: a few bytes of description must not buy a huge allocation.
     if (CalcFrameSize(info.colorFormat, info.width, info.height, info.rowBytes[0], false) > maxBuffer)
         return TZKImageFramePtr();
+    // An offset equal to the data size marks an absent plane; one past it is
+    // refused rather than replaced by the buffer's own layout.
+    if (dataSize != 0)
+        for (uint32_t planeOffset : info.planeOffsets)
+            if (planeOffset > dataSize)
+                return TZKImageFramePtr();
 
     ZKEncImage_t record;
     std::memset(&record, 0, sizeof record);
@@ -122,10 +128,13 @@ TZKImageFramePtr TZKEncImage::exportFrame(const CATime& offset, ZKEncImage_t* in
         // the copied bytes before a compressor reads them.
         if (!ZKPlanesFitArea(laidOut.image, plane0, dataSize))
             return TZKImageFramePtr();
+        // The compressor gets the sender's row bytes or no frame at all.
+        if (std::memcmp(laidOut.image.rowBytes, info.rowBytes, sizeof laidOut.image.rowBytes) != 0)
+            return TZKImageFramePtr();
         if (inPlace != nullptr)
             *inPlace = laidOut;
-        else
-            frame->SetZKEncImage(&laidOut);
+        else if (frame->SetZKEncImage(&laidOut) != 0)
+            return TZKImageFramePtr();
     }
     if (!attachBundles(*frame, offset))
         return TZKImageFramePtr();

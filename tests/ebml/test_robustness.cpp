@@ -115,23 +115,32 @@ TEST_F(EbmlCrawl, SamplesWholeTruncatedAndMutated)
     EXPECT_GT(LoadBytes(list, deep), 0u);
 }
 
-TEST(EbmlElementBounds, SizeAgainstTheBoundAndTheStorage)
+TEST(EbmlElementBounds, SizeAgainstTheBoundTheStorageAndTheParent)
 {
+    // Rows after a refusal also show that it leaves no trace in the next load.
     const struct {
         const char* name;
+        IElement* (*make)();
         Bytes bytes;
         uint64 bound, consumed;
     } rows[] = {
-        {"size past the storage", {0x90, 0x90, 0x82, 0x81, 0x05}, uintMax[8], 0},
-        {"size past the bound", {0x90, 0x83, 0x82, 0x81, 0x05}, 4, 0},
-        {"size exactly the bound", {0x90, 0x83, 0x82, 0x81, 0x05}, 5, 5},
-        {"child larger than its parent", {0x90, 0x83, 0x83, 0x85, 1, 2, 3, 4, 5}, 9, 5},
+        {"size past the storage", TGroup::create, {0x90, 0x90, 0x82, 0x81, 0x05}, uintMax[8], 0},
+        {"size past the bound", TGroup::create, {0x90, 0x83, 0x82, 0x81, 0x05}, 4, 0},
+        {"size exactly the bound", TGroup::create, {0x90, 0x83, 0x82, 0x81, 0x05}, 5, 5},
+        {"child exactly at its parent's end", TGroup::create, {0x90, 0x84, 0x83, 0x82, 1, 2, 3}, 7, 6},
+        {"child past its parent by one byte", TGroup::create, {0x90, 0x84, 0x83, 0x83, 1, 2, 3}, 7, 0},
+        {"child larger than its parent", TGroup::create, {0x90, 0x83, 0x83, 0x85, 1, 2, 3, 4, 5}, 9, 0},
+        {"Void past its parent", TGroup::create, {0x90, 0x85, 0x82, 0x81, 0x05, 0xEC, 0x81, 0}, 8, 0},
+        {"unknown child past its parent: skipped", TGroup::create, {0x90, 0x85, 0x82, 0x81, 5, 0xA1, 0x85, 0}, 8, 7},
+        {"nested, exactly at the end", TList::create, {0x91, 0x86, 0x84, 0x84, 0x83, 0x82, 1, 2}, 8, 8},
+        {"nested, grandchild past its parent", TList::create, {0x91, 0x86, 0x84, 0x84, 0x83, 0x83, 1, 2}, 8, 0},
+        {"nested, second item past the list", TList::create, {0x91, 0x85, 0x84, 0x80, 0x90, 0x82, 0x82, 0x81}, 8, 0},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         ConstMemoryStorage storage(row.bytes.data(), row.bytes.size());
-        TGroup g;
-        EXPECT_EQ(g.load(storage, row.bound), row.consumed);
+        std::unique_ptr<IElement> e(row.make());
+        EXPECT_EQ(e->load(storage, row.bound), row.consumed);
         EXPECT_EQ(storage.absolutePosition(), row.consumed);
     }
 }

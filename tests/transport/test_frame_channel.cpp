@@ -180,7 +180,10 @@ TEST(FrameChannel, LyingSizesRefuseTheFrame)
         {"descriptor packet child shorter than a header", kDescPacketChildSizeAt, {0x80 | 39}, false, 0, 0},
         {"chroma row past the pixel bytes", 3 + 3 + 8 * 8, {11}, false, 0, 0},
         {"last chroma row without its padding", 3 + 3 + 5 * 8, {200}, true, 1, 1},
+        {"chroma row bytes other than the layout's", 3 + 3 + 6 * 8, {3}, true, 1, 1},
+        {"plane offset past the pixel bytes", 3 + 3 + 9 * 8, {13}, false, 0, 0},
         {"element larger than the area", 1, {0x7F, 0xFE}, false, 0, 0},
+        {"DataPackets one byte past the EncImage", kDataPacketsAt + 1, {0xDC}, false, 0, 0},
         {"information child of 100 bytes", 4, {0x64}, false, 0, 0},
         {"not an EncImage", 0, {0x92}, false, 0, 0},
     };
@@ -200,6 +203,11 @@ TEST(FrameChannel, LyingSizesRefuseTheFrame)
         for (const ZKEncImage_t* r : {&record, static_cast<const ZKEncImage_t*>(&inPlace)}) {
             EXPECT_EQ(r->descriptors ? int(r->descriptors->size()) : -1, c.descriptorMembers);
             EXPECT_EQ(r->image.dataPackets ? int(r->image.dataPackets->size()) : -1, c.dataMembers);
+        }
+        // The compressor gets the sender's row bytes and plane offsets, never repaired ones.
+        for (int k = 0; k < 3; ++k) {
+            EXPECT_EQ(record.image.rowBytes[k], area[3 + 3 + 8 * (4 + k)]) << k;
+            EXPECT_EQ(record.image.planes[k] - record.image.planes[0], k ? area[3 + 3 + 8 * (7 + k)] : 0) << k;
         }
         EXPECT_EQ(inPlace.image.planes[0], area.data() + 3 + 147 + 2);
         EXPECT_EQ(std::memcmp(inPlace.image.planes[0], record.image.planes[0], record.image.dataSize), 0);
