@@ -2,6 +2,7 @@
 #include "tools/ChunkJoin.h"
 
 #include <algorithm>
+#include <climits>
 #include <memory>
 
 #include "client/PacketCopy.h"
@@ -50,19 +51,38 @@ std::vector<std::pair<std::string, ChunkTrailer>> OrderChunks(const std::vector<
     return chunks;
 }
 
-JoinResult JoinChunks(const std::vector<std::string>& segments, OutputPlan plan, Progress* progress)
+JoinResult JoinChunks(const std::vector<std::string>& segments, OutputPlan plan, Progress* progress, SceneScan* audio)
 {
     const auto chunks = OrderChunks(segments);
     VideoFormat format = chunks.front().second.format;
     format.expectedFrames = chunks.front().second.totalFrames;
     plan.codec = chunks.front().second.codec;
     plan.chunk.reset();
+    if (audio && audio->times.size() != format.expectedFrames)
+        throw EncodeError("the audio's input holds " + std::to_string(audio->times.size()) + " pictures, the chunks " +
+                          std::to_string(format.expectedFrames) + ": not the input of the chunks (or other --ss, " +
+                          "--seek or --frames)");
     std::unique_ptr<OutputWriter> writer;
     try {
-        writer = MakeOutputWriter(plan, format, {});
+        const std::vector<AudioTrack> none;
+        writer = MakeOutputWriter(plan, format, audio ? audio->tracks : none);
     } catch (const std::exception& e) {
         throw EncodeError(e.what());
     }
+    // Audio goes out as the pictures' times pass it, the way the muxer
+    // interleaves best.
+    size_t nextAudio = 0;
+    auto writeAudioUntil = [&](const AVRational* until, int64_t time) {
+        for (; audio && nextAudio < audio->audio.size(); ++nextAudio) {
+            AudioPacket& packet = audio->audio[nextAudio];
+            const AudioTrack& track = audio->tracks[packet.track];
+            const int64_t at = packet.packet->dts != AV_NOPTS_VALUE ? packet.packet->dts : packet.packet->pts;
+            if (until && at != AV_NOPTS_VALUE &&
+                av_compare_ts(at, AVRational{track.timeBaseNum, track.timeBaseDen}, time, *until) > 0)
+                return;
+            writer->writeAudio(std::move(packet));
+        }
+    };
     JoinResult result;
     for (const auto& [path, chunk] : chunks) {
         TZKIntermediateSegment segment;
@@ -84,7 +104,10 @@ JoinResult JoinChunks(const std::vector<std::string>& segments, OutputPlan plan,
             frame.streamValue = record.streamValue;
             frame.streamFlags = record.streamFlags;
             pictures += frame.packets.size();
+            const uint64_t scale = frame.timeScale != 0 ? frame.timeScale : format.timeScale;
+            const AVRational timeBase{1, int(std::min<uint64_t>(scale, INT_MAX))};
             try {
+                writeAudioUntil(&timeBase, int64_t(frame.time));
                 writer->write(frame);
             } catch (const std::exception& e) {
                 throw EncodeError(e.what());
@@ -98,6 +121,7 @@ JoinResult JoinChunks(const std::vector<std::string>& segments, OutputPlan plan,
         result.frames += pictures;
     }
     try {
+        writeAudioUntil(nullptr, 0);
         writer->close();
     } catch (const std::exception& e) {
         throw EncodeError(e.what());

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/ChunkPlan.h"
 #include "tools/OutputWriter.h"
 #include "tools/Progress.h"
 
@@ -19,9 +20,12 @@ struct JoinResult {
 };
 
 // The segment files may come in any order; they must be every chunk of one
-// input exactly once. plan.codec is taken from the chunks. Throws
-// EncodeError naming the file at fault.
-JoinResult JoinChunks(const std::vector<std::string>& segments, OutputPlan plan, Progress* progress);
+// input exactly once. plan.codec is taken from the chunks. The audio of a
+// scan of the same input (when given) goes beside the pictures, on their
+// clock; the packets are taken from it. Throws EncodeError naming the file
+// at fault.
+JoinResult JoinChunks(const std::vector<std::string>& segments, OutputPlan plan, Progress* progress,
+                      SceneScan* audio = nullptr);
 
 // The chunk descriptions of segment files, in chunk order; throws
 // EncodeError unless they are every chunk of one input exactly once.

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <string>
 
+#include "tools/MediaSource.h"
+
 extern "C" {
 #include <libavutil/pixdesc.h>
 }
@@ -105,40 +107,58 @@ std::vector<uint64_t> ChunkStarts(const std::vector<double>& scores, uint32_t co
     return starts;
 }
 
-std::vector<double> ScoreScenes(FrameSource& source)
+SceneScan ScanScenes(FrameSource& source)
 {
     SceneDetector detector(source.format());
-    std::vector<double> scores;
+    SceneScan scan;
     Picture picture;
     std::vector<AudioPacket> audio;
     while (source.next(picture, audio)) {
-        audio.clear();
-        scores.push_back(detector.next(picture));
+        scan.scores.push_back(detector.next(picture));
+        scan.times.push_back(picture.time);
     }
-    return scores;
+    scan.audio = std::move(audio);
+    for (const AudioTrack& track : source.audioTracks()) {
+        AudioTrack copy;
+        copy.parameters.reset(avcodec_parameters_alloc());
+        if (!copy.parameters || avcodec_parameters_copy(copy.parameters.get(), track.parameters.get()) < 0)
+            throw std::bad_alloc();
+        copy.timeBaseNum = track.timeBaseNum;
+        copy.timeBaseDen = track.timeBaseDen;
+        scan.tracks.push_back(std::move(copy));
+    }
+    return scan;
 }
 
 namespace {
 
 class ChunkSource : public FrameSource {
 public:
-    ChunkSource(std::unique_ptr<FrameSource> source, uint64_t first, uint64_t end)
-        : m_source(std::move(source)), m_format(m_source->format()), m_first(first), m_end(end)
+    ChunkSource(std::unique_ptr<FrameSource> source, uint64_t first, uint64_t frames)
+        : m_source(std::move(source)), m_format(m_source->format()), m_first(first), m_left(frames)
     {
-        m_format.expectedFrames = end - first;
+        m_format.expectedFrames = frames;
     }
     const VideoFormat& format() const override { return m_format; }
     std::string name() const override { return m_source->name(); }
     bool next(Picture& picture, std::vector<AudioPacket>& audio) override
     {
+        (void)audio;
         std::vector<AudioPacket> dropped;
-        for (; m_index < m_first; ++m_index)
+        if (m_left == 0)
+            return false;
+        do {
             if (!m_source->next(picture, dropped))
                 return false;
-        if (m_index >= m_end || !m_source->next(picture, dropped))
-            return false;
-        ++m_index;
-        (void)audio;
+            dropped.clear();
+        } while (!m_started && picture.time < m_first);
+        // The chunk must start where it was planned, or the join would
+        // repeat or lose pictures.
+        if (!m_started && picture.time != m_first)
+            throw InputError("no picture at time " + std::to_string(m_first) + "/" +
+                             std::to_string(m_format.timeScale) + ", where the chunk starts (has the input changed?)");
+        m_started = true;
+        --m_left;
         return true;
     }
 
@@ -146,15 +166,15 @@ private:
     std::unique_ptr<FrameSource> m_source;
     VideoFormat m_format;
     uint64_t m_first;
-    uint64_t m_end;
-    uint64_t m_index = 0;
+    uint64_t m_left;
+    bool m_started = false;
 };
 
 }  // namespace
 
-std::unique_ptr<FrameSource> MakeChunkSource(std::unique_ptr<FrameSource> source, uint64_t first, uint64_t end)
+std::unique_ptr<FrameSource> MakeChunkSource(std::unique_ptr<FrameSource> source, uint64_t first, uint64_t frames)
 {
-    return std::make_unique<ChunkSource>(std::move(source), first, end);
+    return std::make_unique<ChunkSource>(std::move(source), first, frames);
 }
 
 }  // namespace tools

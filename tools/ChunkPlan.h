@@ -43,12 +43,22 @@ struct ChunkLimits {
 // count <= scores.size().
 std::vector<uint64_t> ChunkStarts(const std::vector<double>& scores, uint32_t count, const ChunkLimits& limits);
 
-// Reads the whole source and scores every picture.
-std::vector<double> ScoreScenes(FrameSource& source);
+// One reading of a whole input: every picture's scene score and time, and
+// the audio the source copies (kept for the join, which writes it beside
+// the chunks' pictures).
+struct SceneScan {
+    std::vector<double> scores;
+    std::vector<uint64_t> times;
+    std::vector<AudioTrack> tracks;
+    std::vector<AudioPacket> audio;
+};
+SceneScan ScanScenes(FrameSource& source);
 
-// The pictures [first, end) of a source, with the source's own times; the
-// pictures before them are read and dropped, audio is dropped.
-std::unique_ptr<FrameSource> MakeChunkSource(std::unique_ptr<FrameSource> source, uint64_t first, uint64_t end);
+// frames pictures of a source from the one at time first (on the whole
+// input's clock, as ScanScenes saw it), with the source's own times. A
+// source that seeks has started there; pictures before it are dropped
+// here. Audio is dropped. Throws EncodeError when no picture has that time.
+std::unique_ptr<FrameSource> MakeChunkSource(std::unique_ptr<FrameSource> source, uint64_t first, uint64_t frames);
 
 }  // namespace tools
 }  // namespace evc

@@ -85,6 +85,8 @@ const char* EncodeUsage()
            "  --chunk K/N             encode only the K-th of N chunks into an .evcseg file; chunks\n"
            "                          start at scene changes, the same ones on every machine\n"
            "  --join SEG...           join the chunks' .evcseg files, in order, into the output\n"
+           "  --audio-from INPUT      with --join: the chunks' input, whose audio is copied (give\n"
+           "                          the chunks' --ss, --seek and --frames too)\n"
            "  --jobs N                N services in parallel on one machine, each on its own chunks\n"
            "  --min-chunk N           no chunk shorter than N pictures (where the input allows)\n"
            "  --max-chunk N           no chunk longer than N pictures (where the chunk count allows)\n"
@@ -188,6 +190,8 @@ EncodeOptions ParseEncodeOptions(const std::vector<std::string>& arguments)
             o.jobs = uint32_t(ParseWhole(a, value(), 1, 256));
         } else if (a == "--join") {
             join = true;
+        } else if (a == "--audio-from") {
+            o.audioFrom = value();
         } else if (a == "--test-pattern") {
             o.testPattern = value();
         } else if (a == "-y" || a == "--overwrite") {
@@ -216,10 +220,14 @@ EncodeOptions ParseEncodeOptions(const std::vector<std::string>& arguments)
         if (!o.testPattern.empty() || o.chunkCount != 0 || o.jobs != 1)
             throw UsageError("--join takes segment files only, without --test-pattern, --chunk or --jobs");
         o.joinInputs = inputs;
+        if (o.audioFrom == "-")
+            throw UsageError("--audio-from needs a file, not standard input");
         if (o.output.empty())
             throw UsageError("no output (-o OUTPUT.mkv, .mp4, .h264, ...)");
         return o;
     }
+    if (!o.audioFrom.empty())
+        throw UsageError("--audio-from goes with --join (an encode copies its own input's audio)");
     if (inputs.size() > 1)
         throw UsageError("more than one input: " + inputs[0] + " and " + inputs[1]);
     if (!inputs.empty())

@@ -40,6 +40,8 @@ struct EncodeOptions {
     uint64_t maxChunk = 0;
     // --join: segment files of chunks joined into the output.
     std::vector<std::string> joinInputs;
+    // --audio-from: the chunks' input, whose audio the join copies.
+    std::string audioFrom;
     // --jobs N: services in parallel, each on its own chunks.
     uint32_t jobs = 1;
     double timeoutSeconds = 0;  // 0: the client's own limits

@@ -88,6 +88,8 @@ public:
             if (received == 0) {
                 const bool keep = Take(picture);
                 av_frame_unref(m_frame.get());
+                if (keep && SeekToChunk(picture))
+                    continue;
                 if (keep) {
                     ++m_delivered;
                     HandOutAudio(audio);
@@ -224,6 +226,53 @@ private:
             avcodec_flush_buffers(m_decoder.get());
     }
 
+    // Called with the first picture, which sets the input's clock: when the
+    // chunk starts later, seeks to the key picture at or before it. True
+    // when the picture is to be dropped.
+    bool SeekToChunk(const Picture& picture)
+    {
+        if (m_chunkSought || picture.time >= m_plan.chunkStart)
+            return false;
+        m_chunkSought = true;
+        const int64_t target = int64_t(m_plan.chunkStart / uint64_t(m_timeBase.num)) + m_offset;
+        if (!m_hadPts || (m_input->iformat->flags & AVFMT_NOTIMESTAMPS) || m_input->pb == nullptr ||
+            !(m_input->pb->seekable & AVIO_SEEKABLE_NORMAL))
+            return false;
+        m_firstPts = m_lastPts;
+        return SeekBefore(target);
+    }
+
+    // Pictures before target are dropped as times that do not grow.
+    bool SeekBefore(int64_t target)
+    {
+        if (avformat_seek_file(m_input.get(), m_video, INT64_MIN, target, target, 0) < 0)
+            return false;
+        avcodec_flush_buffers(m_decoder.get());
+        m_drained = false;
+        m_seekTarget = target;
+        m_landing = true;
+        m_lastPts = target - 1;
+        return true;
+    }
+
+    // A demuxer that lands after the target (an inexact index) is sent back
+    // to the first picture and read on from there. True when the picture
+    // is to be dropped.
+    bool Overshot(int64_t pts)
+    {
+        m_landing = false;
+        if (pts <= m_seekTarget)
+            return false;
+        const int64_t target = m_seekTarget;
+        const int64_t first = m_firstPts;
+        m_firstPts = INT64_MIN;
+        if (first == INT64_MIN || !SeekBefore(first))
+            throw InputError("cannot seek to the picture at " + std::to_string(target) + " in the stream's time base");
+        m_seekTarget = target;
+        m_lastPts = target - 1;
+        return true;
+    }
+
     void ReadPacket()
     {
         if (m_drained)
@@ -279,6 +328,8 @@ private:
         int64_t pts = m_frame->best_effort_timestamp;
         if (pts == AV_NOPTS_VALUE)
             pts = m_havePts ? m_lastPts + m_step : 0;
+        if (m_landing && Overshot(pts))
+            return false;
         if (m_plan.seekSeconds > 0 && pts < m_startTime)
             return false;
         if (m_skipped < m_plan.seekFrames) {
@@ -293,6 +344,7 @@ private:
                              std::to_string(m_format.height) + " to " + std::to_string(m_frame->width) + "x" +
                              std::to_string(m_frame->height) + " at picture " + std::to_string(m_delivered + 1));
         if (!m_havePts) {
+            m_hadPts = m_frame->best_effort_timestamp != AV_NOPTS_VALUE;
             // Pictures start at 0 after a seek, and never before 0.
             m_offset = (m_plan.seekSeconds > 0 || m_plan.seekFrames > 0 || pts < 0) ? pts : 0;
             m_step = std::max<int64_t>(
@@ -391,6 +443,11 @@ private:
     int64_t m_step = 1;
     int64_t m_offset = 0;
     int64_t m_videoEnd = 0;  // file position after the last video packet read
+    bool m_hadPts = false;   // the first picture had its own time
+    bool m_chunkSought = false;
+    bool m_landing = false;  // the first picture after a seek is still to come
+    int64_t m_seekTarget = 0;
+    int64_t m_firstPts = INT64_MIN;
     bool m_drained = false;
     bool m_done = false;
 };

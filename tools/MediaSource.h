@@ -29,6 +29,11 @@ struct InputPlan {
     uint64_t seekFrames = 0;  // pictures dropped at the start
     double seekSeconds = 0;   // pictures before this time are dropped
     uint64_t maxFrames = 0;   // 0: all
+    // A chunk's first picture, on the clock of the whole input: the reader
+    // seeks to the key picture at or before it and drops the pictures
+    // before it, times staying on that clock. Where the input cannot seek
+    // (a pipe, a stream without times) it reads on from the start.
+    uint64_t chunkStart = 0;
     bool verbose = false;     // say on stderr what is converted
     // The plug-in's colour formats; a source in one of them is sent as it
     // is, any other is converted to 8-bit 4:2:0 (6). Empty: 6 only.

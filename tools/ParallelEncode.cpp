@@ -55,16 +55,16 @@ uint32_t ChunkCountForJobs(uint32_t jobs, uint64_t frames)
 
 EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress)
 {
-    std::vector<double> scores;
+    SceneScan scan;
     {
-        std::unique_ptr<FrameSource> scan = plan.openSource();
-        scores = ScoreScenes(*scan);
+        std::unique_ptr<FrameSource> whole = plan.openSource(std::nullopt);
+        scan = ScanScenes(*whole);
     }
-    if (scores.empty())
+    if (scan.scores.empty())
         throw EncodeError("the input holds no pictures");
-    const uint64_t total = scores.size();
+    const uint64_t total = scan.scores.size();
     const uint32_t count = ChunkCountForJobs(plan.jobs, total);
-    std::vector<uint64_t> starts = ChunkStarts(scores, count, plan.limits);
+    std::vector<uint64_t> starts = ChunkStarts(scan.scores, count, plan.limits);
     starts.push_back(total);
 
     // Largest first, so that no long chunk starts last.
@@ -97,8 +97,9 @@ EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress)
             }
             const size_t chunk = order[slot];
             try {
+                const uint64_t first = scan.times[starts[chunk]];
                 std::unique_ptr<FrameSource> source =
-                    MakeChunkSource(plan.openSource(), starts[chunk], starts[chunk + 1]);
+                    MakeChunkSource(plan.openSource(first), first, starts[chunk + 1] - starts[chunk]);
                 EncodeJob job = plan.job;
                 job.output.path = files[chunk];
                 job.output.format = "evcseg";
@@ -147,7 +148,7 @@ EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress)
     if (interrupted)
         throw EncodeAbandoned();
 
-    const JoinResult joined = JoinChunks(files, plan.job.output, nullptr);
+    const JoinResult joined = JoinChunks(files, plan.job.output, nullptr, &scan);
     EncodeResult result;
     result.frames = result.pictures = joined.frames;
     result.bytes = joined.bytes;

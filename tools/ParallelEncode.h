@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "tools/ChunkJoin.h"
@@ -19,9 +20,11 @@ namespace tools {
 struct ParallelPlan {
     uint32_t jobs = 2;
     ChunkLimits limits;
-    // A fresh source over the whole input (called once per chunk, from the
-    // encodes' threads, and once for the scene scores).
-    std::function<std::unique_ptr<FrameSource>()> openSource;
+    // A fresh source: without a start, the whole input with the audio the
+    // output keeps (read once, for the scene changes and the audio); with
+    // one, a chunk's pictures from that time on (called from the encodes'
+    // threads).
+    std::function<std::unique_ptr<FrameSource>(std::optional<uint64_t> chunkStart)> openSource;
     // The preset, the service options and the final output.
     EncodeJob job;
 };

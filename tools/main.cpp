@@ -137,10 +137,27 @@ int Join(const EncodeOptions& options, const std::string& format, const std::str
         if (!FormatHoldsVideo(format, output.codec))
             return Fail(outputName + ": the " + format + " format cannot hold " +
                         (CodecName(output.codec).empty() ? "this compressor's" : CodecName(output.codec)) + " video");
+        // The audio is the input's, read once more beside the pictures that
+        // place it on their clock.
+        std::optional<SceneScan> audio;
+        if (!options.audioFrom.empty() && !options.noAudio) {
+            InputPlan plan;
+            plan.path = options.audioFrom;
+            plan.seekFrames = options.seekFrames;
+            plan.seekSeconds = options.seekSeconds;
+            plan.maxFrames = options.frames;
+            plan.audioAccepted = [format](int codecId) { return FormatHoldsAudio(format, codecId); };
+            plan.acceptedFormats = AcceptedFormats(output.codec);
+            try {
+                audio = ScanScenes(*OpenMediaSource(plan));
+            } catch (const InputError& e) {
+                return Fail(options.audioFrom + ": " + e.what());
+            }
+        }
         VideoFormat video = chunks.front().second.format;
         video.expectedFrames = chunks.front().second.totalFrames;
         Progress progress(std::cerr, !options.quiet, video);
-        const JoinResult result = JoinChunks(options.joinInputs, output, &progress);
+        const JoinResult result = JoinChunks(options.joinInputs, output, &progress, audio ? &*audio : nullptr);
         progress.finish(result.frames, result.bytes, outputName);
         return 0;
     } catch (const std::exception& e) {
@@ -189,9 +206,9 @@ int Run(const EncodeOptions& options)
         const std::string inputName = !options.testPattern.empty() ? "test pattern"
                                       : options.input == "-"       ? "standard input"
                                                                    : options.input;
-        // Chunks read the input again: each worker scores the scenes itself.
-        const bool chunked = options.chunkCount != 0 || options.jobs > 1;
-        auto openSource = [&]() -> std::unique_ptr<FrameSource> {
+        // The whole input (with its audio), or the pictures of one chunk from
+        // the given time on.
+        auto openSource = [&](std::optional<uint64_t> chunkStart) -> std::unique_ptr<FrameSource> {
             if (!options.testPattern.empty()) {
                 TestPatternPlan plan = ParseTestPattern(options.testPattern);
                 if (options.frames != 0 && options.frames < plan.frames)
@@ -200,7 +217,8 @@ int Run(const EncodeOptions& options)
             }
             InputPlan plan;
             plan.path = options.input;
-            plan.copyAudio = !options.noAudio && !chunked;
+            plan.copyAudio = !options.noAudio && !chunkStart;
+            plan.chunkStart = chunkStart.value_or(0);
             plan.seekFrames = options.seekFrames;
             plan.seekSeconds = options.seekSeconds;
             plan.maxFrames = options.frames;
@@ -212,22 +230,26 @@ int Run(const EncodeOptions& options)
         std::unique_ptr<FrameSource> source;
         ChunkLimits limits{options.minChunk, options.maxChunk};
         try {
-            source = openSource();
+            // Each chunk reads the whole input once for the scene changes,
+            // without decoding what lies before its own pictures after that.
+            source = openSource(options.chunkCount != 0 ? std::optional<uint64_t>(0) : std::nullopt);
             if (options.chunkCount != 0) {
-                const std::vector<double> scores = ScoreScenes(*source);
-                if (scores.size() < options.chunkCount)
-                    return Fail(inputName + ": holds " + std::to_string(scores.size()) + " pictures, fewer than " +
+                const SceneScan scan = ScanScenes(*source);
+                const uint64_t total = scan.scores.size();
+                if (total < options.chunkCount)
+                    return Fail(inputName + ": holds " + std::to_string(total) + " pictures, fewer than " +
                                 std::to_string(options.chunkCount) + " chunks");
-                const std::vector<uint64_t> starts = ChunkStarts(scores, options.chunkCount, limits);
+                const std::vector<uint64_t> starts = ChunkStarts(scan.scores, options.chunkCount, limits);
                 const uint32_t k = options.chunkIndex - 1;
-                const uint64_t end = k + 1 < starts.size() ? starts[k + 1] : scores.size();
-                source = MakeChunkSource(openSource(), starts[k], end);
+                const uint64_t end = k + 1 < starts.size() ? starts[k + 1] : total;
+                source.reset();
+                source = MakeChunkSource(openSource(scan.times[starts[k]]), scan.times[starts[k]], end - starts[k]);
                 ChunkTrailer chunk;
                 chunk.index = k;
                 chunk.count = options.chunkCount;
                 chunk.first = starts[k];
                 chunk.frames = end - starts[k];
-                chunk.totalFrames = scores.size();
+                chunk.totalFrames = total;
                 chunk.codec = preset.codec();
                 chunk.format = source->format();
                 output.chunk = chunk;

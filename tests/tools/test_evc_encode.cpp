@@ -114,10 +114,12 @@ protected:
                                 "-fps_mode passthrough -enc_time_base 1:1000 -c:v libx264"},
             {"src.y4m", lavfi + "96x64:rate=25:duration=0.8 -pix_fmt yuv420p"},
             {"rgb.nut", lavfi + "96x64:rate=25:duration=0.4 -c:v rawvideo -pix_fmt rgb24"},
-            // Three scenes of 20 pictures: cuts at pictures 20 and 40.
+            // Three scenes of 20 pictures (cuts at pictures 20 and 40), one
+            // key picture in 25 (chunks start between them), and sound.
             {"cuts.mkv", "ffmpeg -v error -y -f lavfi -i testsrc2=size=96x64:rate=25:duration=0.8 -f lavfi -i "
                          "smptebars=size=96x64:rate=25:duration=0.8 -f lavfi -i rgbtestsrc=size=96x64:rate=25:"
-                         "duration=0.8 -filter_complex '[0][1][2]concat=n=3:v=1[v]' -map '[v]' -c:v ffv1"},
+                         "duration=0.8 -f lavfi -i sine=duration=2.4 -filter_complex '[0][1][2]concat=n=3:v=1[v]' "
+                         "-map '[v]' -map 3 -c:v libx264 -g 25 -sc_threshold 0 -c:a aac"},
             {"described.mkv", lavfi + "64x48:rate=25:duration=0.2 -vf setsar=4/3 -c:v libx264 -color_primaries "
                                       "bt709 -color_trc bt709 -colorspace bt709 -color_range pc"},
         };
@@ -430,8 +432,13 @@ TEST_F(EvcEncodeTest, BadInputFailsWithOneLineAndNoOutput)
 TEST_F(EvcEncodeTest, ChunksJoinIntoTheWholeInputOrNothing)
 {
     const std::string source = Media("cuts.mkv");
-    const std::vector<std::string> sourceTimes =
-        Lines(Probe(source, "-select_streams v:0 -show_entries frame=best_effort_timestamp_time"));
+    auto sortedTimes = [&](const std::string& file) {
+        std::vector<std::string> times = Lines(Probe(file, "-select_streams v:0 -show_entries packet=pts_time"));
+        std::sort(times.begin(), times.end(),
+                  [](const std::string& a, const std::string& b) { return std::stod(a) < std::stod(b); });
+        return times;
+    };
+    const std::vector<std::string> sourceTimes = sortedTimes(source);
     ASSERT_EQ(sourceTimes.size(), 60u);
     const std::string preset = "-q --preset-file h264-preview.xml ";
     auto chunk = [&](int k, int n) {
@@ -448,18 +455,18 @@ TEST_F(EvcEncodeTest, ChunksJoinIntoTheWholeInputOrNothing)
         const char* name;
         std::string arguments;  // without -o
         std::string output;
-        std::vector<std::string> keyTimes;  // the chunk boundaries among them
+        std::vector<size_t> keys;  // the chunk boundaries among them
+        const char* audio;         // the audio codec in the output
     };
     const std::vector<Row> rows = {
-        {"two jobs (four chunks)",
-         preset + "--jobs 2 " + Quote(source),
-         "jobs.mp4",
-         {"0.000000", "0.800000", "1.200000", "1.600000"}},
+        {"two jobs (four chunks)", preset + "--jobs 2 " + Quote(source), "jobs.mp4", {0, 20, 30, 40}, "aac"},
         {"three chunks joined out of order",
-         "-q --join " + p3 + p1 + p2,
+         "-q --join " + p3 + p1 + p2 + "--audio-from " + Quote(source),
          "joined.mkv",
-         {"0.000000", "0.800000", "1.600000"}},
-        {"joined into a raw stream", "-q --join " + p1 + p2 + p3, "joined.h264", {}},
+         {0, 20, 40},
+         "aac"},
+        {"joined into a raw stream", "-q --join " + p1 + p2 + p3, "joined.h264", {}, ""},
+        {"two jobs, no audio", preset + "--no-audio --jobs 2 " + Quote(source), "silent.mkv", {}, ""},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -469,17 +476,18 @@ TEST_F(EvcEncodeTest, ChunksJoinIntoTheWholeInputOrNothing)
         EXPECT_EQ(RunCommand("ffmpeg -v error -i " + Quote(output) + " -f null -", *m_dir).err, "");
         const Facts facts = Describe(output);
         EXPECT_EQ(facts.at("nb_read_frames"), std::vector<std::string>{"60"});
-        if (row.keyTimes.empty())
+        EXPECT_EQ(Probe(output, "-select_streams a -show_entries stream=codec_name"),
+                  *row.audio ? row.audio + std::string("\n") : "");
+        if (row.keys.empty())
             continue;  // a raw stream has no times
-        std::vector<std::string> times = Lines(Probe(output, "-select_streams v:0 -show_entries packet=pts_time"));
-        std::sort(times.begin(), times.end(),
-                  [](const std::string& a, const std::string& b) { return std::stod(a) < std::stod(b); });
-        EXPECT_EQ(times, sourceTimes) << "the source's times, each once";
-        std::vector<std::string> keys;
+        EXPECT_EQ(sortedTimes(output), sourceTimes) << "the source's times, each once";
+        std::vector<std::string> keys, expected;
         for (const std::string& line : Lines(Probe(output, "-select_streams v:0 -show_entries packet=pts_time,flags")))
             if (line.find(",K") != std::string::npos)
                 keys.push_back(line.substr(0, line.find(',')));
-        EXPECT_EQ(keys, row.keyTimes) << "a key frame at each chunk's start";
+        for (size_t k : row.keys)
+            expected.push_back(sourceTimes[k]);
+        EXPECT_EQ(keys, expected) << "a key frame at each chunk's start";
     }
 
     // Whatever is wrong with the chunks, nothing is written.
