@@ -16,7 +16,8 @@ constexpr uint32_t kOtherManufacturer = FourCC("EvcU");
 
 // test_echo.qv64 offers, by index: (EvcT, echo, 1), an empty slot,
 // (EvcU, twin, 2), (EvcT, dual, 5).
-// test_faulty.qv64 offers: (EvcT, faul, 3), (EvcT, twin, 4), (EvcT, dual, 6).
+// test_faulty.qv64 offers: (EvcT, faul, 3), (EvcT, twin, 4), (EvcT, dual, 6), (EvcT, fh26, 8): the
+// last is the h264 bundle's compressor behind the fault switch (see FaultyPlugin.cpp).
 // test_empty.qv64 offers: an empty slot, then (0, 0, 7).
 // The GPU-named bundles offer (EvcT, gpu ) and must never be loaded.
 constexpr uint32_t kEchoCodec = FourCC("echo");
@@ -24,22 +25,13 @@ constexpr uint32_t kFaultyCodec = FourCC("faul");
 constexpr uint32_t kTwinCodec = FourCC("twin");
 constexpr uint32_t kDualCodec = FourCC("dual");
 constexpr uint32_t kGpuCodec = FourCC("gpu ");
-// test_faulty_h264.qv64 offers (EvcT, fh26, 8): the h264 bundle's compressor
-// behind a fault switch (see FaultyH264Plugin.cpp).
 constexpr uint32_t kFaultyH264Codec = FourCC("fh26");
 // Presets spell the codes in decimal.
 static_assert(kTestManufacturer == 1165386580u && kOtherManufacturer == 1165386581u, "manufacturers in decimal");
 static_assert(kEchoCodec == 1701013615u && kFaultyCodec == 1717663084u, "codecs in decimal");
 
-// The faulty plug-in misbehaves when this variable (or its non-standard
-// eEnum setting "Fault") holds "Operation:action[:after]": Operation is an
-// entry point or compressor operation name (QVGetNumberVideoCompressors,
-// QVGetVideoCompressorInfo, CreateVideoCompressor, CreateInstance, Begin,
-// CompressFrame, End, IsLastPassEncodingReady, SetFileFormatHint,
-// SetStreamModeHint, SetInputColorFormat, GetStandardSettings,
-// GetNonStandardSettings), action one of segv, abort, hang, throw, fail, execve, fork, socket, connect
-// (Begin and CompressFrame answer kFaultyStatus), and after the number of
-// calls of that operation that still behave (default 0).
+// The faulty plug-in's switch, "Operation:action[:condition...]" (see FaultyPlugin.cpp); Begin and
+// CompressFrame answer kFaultyStatus for the action "fail".
 constexpr char kFaultEnvironment[] = "EVC_FAULTY_PLUGIN";
 constexpr uint32_t kFaultyStatus = kZKErrGeneral;
 
