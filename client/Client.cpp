@@ -21,8 +21,12 @@ namespace {
 
 // Room for the element headers and packets around a frame's pixels.
 constexpr uint64_t kElementMargin = 1 << 20;
-// How often a wait for the service looks at the child (waitpid) and the clock.
-constexpr unsigned kWatchSliceMs = 2;
+// How often a wait for the service looks at the child (waitpid) and the clock:
+// the first slice is short, so a service that dies on a command is seen at
+// once; each next one is twice as long up to the last, so a long encode costs
+// few wake-ups.
+constexpr unsigned kFirstWatchSliceMs = 2;
+constexpr unsigned kLastWatchSliceMs = 16;
 
 std::string DescribeEnd(ServiceProcess& process)
 {
@@ -160,11 +164,11 @@ void Client::TPrivate::CheckUsable() const
 void Client::TPrivate::WaitForResponse(const char* name, const Limit& limit)
 {
     const auto deadline = std::chrono::steady_clock::now() + limit.total;
-    for (;;) {
+    for (unsigned slice = kFirstWatchSliceMs;; slice = std::min(2 * slice, kLastWatchSliceMs)) {
         // Sleeps on the response semaphore, which the service's post ends at
-        // once, in short slices; between them the child and the clock are
-        // looked at, so a crash is reported within a slice.
-        if (m_channel.WaitForResponseWithin(kWatchSliceMs))
+        // once, in slices; between them the child and the clock are looked
+        // at, so a crash is reported within a slice.
+        if (m_channel.WaitForResponseWithin(slice))
             return;
         if (!m_process->alive()) {
             // A response posted just before the end still counts.

@@ -246,28 +246,25 @@ bool CASharedMemory::tryTake(TSemaphore* semaphore, int32_t& seen) const
 }
 
 // Between two polls. The futex sleep compares the word with the value seen
-// under the lock, so a post made after that look ends the sleep at once; the
-// 1 ms limit keeps a peer that only polls (and never wakes us) as fast as
-// before.
-void CASharedMemory::pause(const TSemaphore* semaphore, int32_t seen) const
+// under the lock, so a post made after that look ends the sleep at once. The
+// sleep is 1 ms until the peer has woken us once, so a peer that only polls
+// (and never wakes us) is seen as fast as before.
+bool CASharedMemory::pause(const TSemaphore* semaphore, int32_t seen, unsigned int limitMs) const
 {
-    if (m_wakeUps)
-        ZKFutexWait(&semaphore->m_count, seen, 1000);
-    else
+    if (!m_wakeUps) {
         yield(1);
-}
-
-bool CASharedMemory::semaphoreWait(TSemaphore* semaphore) const
-{
-    if (!isInside(semaphore))
         return false;
-    int32_t seen = 0;
-    while (!tryTake(semaphore, seen))
-        pause(semaphore, seen);
-    return true;
+    }
+    const unsigned int ms = m_peerWakes.load(std::memory_order_relaxed) ? std::min(limitMs, kWokenSleepMs) : 1u;
+    if (ZKFutexWait(&semaphore->m_count, seen, ms * 1000u)) {
+        m_peerWakes.store(true, std::memory_order_relaxed);
+        return false;
+    }
+    return ms > 1;
 }
 
-bool CASharedMemory::semaphoreWaitTimed(TSemaphore* semaphore, unsigned int ms) const
+// ms null: no time limit.
+bool CASharedMemory::waitUntil(TSemaphore* semaphore, const unsigned int* ms) const
 {
     if (!isInside(semaphore))
         return false;
@@ -275,12 +272,27 @@ bool CASharedMemory::semaphoreWaitTimed(TSemaphore* semaphore, unsigned int ms) 
     // The count is looked at once before the time, so a limit of 0 still takes
     // an available count.
     int32_t seen = 0;
+    bool ranOut = false;
     while (!tryTake(semaphore, seen)) {
-        if (clock.elapsed() >= ms)
+        const unsigned int elapsed = ms != nullptr ? clock.elapsed() : 0;
+        if (ms != nullptr && elapsed >= *ms)
             return false;
-        pause(semaphore, seen);
+        ranOut = pause(semaphore, seen, ms != nullptr ? *ms - elapsed : kWokenSleepMs);
     }
+    // Posted while a long sleep ran out, with no wake: the peer only polls.
+    if (ranOut)
+        m_peerWakes.store(false, std::memory_order_relaxed);
     return true;
+}
+
+bool CASharedMemory::semaphoreWait(TSemaphore* semaphore) const
+{
+    return waitUntil(semaphore, nullptr);
+}
+
+bool CASharedMemory::semaphoreWaitTimed(TSemaphore* semaphore, unsigned int ms) const
+{
+    return waitUntil(semaphore, &ms);
 }
 
 // The count changes under the lock as for a polling peer; the wake only

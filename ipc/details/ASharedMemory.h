@@ -4,6 +4,7 @@
 // the blocks. Every process keeps a cached copy of the chain and reloads it
 // when the change counter at the start of the segment has moved.
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <list>
@@ -54,7 +55,11 @@ public:
     // The semaphore must lie inside this segment; false otherwise. A waiter
     // looks at the count under the segment's lock and, between looks, sleeps
     // until a post wakes it or 1 ms has passed, so a peer that never wakes
-    // anybody (it only polls) is still seen within a millisecond.
+    // anybody (it only polls) is still seen within a millisecond. Once a post
+    // has woken this side, the sleeps last up to 20 ms: a waking peer ends
+    // them at once, and a long wait costs a few wake-ups instead of one a
+    // millisecond. A post found after such a sleep ran out (a peer that only
+    // polls after all) brings back the 1 ms sleeps.
     bool semaphoreWait(TSemaphore* semaphore) const;
     bool semaphoreWaitTimed(TSemaphore* semaphore, unsigned int ms) const;
     bool semaphorePost(TSemaphore* semaphore) const;
@@ -107,7 +112,11 @@ private:
     // One look at the count under the lock; seen receives the count when
     // nothing was taken.
     bool tryTake(TSemaphore* semaphore, int32_t& seen) const;
-    void pause(const TSemaphore* semaphore, int32_t seen) const;
+    // The longest sleep between two looks once the peer is known to wake us.
+    static constexpr unsigned int kWokenSleepMs = 20;
+    // Sleeps at most limitMs; answers whether the sleep ran out its time.
+    bool pause(const TSemaphore* semaphore, int32_t seen, unsigned int limitMs) const;
+    bool waitUntil(TSemaphore* semaphore, const unsigned int* ms) const;
 
     bool loadTableOfContents();
     bool loadFragment(size_t offset, TFragment& fragment) const;
@@ -122,4 +131,6 @@ private:
     std::unique_ptr<CAMemoryMappedFile> m_backend;
     uint64_t m_changeCount = 0;
     bool m_wakeUps = false;
+    // Whether the peer has been seen waking this side's waits.
+    mutable std::atomic<bool> m_peerWakes{false};
 };

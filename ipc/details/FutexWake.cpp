@@ -22,18 +22,19 @@ bool ZKFutexWakeUpsEnabled()
 #endif
 }
 
-void ZKFutexWait(const volatile int32_t* word, int32_t seen, unsigned int microseconds)
+bool ZKFutexWait(const volatile int32_t* word, int32_t seen, unsigned int microseconds)
 {
 #ifdef __linux__
     timespec limit;
     limit.tv_sec = microseconds / 1000000u;
     limit.tv_nsec = static_cast<long>(microseconds % 1000000u) * 1000L;
     // EAGAIN (the word moved), EINTR and ETIMEDOUT all mean: look again.
-    syscall(SYS_futex, const_cast<int32_t*>(word), FUTEX_WAIT, seen, &limit, nullptr, 0);
+    return syscall(SYS_futex, const_cast<int32_t*>(word), FUTEX_WAIT, seen, &limit, nullptr, 0) == 0;
 #else
     (void)word;
     (void)seen;
     usleep(microseconds);
+    return false;
 #endif
 }
 
