@@ -92,24 +92,6 @@ TEST_F(MediaTest, CleaningFreesOnlySizesWithNoBufferInUse)
     ASSERT_EQ(held->Release(), 0u);
     m_pool->ReleaseBuffers();
     EXPECT_EQ(m_pool->GetPoolSize(), m_baseCount);
-    EXPECT_EQ(m_pool->RemovePoolSize(1000), kCABufferPoolSizeUnknown);  // left with its buffers
-
-    // A removed size is not cleaned, now or later, until registered again.
-    const unsigned kept = 900000;
-    CABuffer* keptBuffer = m_pool->AquireBuffer(kept);
-    ASSERT_EQ(keptBuffer->Release(), 0u);
-    EXPECT_EQ(m_pool->RemovePoolSize(7777), kCABufferPoolSizeUnknown);  // still cleans the others
-    EXPECT_EQ(m_pool->GetPoolSize(), m_baseCount);
-    keptBuffer = m_pool->AquireBuffer(kept);
-    ASSERT_EQ(keptBuffer->Release(), 0u);
-    EXPECT_EQ(m_pool->RemovePoolSize(kept), 0u);
-    m_pool->ReleaseBuffers();
-    EXPECT_EQ(m_pool->GetPoolSize(), m_baseCount + 1);
-    EXPECT_EQ(m_pool->AquireBuffer(kept), keptBuffer);
-    ASSERT_EQ(keptBuffer->Release(), 0u);
-    EXPECT_EQ(m_pool->AddPoolSize(kept), 0u);
-    m_pool->ReleaseBuffers();
-    EXPECT_EQ(m_pool->GetPoolSize(), m_baseCount);
 }
 
 TEST_F(MediaTest, ConcurrentUsersNeverShareABuffer)

@@ -1,4 +1,4 @@
-// Time values: conversion between time scales, exact comparison, arithmetic and text.
+// Time values: conversion between time scales, exact comparison and arithmetic.
 #include "media/CATime.h"
 
 #include <gtest/gtest.h>
@@ -94,36 +94,4 @@ TEST(CATime, Arithmetic)
     EXPECT_EQ(Text(t), "343/1000");
     t.Add(CATime(1, 2000));  // half a unit rounds up
     EXPECT_EQ(Text(t), "344/1000");
-}
-
-TEST(CATime, Text)
-{
-    const struct {
-        const char* text;
-        uint64_t expected;  // in units of 10^-7 s
-    } parsed[] = {
-        {"1.5", 15000000},     {"abc", 0}, {"", 0}, {"  2.25xyz", 22500000}, {"0.00000019", 1},  // truncated
-        {"3600", 36000000000}, {"-3", 0},  // a time is never negative
-        {nullptr, 0},
-    };
-    for (const auto& row : parsed) {
-        CATime t(99, 7);
-        t.SetTime(row.text);
-        EXPECT_EQ(Text(t), Text(CATime(row.expected, 10000000))) << (row.text ? row.text : "(null)");
-    }
-    const struct {
-        uint64_t time, scale;
-        const char* expected;
-    } printed[] = {
-        {0, 1, "000000.000000"},
-        {3723500, 1000, "010203.500000"},
-        {360000, 1, "1000000.000000"},                                     // 100 hours, not wrapped at 24
-        {2, 3, "000000.666666"},                                           // truncated, not rounded
-        {999999999999999999ull, 1000000000000000000ull, "000000.999999"},  // remainder x 10^6 past 64 bits
-    };
-    for (const auto& row : printed) {
-        std::string text = "stale";
-        CATime(row.time, row.scale).ToString(text);
-        EXPECT_EQ(text, row.expected) << row.time << "/" << row.scale;
-    }
 }

@@ -1,16 +1,13 @@
 // The plug-in records byte for byte, and the tables behind them: colour formats, audio formats and
-// channel modes, eight-character codes, CRCs and standard frame rates.
+// channel modes; CRCs and time rebasing.
 #include "evc/ZKImage.h"
 
 #include "MediaTestSupport.h"
 #include "media/ZKAudio.h"
 #include "media/ZKColorFormats.h"
 #include "media/ZKCrc.h"
-#include "media/ZKFourCC.h"
-#include "media/ZKFrameRates.h"
 #include "media/ZKUtils.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <numeric>
 
@@ -114,33 +111,6 @@ TEST(ZKRecords, ColorFormatProperties)
     EXPECT_EQ(ZKGetDefaultRowBytes(30, 49), 256u);
 }
 
-TEST(ZKRecords, ColorConversionsAndComponentOrder)
-{
-    // Within the RGB class a conversion exists when it loses no depth, except from the 8-byte
-    // formats down to the 3-byte ones; the table's rows hold 153 conversions in all.
-    int possible = 0;
-    for (uint32_t s = 0; s <= eColorFormatCount; ++s) {
-        for (uint32_t d = 0; d <= eColorFormatCount; ++d) {
-            possible += ZKCanDoColorConversion(s, d) ? 1 : 0;
-            const bool rgbRule = ZKGetBitResolution(s) >= ZKGetBitResolution(d) &&
-                                 !(GetBytesPerPixel(s) == 8 && GetBytesPerPixel(d) == 3);
-            EXPECT_TRUE(!ZKIsARGBFormat(s) || !ZKIsARGBFormat(d) || ZKCanDoColorConversion(s, d) == rgbRule)
-                << s << " -> " << d;
-        }
-    }
-    EXPECT_EQ(possible, 153);
-    const char* rows[] = {"6>10", "13>1", "30>6", "1>13", "18>30", "!6>13", "!30>1", "!24>6"};
-    for (const char* row : rows) {
-        const bool expected = row[0] != '!';
-        const uint32_t s = uint32_t(std::atoi(row + !expected)), d = uint32_t(std::atoi(std::strchr(row, '>') + 1));
-        EXPECT_EQ(ZKCanDoColorConversion(s, d), expected) << row;
-    }
-    EXPECT_TRUE(ZKAreComponentsSwapped(1, 3) && ZKAreComponentsSwapped(0, 5));
-    EXPECT_FALSE(ZKAreComponentsSwapped(1, 18) || ZKAreComponentsSwapped(6, 6));  // depth differs; not RGB
-    EXPECT_TRUE(ZKGetChangeBitResolutionSwapComponentOrder(1, 23) && ZKGetChangeBitResolutionSwapComponentOrder(21, 1));
-    EXPECT_FALSE(ZKGetChangeBitResolutionSwapComponentOrder(1, 18) || ZKGetChangeBitResolutionSwapComponentOrder(0, 2));
-}
-
 TEST(ZKRecords, AudioFormatsAndChannelModes)
 {
     const uint32_t bytes[] = {1, 2, 2, 3, 4, 4, 1, 2, 2, 3, 4, 4, 0, 0};
@@ -177,32 +147,14 @@ TEST(ZKRecords, AudioFormatsAndChannelModes)
         EXPECT_EQ(ZKGetChannelMode(count), modeForCount[count]) << count << " channels";
 }
 
-TEST(ZKRecords, CodesCrcsAndFrameRates)
+TEST(ZKRecords, CrcsAndTimeRebasing)
 {
-    uint32_t manufacturer = 0, codec = 0;
-    EXPECT_TRUE(ZKGetFourCCCodes("ZKIRV7ProVideoCodec", &manufacturer, &codec));
-    EXPECT_EQ(std::make_pair(manufacturer, codec), std::make_pair(0x5A4B4920u, 0x4B525637u));
-    EXPECT_FALSE(ZKGetFourCCCodes("appldvc", &manufacturer, &codec));
-    EXPECT_EQ(std::make_pair(manufacturer, codec), std::make_pair(0u, 0u));
-    char text[12];
-    std::memset(text, 'x', sizeof text);
-    ASSERT_TRUE(ZKGetManufactureCodecEightCCString(text, 0x5A4B4920, 0x4B525637));
-    EXPECT_EQ(std::string(text, text + 10), std::string("ZKI KRV7\0x", 10));  // nine bytes written
-
     const auto* check = reinterpret_cast<const uint8_t*>("123456789");
     EXPECT_EQ(Calc16BitCRC(check, 9, 0xFFFF), 0x29B1);
     EXPECT_EQ(Calc16BitCRC(check + 4, 5, Calc16BitCRC(check, 4, 0x1D0F)), 0xE5CC);  // chained
     EXPECT_EQ(Calc8BitCRC(check, 9, 0x00), 0xBC);
     const int16_t samples[] = {'1', '2', '3', '4', 999, 999, '5', '6', '7', '8', 999, 999};  // padded rows
     EXPECT_EQ(Calc16BitCRCShort(samples, 4, 2, 6, 0xFFFF), Calc16BitCRC(check, 8, 0xFFFF));
-
-    double difference = 0;
-    EXPECT_DOUBLE_EQ(ZKFindClosestStdFrameRate(23.98, 0.01, &difference), 23.976);
-    EXPECT_NEAR(difference, -0.004, 1e-9);
-    EXPECT_DOUBLE_EQ(ZKFindClosestStdFrameRate(29.9, 0.01, &difference), 0.0);  // too far
-    EXPECT_DOUBLE_EQ(ZKFindClosestStdFrameRate(2.0, 1.0, nullptr), 1.0);        // a tie keeps the lower
-    EXPECT_DOUBLE_EQ(ZKFindNextStdFrameRate(3.02), 5.0);
-    EXPECT_DOUBLE_EQ(ZKFindNextStdFrameRate(240.03), 240.03);
     EXPECT_EQ(ZKUtils::rebaseTime(1001, 30000, 90000), 3003u);
     EXPECT_EQ(ZKUtils::rebaseTime(1, 4, 2), 1u);                      // halves round up
     EXPECT_EQ(ZKUtils::rebaseTime(UINT64_MAX, 1, 1000), UINT64_MAX);  // saturates
