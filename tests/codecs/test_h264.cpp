@@ -1,5 +1,5 @@
-// The H.264 bundle on its own: its side of the plug-in contract (entry points, settings,
-// the checks Begin and CompressFrame make, headers and output bundles), and streams checked by
+// The H.264 bundle on its own: its side of the plug-in contract (settings, the checks Begin and
+// CompressFrame make, headers and output bundles), and streams checked by
 // ffprobe and ffmpeg: times, the flush of delayed pictures, lossless round trips of padded and
 // bottom-up input, the bit rate mode.
 #include "PluginFixture.h"
@@ -7,8 +7,6 @@
 #include "evc/H264Codec.h"
 #include "evc/VideoCompressorPlugin.h"
 #include "evc/ZKResult.h"
-
-#include <dlfcn.h>
 
 #include <algorithm>
 #include <functional>
@@ -20,11 +18,6 @@ namespace codes = evc::h264;
 namespace {
 
 using CompressorPtr = std::unique_ptr<IVideoCompressor>;
-
-std::string BundleCode()
-{
-    return BuildPath("Evc.app/Contents/PlugIns/h264.qv64/Contents/Linux/h264");
-}
 
 template <class Setting, class Value>
 void Set(IVideoCompressor& compressor, const char* name, Value value)
@@ -164,44 +157,6 @@ protected:
 
     std::unique_ptr<TLoadedCompressor> m_bundle;
 };
-
-TEST_F(H264, EntryPointsAndSettings)
-{
-    void* code = dlopen(BundleCode().c_str(), RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(code, nullptr) << dlerror();
-    auto count = reinterpret_cast<QVGetNumberVideoCompressorsFunc>(dlsym(code, kQVGetNumberVideoCompressors));
-    auto info = reinterpret_cast<QVGetVideoCompressorInfoFunc>(dlsym(code, kQVGetVideoCompressorInfo));
-    auto create = reinterpret_cast<CreateVideoCompressorFunc>(dlsym(code, kCreateVideoCompressor));
-    ASSERT_TRUE(count && info && create);
-    EXPECT_EQ(count(), 1u);
-    for (uint64_t index : {0, 1}) {
-        uint32_t manufacturer = 0, codec = 0;
-        uint64_t extra = 0;
-        info(index, &manufacturer, &codec, &extra);
-        EXPECT_EQ(manufacturer, index ? 0u : 1702257440u) << "'evc '";
-        EXPECT_EQ(codec, index ? 0u : 1635148593u) << "'avc1'";
-        EXPECT_EQ(extra != 0, index == 0);
-    }
-    for (const auto& [manufacturer, codec] : {std::pair{codes::kManufacturer, codes::FourCC("avc2")},
-                                              {0u, codes::kCodec},
-                                              {codes::FourCC("EvcT"), codes::kCodec}})
-        EXPECT_EQ(CompressorPtr(create(manufacturer, codec)), nullptr);
-    dlclose(code);
-
-    const std::pair<ISettingArray*, std::vector<std::string>> arrays[] = {
-        {m_bundle->get()->GetStandardSettings(), {"Bitrate", "KeyFrameInterval"}},
-        {m_bundle->get()->GetNonStandardSettings(),
-         {"Preset", "Tune", "Profile", "CRF", "Threads", "FrameRate", "SarWidth", "SarHeight", "ColourPrimaries",
-          "TransferCharacteristics", "MatrixCoefficients", "FullRange", "FieldOrder"}}};
-    for (const auto& [array, names] : arrays) {
-        std::vector<std::string> listed;
-        for (int32_t i = 0; i < array->GetCount(); ++i)
-            listed.push_back(array->GetSetting(i)->GetName());
-        EXPECT_EQ(listed, names);
-        EXPECT_EQ(array->GetSetting(-1), nullptr);
-        EXPECT_EQ(array->GetSetting(array->GetCount()), nullptr);
-    }
-}
 
 TEST_F(H264, BeginRefusesBadSamplesAndSettings)
 {
