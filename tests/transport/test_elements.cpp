@@ -77,37 +77,6 @@ ZKEncImage_t ImageRecord(Bytes& pixels, uint64_t time, uint64_t scale)
     return record;
 }
 
-TEST(Elements, PacketChildIsHeaderThenDescriptorThenData)
-{
-    const struct {
-        Bytes descriptor, data;
-        Bytes head;  // DataPacket id and size, child id and size
-    } cases[] = {
-        {{}, {}, {0x82, 0x80 | 42, 0x81, 0x80 | 40}},
-        {{1, 2, 3, 4}, Bytes(100, 7), {0x82, 0x40, 147, 0x81, 0x40, 144}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.descriptor.size());
-        TPacketPtr source(MakePacket(3, 2, 1, 1000, 4, c.descriptor, c.data));
-        TZKEbmlPacketElt element;
-        element->importPacket(source.get(), kNoOffset);
-        Bytes expected = c.head;
-        for (uint64_t v : {3, 2})
-            PutLe(expected, v, 4);
-        for (uint64_t v : {1, 1000, 4})
-            PutLe(expected, v, 8);
-        PutLe(expected, c.descriptor.size(), 4);
-        PutLe(expected, c.data.size(), 4);
-        expected.insert(expected.end(), c.descriptor.begin(), c.descriptor.end());
-        expected.insert(expected.end(), c.data.begin(), c.data.end());
-        EXPECT_EQ(Save(element), expected);
-
-        Loaded<TZKEbmlPacketElt> loaded(expected);
-        TPacketPtr back(loaded.element->exportPacket(kNoOffset));
-        ExpectSamePacket(source.get(), back.get());
-    }
-}
-
 TEST(Elements, BundleListKeepsOrderAndNestingAndCopiesDeeply)
 {
     TPacketBundlePtr source(MakeBundle(0, 0, 1000, 0, {9},

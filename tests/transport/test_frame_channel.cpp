@@ -97,6 +97,14 @@ TEST(FrameChannel, WritesAndReadsTheGoldenEncImageBytes)
     EXPECT_EQ(Bytes(w.area.begin(), w.area.begin() + w.size), golden);
     EXPECT_EQ(w.area[w.size], 0xEE) << "bytes after the element are left as they were";
     EXPECT_EQ(frame.descriptors->size(), 1u) << "the caller's bundles are intact";
+    // An area too small: the full size, and nothing written.
+    for (uint32_t capacity : {0u, 148u, 348u}) {
+        const Written small = Write(frame.record, capacity);
+        EXPECT_EQ(small.status, kZKErrFrameTooLarge);
+        EXPECT_EQ(small.size, 349u);
+        EXPECT_EQ(small.area, Bytes(capacity + 1, 0xEE)) << capacity;
+    }
+    EXPECT_EQ(Write(frame.record, 349).status, 0u) << "an exact fit";
 
     TZKImageFramePtr back = Read(golden, 349);
     ASSERT_TRUE(back);
@@ -111,20 +119,6 @@ TEST(FrameChannel, WritesAndReadsTheGoldenEncImageBytes)
     EXPECT_EQ(record.streamFlags, 0x11u);
     ExpectSamePacket(frame.descriptors.get(), record.descriptors, "descriptors");
     ExpectSamePacket(frame.dataPackets.get(), record.image.dataPackets, "data packets");
-}
-
-TEST(FrameChannel, AnAreaTooSmallReportsTheFullSizeAndWritesNothing)
-{
-    GoldenFrame frame;
-    for (uint32_t capacity : {0u, 148u, 348u, 349u}) {
-        SCOPED_TRACE(capacity);
-        const Written w = Write(frame.record, capacity);
-        EXPECT_EQ(w.size, 349u);
-        EXPECT_EQ(w.status, capacity < 349 ? kZKErrFrameTooLarge : 0u);
-        if (capacity < 349) {
-            EXPECT_EQ(w.area, Bytes(capacity + 1, 0xEE));
-        }
-    }
 }
 
 TEST(FrameChannel, ReleasedBundlesAndAppendedRawFrames)

@@ -162,33 +162,4 @@ TEST(Headers, PacketChildrenShorterThanTheyAnnounceAreRefused)
     EXPECT_FALSE(TZKPacketView().parse(nullptr, 100));
 }
 
-TEST(Headers, BundleHeaderBytesAndShortChildren)
-{
-    for (uint32_t descriptorSize : {0u, 20u}) {
-        SCOPED_TRACE(descriptorSize);
-        Bytes child(60, 0);
-        TZKBundleHeader header;
-        header.track = 4;
-        header.time = 5;
-        header.timeBase = 90000;
-        header.duration = 6;
-        header.descriptorSize = descriptorSize;
-        header.encode(child.data());
-        Bytes expected;
-        PutLe(expected, 4, 8);  // track and reserved
-        for (uint64_t v : {5, 90000, 6})
-            PutLe(expected, v, 8);
-        PutLe(expected, descriptorSize, 8);  // size and reserved
-        EXPECT_EQ(Bytes(child.begin(), child.begin() + 40), expected);
-
-        TZKBundleView view;
-        EXPECT_FALSE(view.parse(child.data(), 39));
-        EXPECT_EQ(view.parse(child.data(), 59), descriptorSize == 0);
-        ASSERT_TRUE(view.parse(child.data(), 60));
-        EXPECT_EQ(view.header.timeBase, 90000u);
-        EXPECT_EQ(view.header.duration, 6u);
-        EXPECT_EQ(view.descriptor, descriptorSize ? child.data() + 40 : nullptr);
-    }
-}
-
 }  // namespace
