@@ -15,21 +15,6 @@ using namespace tool_test;
 
 namespace {
 
-std::string Quote(const std::string& text)
-{
-    return "'" + text + "'";
-}
-
-std::vector<std::string> Lines(const std::string& text)
-{
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        if (!line.empty())
-            lines.push_back(line);
-    return lines;
-}
-
 TEST(EvcSlurm, AChunkArrayAndItsJoinGiveTheWholeInputAndAReRunOnlyWhatIsMissing)
 {
     if (!HaveProgram("ffmpeg") || !HaveProgram("ffprobe"))

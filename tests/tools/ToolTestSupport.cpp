@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 #include "common/Process.h"
 
@@ -39,6 +40,21 @@ CommandResult RunCommand(const std::string& commandLine, const TempDir& scratch)
     CommandResult result{run.status, run.output, Slurp(err)};
     std::remove(err.c_str());
     return result;
+}
+
+std::string Quote(const std::string& text)
+{
+    return "'" + text + "'";
+}
+
+std::vector<std::string> Lines(const std::string& text)
+{
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        if (!line.empty())
+            lines.push_back(line);
+    return lines;
 }
 
 std::string EncoderPath()

@@ -27,6 +27,11 @@ struct CommandResult {
 // Runs a shell command line; its standard error goes through a file in scratch.
 CommandResult RunCommand(const std::string& commandLine, const TempDir& scratch);
 
+// The text in single quotes, for a shell command line.
+std::string Quote(const std::string& text);
+// The non-empty lines of text.
+std::vector<std::string> Lines(const std::string& text);
+
 // The built evc-encode (EVC_BUILD_DIR from CTest).
 std::string EncoderPath();
 bool HaveProgram(const std::string& name);

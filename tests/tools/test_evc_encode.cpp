@@ -23,11 +23,6 @@ using evctest::ReadBytes;
 
 namespace {
 
-std::string Quote(const std::string& text)
-{
-    return "'" + text + "'";
-}
-
 // What ffprobe says of a file's first video stream, its pictures and
 // packets: every value under its key, in order.
 using Facts = std::map<std::string, std::vector<std::string>>;
@@ -52,16 +47,6 @@ std::vector<double> Numbers(const std::vector<std::string>& texts)
         if (text != "N/A")
             values.push_back(std::stod(text));
     return values;
-}
-
-std::vector<std::string> Lines(const std::string& text)
-{
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        if (!line.empty())
-            lines.push_back(line);
-    return lines;
 }
 
 double Fraction(const std::string& text)
