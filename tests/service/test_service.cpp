@@ -2,11 +2,7 @@
 // a segment the test creates, against the echo and faulty test plug-ins.
 #include "ServiceHarness.h"
 #include "plugins/bundles/EchoReport.h"
-#include "service/ZKConvertToScalar.h"
 #include "transport/ExternalVideoProxy.h"
-
-#include <climits>
-#include <csignal>
 
 using namespace evctest;
 
@@ -78,23 +74,6 @@ TEST(ServiceProgram, ASilentClientEndsTheLoopWithStatusZero)
     EXPECT_FALSE(Exists(key) || LockExists(key));
 }
 
-TEST(ServiceProgram, ScalarsReadLikeAFormattedStreamExtraction)
-{
-    const std::pair<const char*, long long> cases[] = {{" 42", 42},
-                                                       {"+42", 42},
-                                                       {"42xyz", 42},
-                                                       {"-7", -7},
-                                                       {"\t\n9", 9},
-                                                       {"0x2A", 0},
-                                                       {"abc", 0},
-                                                       {"", 0},
-                                                       {"99999999999999999999", 0},
-                                                       {"9223372036854775807", LLONG_MAX},
-                                                       {"-9223372036854775808", LLONG_MIN}};
-    for (const auto& [text, value] : cases)
-        EXPECT_EQ(ZKConvertToScalar<long long>(text), value) << '"' << text << '"';
-}
-
 TEST_F(Service, CommandsBeforeACompressorAndBadPresets)
 {
     for (int command : {1, 2, 3, 4, 6, 7, 8})
@@ -151,15 +130,12 @@ TEST_F(Service, PresetHintsAndFramesReachTheCompressorIntact)
     ASSERT_EQ(std::distance(twins.first, twins.second), 2);
     EXPECT_EQ(twins.first->second, "9 sets=2");
 
-    // The pixels the compressor saw are the ones sent; the Begin record travels in the descriptors.
+    // The Begin record travels in the descriptors (the pixels' round trip is the client test's).
     ExternalVideoProxy proxy;
     proxy.Begin(harness->channel().payload(), static_cast<uint32_t>(Record().m_payloadSize0));
     TZKImageFramePtr reply = proxy.DeSerializeFrame(static_cast<uint32_t>(Record().m_payloadSize0));
     ASSERT_TRUE(reply);
-    const ZKEncImage_t out = reply->GetZKEncImage();
-    ASSERT_GE(out.image.dataPackets->size(), 2u);
-    EXPECT_EQ(PacketData(out.image.dataPackets->get(1)), std::string(image.bytes.begin(), image.bytes.end()));
-    const TEchoReport begin = ParseEchoReport(PacketData(out.descriptors->get(0)));
+    const TEchoReport begin = ParseEchoReport(PacketData(reply->GetZKEncImage().descriptors->get(0)));
     EXPECT_EQ(EchoValue(begin, "begin.flag"), "1");
     EXPECT_EQ(EchoValue(begin, "begin.sample.width"), "32");
 
@@ -275,12 +251,6 @@ TEST_F(Service, WaysTheServiceEnds)
              post(h, 5);
          },
          2, "Error: "},
-        {"crashing compressor",
-         [&](ServiceHarness& h) {
-             ASSERT_EQ(h.SetOutput(FaultPreset("CompressFrame:segv")), 0u);
-             EXPECT_EQ(h.Compress(TestImage(8, 8, 0, 25), false, false), ~0u);
-         },
-         128 + SIGSEGV, ""},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);

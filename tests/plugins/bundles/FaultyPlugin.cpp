@@ -107,10 +107,10 @@ bool MaybeFault(const char* operation, const ZKEncImage_t* input = nullptr, bool
 }
 
 struct TFaultSetting : kit::TEnum {
-    TFaultSetting() : TEnum("Fault", "") {}
+    TFaultSetting() : kit::TEnum("Fault", "") {}
     void SetValue(const char* value) override
     {
-        TEnum::SetValue(value);
+        kit::TEnum::SetValue(value);
         g_faultSetting = Text();
     }
 };

@@ -45,49 +45,37 @@ bool IsOffered(const TOffer (&offers)[N], uint32_t manufacturer, uint32_t codec)
 }
 
 // A setting that keeps its value as text and counts how often it was set.
-template <class Interface>
+template <class Interface, class T>
 class TSetting : public Interface {
 public:
-    TSetting(const char* name, std::string initial) : m_name(name), m_text(std::move(initial)) {}
+    TSetting(const char* name, T initial) : m_name(name), m_text(Format(initial)) {}
     const char* GetName() const override { return m_name.c_str(); }
-    const std::string& Text() const { return m_text; }
-    std::string Report() const { return m_text + " sets=" + std::to_string(m_sets); }
-
-protected:
-    void Store(std::string text)
+    void SetValue(T value) override
     {
-        m_text = std::move(text);
+        m_text = Format(value);
         ++m_sets;
     }
+    const std::string& Text() const { return m_text; }
+    int32_t Value() const { return std::stoi(m_text); }
+    std::string Report() const { return m_text + " sets=" + std::to_string(m_sets); }
 
 private:
-    std::string m_name, m_text;
-    int m_sets = 0;
-};
-
-struct TBool : TSetting<IBoolSetting> {
-    TBool(const char* name, bool initial) : TSetting(name, initial ? "true" : "false") {}
-    void SetValue(bool value) override { Store(value ? "true" : "false"); }
-};
-struct TInt : TSetting<IIntSetting> {
-    TInt(const char* name, int32_t initial) : TSetting(name, std::to_string(initial)) {}
-    void SetValue(int32_t value) override { Store(std::to_string(value)); }
-    int32_t Value() const { return std::stoi(Text()); }
-};
-struct TDouble : TSetting<IDoubleSetting> {
-    TDouble(const char* name, double initial) : TSetting(name, Format(initial)) {}
-    void SetValue(double value) override { Store(Format(value)); }
+    static std::string Format(bool value) { return value ? "true" : "false"; }
+    static std::string Format(int32_t value) { return std::to_string(value); }
+    static std::string Format(const char* value) { return value != nullptr ? value : "(null)"; }
     static std::string Format(double value)
     {
         char text[32];
         std::snprintf(text, sizeof text, "%.17g", value);
         return text;
     }
+    std::string m_name, m_text;
+    int m_sets = 0;
 };
-struct TEnum : TSetting<IEnumSetting> {
-    TEnum(const char* name, const char* initial) : TSetting(name, initial) {}
-    void SetValue(const char* value) override { Store(value != nullptr ? value : "(null)"); }
-};
+using TBool = TSetting<IBoolSetting, bool>;
+using TInt = TSetting<IIntSetting, int32_t>;
+using TDouble = TSetting<IDoubleSetting, double>;
+using TEnum = TSetting<IEnumSetting, const char*>;
 
 // Owns its settings and reports them all: "setting.Name=value sets=N" lines.
 class TSettingArray : public ISettingArray {
