@@ -1,6 +1,6 @@
 // The plug-in collection over the build's host bundle and the test bundles: discovery, bundles it
 // must skip, registration by codes, the first registration winning, faulty entry points, lookups
-// out of range, and the search rules of the registration list.
+// out of range, and lookups by codes (manufacturer 0 matching any).
 #include "PluginFixture.h"
 #include "plugins/bundles/TestPluginCodes.h"
 
@@ -179,34 +179,6 @@ TEST_F(PluginCollection, EntryPointLookupsOutsideTheLoadedBundles)
     EXPECT_EQ(manufacturer, kOtherManufacturer);
     EXPECT_EQ(codec, kTwinCodec);
     EXPECT_EQ(info, 2u);
-}
-
-TEST(FindPlugin, SearchRules)
-{
-    int a = 1, b = 2, c = 3;
-    Array_c<ZKPlugin<int>> records;
-    EXPECT_EQ(FindPlugin(records, 0, 10), nullptr) << "empty array";
-    const std::tuple<uint32_t, uint32_t, int*> added[] = {{7, 10, nullptr}, {5, 10, &a}, {6, 10, &b}, {6, 11, &c}};
-    for (const auto& [manufacturer, codec, prototype] : added) {
-        ZKPlugin<int> record;
-        record.m_manufacturer = manufacturer;
-        record.m_codec = codec;
-        record.m_prototype = prototype;
-        ASSERT_TRUE(records.Append(record));
-    }
-    const struct {
-        uint32_t manufacturer, codec;
-        int expected;  // 0: none
-    } cases[] = {
-        {0, 10, 1},                                     // any manufacturer: the first registered with a prototype
-        {6, 10, 2}, {7, 10, 0},                         // only the record without a prototype matches
-        {0, 11, 3}, {5, 11, 0}, {0, 12, 0}, {6, 0, 0},  // codec 0 is not a wildcard
-    };
-    for (const auto& t : cases) {
-        SCOPED_TRACE(::testing::Message() << t.manufacturer << "/" << t.codec);
-        const ZKPlugin<int>* found = FindPlugin(records, t.manufacturer, t.codec);
-        EXPECT_EQ(found ? *found->m_prototype : 0, t.expected);
-    }
 }
 
 }  // namespace
