@@ -1,8 +1,12 @@
 // Scene scores, chunk boundaries and the chunk's view of a source.
 #include "tools/ChunkPlan.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
+#include <fstream>
 #include <string>
 
 #include "tools/MediaSource.h"
@@ -128,6 +132,69 @@ SceneScan ScanScenes(FrameSource& source)
         scan.tracks.push_back(std::move(copy));
     }
     return scan;
+}
+
+ChunkBounds PlanChunks(const SceneScan& scan, uint32_t count, const ChunkLimits& limits)
+{
+    ChunkBounds bounds;
+    bounds.total = scan.scores.size();
+    if (bounds.total < count)
+        throw InputError("holds " + std::to_string(bounds.total) + " pictures, fewer than " + std::to_string(count) +
+                         " chunks");
+    bounds.starts = ChunkStarts(scan.scores, count, limits);
+    for (uint64_t start : bounds.starts)
+        bounds.times.push_back(scan.times[start]);
+    return bounds;
+}
+
+namespace {
+
+constexpr const char* kPlanMagic = "evc chunk plan 1";
+
+}  // namespace
+
+void WriteChunkPlan(const std::string& path, const std::string& basis, const ChunkBounds& bounds)
+{
+    // Written aside and renamed, so that a reader never sees half a plan
+    // (and encodes that write the same plan at once do no harm).
+    const std::string aside = path + ".part" + std::to_string(getpid());
+    {
+        std::ofstream out(aside);
+        out << kPlanMagic << "\n" << basis << "\n" << bounds.total << "\n";
+        for (size_t i = 0; i < bounds.starts.size(); ++i)
+            out << bounds.starts[i] << " " << bounds.times[i] << "\n";
+        out.close();
+        if (!out || std::rename(aside.c_str(), path.c_str()) != 0) {
+            std::remove(aside.c_str());
+            throw std::runtime_error(path + ": cannot write the chunk plan");
+        }
+    }
+}
+
+std::optional<ChunkBounds> ReadChunkPlan(const std::string& path, const std::string& basis, uint32_t count)
+{
+    std::ifstream in(path);
+    if (!in)
+        return std::nullopt;
+    std::string magic, madeFrom;
+    ChunkBounds bounds;
+    std::getline(in, magic);
+    std::getline(in, madeFrom);
+    if (magic == kPlanMagic && madeFrom != basis)
+        throw std::runtime_error(path + ": planned for " + madeFrom + ", not for " + basis +
+                                 " (remove it to plan again)");
+    in >> bounds.total;
+    uint64_t start = 0, time = 0;
+    while (bounds.starts.size() < count && in >> start >> time) {
+        // Boundaries grow within the input, from its first picture.
+        if (start >= bounds.total || (bounds.starts.empty() ? start != 0 : start <= bounds.starts.back()))
+            break;
+        bounds.starts.push_back(start);
+        bounds.times.push_back(time);
+    }
+    if (magic != kPlanMagic || bounds.starts.size() != count || !(in >> std::ws).eof())
+        throw std::runtime_error(path + ": not a chunk plan, or a damaged one");
+    return bounds;
 }
 
 namespace {

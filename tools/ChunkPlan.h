@@ -6,6 +6,8 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "tools/FrameSource.h"
@@ -53,6 +55,24 @@ struct SceneScan {
     std::vector<AudioPacket> audio;
 };
 SceneScan ScanScenes(FrameSource& source);
+
+// The chunks of one input: each one's first picture and that picture's
+// time, and the input's picture count. Throws InputError when the input
+// has fewer pictures than chunks.
+struct ChunkBounds {
+    std::vector<uint64_t> starts;
+    std::vector<uint64_t> times;
+    uint64_t total = 0;
+};
+ChunkBounds PlanChunks(const SceneScan& scan, uint32_t count, const ChunkLimits& limits);
+
+// A plan file keeps the bounds for the other chunks' encodes, with a line
+// naming what they were computed from (the input and the options), so that
+// the scene changes are read once per input. Reading gives nothing when
+// there is no file, else the bounds of count chunks; both throw std::runtime_error naming the file when it
+// cannot be used (damaged, or made from another basis).
+void WriteChunkPlan(const std::string& path, const std::string& basis, const ChunkBounds& bounds);
+std::optional<ChunkBounds> ReadChunkPlan(const std::string& path, const std::string& basis, uint32_t count);
 
 // frames pictures of a source from the one at time first (on the whole
 // input's clock, as ScanScenes saw it), with the source's own times. A

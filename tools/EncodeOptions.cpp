@@ -48,7 +48,7 @@ const char* EncodeUsage()
 {
     return "usage: evc-encode [options] INPUT -o OUTPUT\n"
            "       evc-encode [options] --test-pattern WxH@FPS:SECONDS -o OUTPUT\n"
-           "       evc-encode [options] --chunk K/N INPUT -o PART.evcseg\n"
+           "       evc-encode [options] --chunk K/N [--chunk-plan FILE] INPUT [-o PART.evcseg]\n"
            "       evc-encode [options] --join PART.evcseg... -o OUTPUT\n"
            "       evc-encode --list-codecs | --version | --help\n"
            "\n"
@@ -88,6 +88,8 @@ const char* EncodeUsage()
            "  --audio-from INPUT      with --join: the chunks' input, whose audio is copied (give\n"
            "                          the chunks' --ss, --seek and --frames too)\n"
            "  --jobs N                N services in parallel on one machine, each on its own chunks\n"
+           "  --chunk-plan FILE       with --chunk: the boundaries from FILE, or found and written\n"
+           "                          there for the other chunks (without -o: only that)\n"
            "  --min-chunk N           no chunk shorter than N pictures (where the input allows)\n"
            "  --max-chunk N           no chunk longer than N pictures (where the chunk count allows)\n"
            "\n"
@@ -186,6 +188,8 @@ EncodeOptions ParseEncodeOptions(const std::vector<std::string>& arguments)
             o.minChunk = uint64_t(ParseWhole(a, value(), 1, INT32_MAX));
         } else if (a == "--max-chunk") {
             o.maxChunk = uint64_t(ParseWhole(a, value(), 1, INT32_MAX));
+        } else if (a == "--chunk-plan") {
+            o.chunkPlan = value();
         } else if (a == "--jobs") {
             o.jobs = uint32_t(ParseWhole(a, value(), 1, 256));
         } else if (a == "--join") {
@@ -234,12 +238,14 @@ EncodeOptions ParseEncodeOptions(const std::vector<std::string>& arguments)
         o.input = inputs[0];
     if (o.chunkCount != 0 && o.jobs != 1)
         throw UsageError("give either --chunk or --jobs, not both");
+    if (!o.chunkPlan.empty() && o.chunkCount == 0)
+        throw UsageError("--chunk-plan goes with --chunk K/N");
     if (o.minChunk != 0 && o.maxChunk != 0 && o.minChunk > o.maxChunk)
         throw UsageError("--min-chunk is above --max-chunk");
     if (o.input.empty() == o.testPattern.empty())
         throw UsageError(o.input.empty() ? "no input (give INPUT, - or --test-pattern)"
                                          : "give either an input or --test-pattern, not both");
-    if (!haveOutput || o.output.empty())
+    if ((!haveOutput || o.output.empty()) && o.chunkPlan.empty())
         throw UsageError("no output (-o OUTPUT.mkv, .mp4, .h264, ...)");
     if (o.output == "-" && o.format.empty())
         throw UsageError("-o - writes to standard output and needs -f FORMAT");

@@ -38,6 +38,9 @@ struct EncodeOptions {
     // Chunk lengths in pictures (0: no limit); boundaries stay within them.
     uint64_t minChunk = 0;
     uint64_t maxChunk = 0;
+    // --chunk-plan: the chunk boundaries read from this file, or computed and
+    // written to it when it does not exist (without -o: only that).
+    std::string chunkPlan;
     // --join: segment files of chunks joined into the output.
     std::vector<std::string> joinInputs;
     // --audio-from: the chunks' input, whose audio the join copies.

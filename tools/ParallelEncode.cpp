@@ -64,7 +64,8 @@ EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress)
         throw EncodeError("the input holds no pictures");
     const uint64_t total = scan.scores.size();
     const uint32_t count = ChunkCountForJobs(plan.jobs, total);
-    std::vector<uint64_t> starts = ChunkStarts(scan.scores, count, plan.limits);
+    const ChunkBounds bounds = PlanChunks(scan, count, plan.limits);
+    std::vector<uint64_t> starts = bounds.starts;
     starts.push_back(total);
 
     // Largest first, so that no long chunk starts last.
@@ -97,7 +98,7 @@ EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress)
             }
             const size_t chunk = order[slot];
             try {
-                const uint64_t first = scan.times[starts[chunk]];
+                const uint64_t first = bounds.times[chunk];
                 std::unique_ptr<FrameSource> source =
                     MakeChunkSource(plan.openSource(first), first, starts[chunk + 1] - starts[chunk]);
                 EncodeJob job = plan.job;

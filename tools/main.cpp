@@ -1,5 +1,6 @@
 // evc-encode: any video in, a compressed file out, through evc-service.
 #include <linux/limits.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -125,6 +126,21 @@ std::vector<uint32_t> AcceptedFormats(uint32_t codec)
     }
 }
 
+// What a chunk plan is computed from: the input (as far as a file can be
+// told apart cheaply) and the options that move the boundaries.
+std::string PlanBasis(const EncodeOptions& o)
+{
+    struct stat info {};
+    const bool known = !o.input.empty() && stat(o.input.c_str(), &info) == 0;
+    const size_t slash = o.input.rfind('/');
+    return std::to_string(o.chunkCount) + " chunks of " +
+           (o.input.empty() ? o.testPattern : o.input.substr(slash == std::string::npos ? 0 : slash + 1)) + " (" +
+           std::to_string(known ? uint64_t(info.st_size) : 0) + " bytes, modified " +
+           std::to_string(known ? int64_t(info.st_mtime) : 0) + ") --ss " + Number(o.seekSeconds) + " --seek " +
+           std::to_string(o.seekFrames) + " --frames " + std::to_string(o.frames) + " --min-chunk " +
+           std::to_string(o.minChunk) + " --max-chunk " + std::to_string(o.maxChunk);
+}
+
 int Join(const EncodeOptions& options, const std::string& format, const std::string& outputName)
 {
     try {
@@ -168,7 +184,8 @@ int Join(const EncodeOptions& options, const std::string& format, const std::str
 int Run(const EncodeOptions& options)
 {
     const std::string outputName = options.output == "-" ? "standard output" : options.output;
-    const std::string format = OutputFormat(options.output, options.format);
+    // Without an output a chunk's encode writes its plan file only.
+    const std::string format = options.output.empty() ? "evcseg" : OutputFormat(options.output, options.format);
     if (format.empty())
         return Fail(options.format.empty()
                         ? "cannot tell the output format of " + options.output +
@@ -183,7 +200,7 @@ int Run(const EncodeOptions& options)
         return Join(options, format, outputName);
     if ((options.chunkCount != 0 || options.jobs > 1) && options.input == "-")
         return Fail("chunks need an input that can be read more than once, not standard input", 2);
-    if (options.chunkCount != 0 && format != "evcseg")
+    if (options.chunkCount != 0 && format != "evcseg" && !options.output.empty())
         return Fail("--chunk writes an .evcseg file (join the chunks with --join)", 2);
 
     std::unique_ptr<Progress> progress;
@@ -230,29 +247,36 @@ int Run(const EncodeOptions& options)
         std::unique_ptr<FrameSource> source;
         ChunkLimits limits{options.minChunk, options.maxChunk};
         try {
-            // Each chunk reads the whole input once for the scene changes,
-            // without decoding what lies before its own pictures after that.
-            source = openSource(options.chunkCount != 0 ? std::optional<uint64_t>(0) : std::nullopt);
             if (options.chunkCount != 0) {
-                const SceneScan scan = ScanScenes(*source);
-                const uint64_t total = scan.scores.size();
-                if (total < options.chunkCount)
-                    return Fail(inputName + ": holds " + std::to_string(total) + " pictures, fewer than " +
-                                std::to_string(options.chunkCount) + " chunks");
-                const std::vector<uint64_t> starts = ChunkStarts(scan.scores, options.chunkCount, limits);
+                // The scene changes are read once per input where a plan file
+                // keeps them; the chunk then decodes from the key picture
+                // before its own pictures, not from the start.
+                const std::string basis = PlanBasis(options);
+                std::optional<ChunkBounds> bounds;
+                if (!options.chunkPlan.empty())
+                    bounds = ReadChunkPlan(options.chunkPlan, basis, options.chunkCount);
+                if (!bounds) {
+                    bounds = PlanChunks(ScanScenes(*openSource(0)), options.chunkCount, limits);
+                    if (!options.chunkPlan.empty())
+                        WriteChunkPlan(options.chunkPlan, basis, *bounds);
+                }
+                if (options.output.empty())
+                    return 0;  // the plan alone
                 const uint32_t k = options.chunkIndex - 1;
-                const uint64_t end = k + 1 < starts.size() ? starts[k + 1] : total;
-                source.reset();
-                source = MakeChunkSource(openSource(scan.times[starts[k]]), scan.times[starts[k]], end - starts[k]);
+                const uint64_t first = bounds->starts[k];
+                const uint64_t end = k + 1 < bounds->starts.size() ? bounds->starts[k + 1] : bounds->total;
+                source = MakeChunkSource(openSource(bounds->times[k]), bounds->times[k], end - first);
                 ChunkTrailer chunk;
                 chunk.index = k;
                 chunk.count = options.chunkCount;
-                chunk.first = starts[k];
-                chunk.frames = end - starts[k];
-                chunk.totalFrames = total;
+                chunk.first = first;
+                chunk.frames = end - first;
+                chunk.totalFrames = bounds->total;
                 chunk.codec = preset.codec();
                 chunk.format = source->format();
                 output.chunk = chunk;
+            } else {
+                source = openSource(std::nullopt);
             }
         } catch (const std::invalid_argument& e) {
             return Fail(e.what(), 2);

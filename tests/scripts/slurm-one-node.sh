@@ -54,6 +54,9 @@ TaskPlugin=task/none
 JobAcctGatherType=jobacct_gather/none
 AccountingStorageType=accounting_storage/none
 SchedulerType=sched/builtin
+# Pending jobs are looked at every second, not every minute: a job waiting
+# on another starts at once.
+SchedulerParameters=sched_interval=1
 SelectType=select/cons_tres
 SelectTypeParameters=CR_CPU
 ReturnToService=2

@@ -3,8 +3,6 @@
 // gone encodes that chunk only. Skipped where Slurm cannot start.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -45,19 +43,9 @@ TEST(EvcSlurm, AChunkArrayAndItsJoinGiveTheWholeInputAndAReRunOnlyWhatIsMissing)
     EXPECT_NE(run.out.find("chunks 2 of 3:"), std::string::npos) << "only the missing chunk again: " << run.out;
 
     EXPECT_EQ(RunCommand("ffmpeg -v error -i " + Quote(output) + " -f null -", dir).err, "");
-    auto probe = [&](const std::string& file, const std::string& what) {
-        return Lines(
-            RunCommand("ffprobe -v error -select_streams v:0 " + what + " -of csv=p=0 " + Quote(file), dir).out);
-    };
-    std::vector<std::string> times = probe(output, "-show_entries packet=pts_time");
-    std::sort(times.begin(), times.end(),
-              [](const std::string& a, const std::string& b) { return std::stod(a) < std::stod(b); });
-    EXPECT_EQ(times, probe(source, "-show_entries frame=best_effort_timestamp_time")) << "the source's times";
-    std::vector<std::string> keys;
-    for (const std::string& line : probe(output, "-show_entries packet=pts_time,flags"))
-        if (line.find(",K") != std::string::npos)
-            keys.push_back(line.substr(0, line.find(',')));
-    EXPECT_EQ(keys, (std::vector<std::string>{"0.000000", "0.800000", "1.600000"})) << "chunks start at the cuts";
+    const VideoTimes times = ProbeVideoTimes(output, dir);
+    EXPECT_EQ(times.all, ProbeVideoTimes(source, dir).all) << "the source's times";
+    EXPECT_EQ(times.keys, (std::vector<std::string>{"0.000000", "0.800000", "1.600000"})) << "chunks start at the cuts";
     EXPECT_TRUE(ProcessesMentioning(dir.path()).empty()) << "the cluster stopped";
     EXPECT_NE(RunCommand("test -e " + Quote(dir.file("cluster/slurm.conf")), dir).status, 0);
 }

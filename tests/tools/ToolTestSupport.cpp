@@ -67,6 +67,35 @@ bool HaveProgram(const std::string& name)
     return evctest::RunCommand("command -v " + name).status == 0;
 }
 
+std::string Quote(const std::string& text)
+{
+    return "'" + text + "'";
+}
+
+std::vector<std::string> Lines(const std::string& text)
+{
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        if (!line.empty())
+            lines.push_back(line);
+    return lines;
+}
+
+VideoTimes ProbeVideoTimes(const std::string& file, const TempDir& scratch)
+{
+    VideoTimes times;
+    const std::string probe = "ffprobe -v error -select_streams v:0 -show_entries packet=pts_time,flags -of csv=p=0 ";
+    for (const std::string& line : Lines(RunCommand(probe + Quote(file), scratch).out)) {
+        times.all.push_back(line.substr(0, line.find(',')));
+        if (line.find(",K") != std::string::npos)
+            times.keys.push_back(times.all.back());
+    }
+    std::sort(times.all.begin(), times.all.end(),
+              [](const std::string& a, const std::string& b) { return std::stod(a) < std::stod(b); });
+    return times;
+}
+
 std::vector<int> ProcessesMentioning(const std::string& text)
 {
     std::vector<int> pids;

@@ -35,6 +35,18 @@ std::vector<std::string> Lines(const std::string& text);
 // The built evc-encode (EVC_BUILD_DIR from CTest).
 std::string EncoderPath();
 bool HaveProgram(const std::string& name);
+// text in single quotes for the shell; the non-empty lines of a text.
+std::string Quote(const std::string& text);
+std::vector<std::string> Lines(const std::string& text);
+
+// ffprobe's times of a file's video packets in time order, and those of its
+// key packets in file order.
+struct VideoTimes {
+    std::vector<std::string> all;
+    std::vector<std::string> keys;
+};
+VideoTimes ProbeVideoTimes(const std::string& file, const TempDir& scratch);
+
 // Processes whose command line mentions text (a service that outlived its
 // client names the segment's folder).
 std::vector<int> ProcessesMentioning(const std::string& text);

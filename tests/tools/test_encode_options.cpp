@@ -41,7 +41,8 @@ TEST(EncodeOptions, CommandLines)
         {{"a.mp4", "-o", "x.mkv", "--ss", "1:x"}, false},
         {{"--join", "b.evcseg", "a.evcseg", "--audio-from", "a.mp4", "-o", "x.mkv"}, true},
         {{"a.mp4", "--audio-from", "a.mp4", "-o", "x.mkv"}, false},
-        {{"a.mp4", "--chunk", "2/3", "--min-chunk", "25", "-o", "p.evcseg"}, true},
+        {{"a.mp4", "--chunk", "2/3", "--min-chunk", "25", "--chunk-plan", "plan"}, true},  // the plan alone
+        {{"a.mp4", "--chunk-plan", "plan", "-o", "x.mkv"}, false},
         {{"--join", "-o", "x.mkv"}, false},
         {{"--join", "a.evcseg", "--jobs", "2", "-o", "x.mkv"}, false},
         {{"a.mp4", "--chunk", "4/3", "-o", "p.evcseg"}, false},

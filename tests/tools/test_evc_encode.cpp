@@ -417,24 +417,21 @@ TEST_F(EvcEncodeTest, BadInputFailsWithOneLineAndNoOutput)
 TEST_F(EvcEncodeTest, ChunksJoinIntoTheWholeInputOrNothing)
 {
     const std::string source = Media("cuts.mkv");
-    auto sortedTimes = [&](const std::string& file) {
-        std::vector<std::string> times = Lines(Probe(file, "-select_streams v:0 -show_entries packet=pts_time"));
-        std::sort(times.begin(), times.end(),
-                  [](const std::string& a, const std::string& b) { return std::stod(a) < std::stod(b); });
-        return times;
-    };
-    const std::vector<std::string> sourceTimes = sortedTimes(source);
+    const std::vector<std::string> sourceTimes = ProbeVideoTimes(source, *m_dir).all;
     ASSERT_EQ(sourceTimes.size(), 60u);
     const std::string preset = "-q --preset-file h264-preview.xml ";
-    auto chunk = [&](int k, int n) {
-        const std::string part = m_dir->file("part" + std::to_string(k) + ".evcseg");
-        EXPECT_EQ(Encode(preset + "--chunk " + std::to_string(k) + "/" + std::to_string(n) + " " + Quote(source) +
-                         " -o " + Quote(part))
-                      .status,
-                  0);
-        return Quote(part) + " ";
+    // The first chunk writes the plan, the others read it; a plan of
+    // another chunk count is refused.
+    auto chunk = [&](const std::string& k, const std::string& part) {
+        const CommandResult run = Encode(preset + "--chunk " + k + " --chunk-plan " + Quote(m_dir->file("plan")) + " " +
+                                         Quote(source) + (part.empty() ? "" : " -o " + Quote(m_dir->file(part))));
+        EXPECT_EQ(run.status, part.empty() ? 1 : 0);
+        EXPECT_NE(run.err.find(part.empty() ? "planned for 3 chunks" : ""), std::string::npos) << run.err;
+        return Quote(m_dir->file(part)) + " ";
     };
-    const std::string p1 = chunk(1, 3), p2 = chunk(2, 3), p3 = chunk(3, 3);
+    const std::string p1 = chunk("1/3", "part1.evcseg"), p2 = chunk("2/3", "part2.evcseg"),
+                      p3 = chunk("3/3", "part3.evcseg");
+    chunk("1/2", "");
 
     struct Row {
         const char* name;
@@ -465,25 +462,21 @@ TEST_F(EvcEncodeTest, ChunksJoinIntoTheWholeInputOrNothing)
                   *row.audio ? row.audio + std::string("\n") : "");
         if (row.keys.empty())
             continue;  // a raw stream has no times
-        EXPECT_EQ(sortedTimes(output), sourceTimes) << "the source's times, each once";
-        std::vector<std::string> keys, expected;
-        for (const std::string& line : Lines(Probe(output, "-select_streams v:0 -show_entries packet=pts_time,flags")))
-            if (line.find(",K") != std::string::npos)
-                keys.push_back(line.substr(0, line.find(',')));
+        const VideoTimes times = ProbeVideoTimes(output, *m_dir);
+        EXPECT_EQ(times.all, sourceTimes) << "the source's times, each once";
+        std::vector<std::string> expected;
         for (size_t k : row.keys)
             expected.push_back(sourceTimes[k]);
-        EXPECT_EQ(keys, expected) << "a key frame at each chunk's start";
+        EXPECT_EQ(times.keys, expected) << "a key frame at each chunk's start";
     }
 
     // Whatever is wrong with the chunks, nothing is written.
-    const std::string plain = m_dir->file("plain.evcseg");
-    ASSERT_EQ(Encode(preset + Quote(source) + " -o " + Quote(plain)).status, 0);
     const std::string cut = m_dir->file("cut.evcseg");
     ASSERT_EQ(RunCommand("{ head -c 300 " + p2 + "; tail -c 112 " + p2 + "; } > " + Quote(cut), *m_dir).status, 0);
     const std::vector<std::pair<std::string, std::string>> refused = {
         {p1 + p3, "chunk 2 of 3 is missing"},
         {p1 + p2 + p2 + p3, "chunk 2 is given twice"},
-        {p1 + Quote(plain) + " " + p3, "not the segment file of a chunk"},
+        {p1 + Quote(source) + " " + p3, "not the segment file of a chunk"},
         {p1 + Quote(cut) + " " + p3, "of the chunk's 20 pictures"},
     };
     for (const auto& [inputs, says] : refused) {
