@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "client/PacketCopy.h"
+#include "client/ReplyReader.h"
 #include "client/ServiceLocation.h"
 #include "client/ServiceProcess.h"
 #include "ipc/CAExternalEncodeProxyMPI.h"
@@ -330,32 +330,14 @@ uint32_t Client::CompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool 
     }
     const uint32_t status = p.Transact(CAExternalVideoProxySharedData::kCompressFrame, "CompressFrame", limit);
 
-    // The service always writes the output description back (at most the
-    // reply area), so a reply it cannot have written is its fault.
-    const int32_t replyBytes = p.Record().m_payloadSize0;
-    const uint64_t replyLimit =
-        std::min<uint64_t>(p.m_channel.payloadCapacity(), CAExternalEncodeProxyMPI::kReplyAreaBytes);
-    if (replyBytes < 0 || static_cast<uint64_t>(replyBytes) > replyLimit)
-        p.Violation("reply size " + std::to_string(replyBytes) + " outside 0.." + std::to_string(replyLimit));
-    if (status != kZKNoErr)
-        return status;
-    if (replyBytes == 0)
-        p.Violation("CompressFrame succeeded without a reply");
-    p.m_proxy.Begin(p.m_channel.payload(), static_cast<uint32_t>(replyBytes));
-    p.m_proxy.LimitFrameBytes(p.m_channel.payloadCapacity());
-    TZKImageFramePtr frame = p.m_proxy.DeSerializeFrame(static_cast<uint32_t>(replyBytes));
-    if (!frame)
-        p.Violation("the reply of " + std::to_string(replyBytes) + " bytes is not a frame element");
-    const ZKEncImage_t reply = frame->GetZKEncImage();
     EncodedFrame copy;
     EncodedFrame& out = result != nullptr ? *result : copy;
-    out.replyBytes = static_cast<uint32_t>(replyBytes);
-    CopyPackets(reply.descriptors, 0, out.descriptors);
-    CopyPackets(reply.image.dataPackets, 0, out.packets);
-    out.time = reply.image.time;
-    out.timeScale = reply.image.timeScale;
-    out.streamValue = reply.streamValue;
-    out.streamFlags = reply.streamFlags;
+    const std::string violation =
+        ReadCompressReply(p.m_channel.payload(), p.m_channel.payloadCapacity(), p.Record().m_payloadSize0, status, out);
+    if (!violation.empty())
+        p.Violation(violation);
+    if (status != kZKNoErr)
+        return status;
     p.m_picturesPending -= std::min<uint64_t>(p.m_picturesPending, out.packets.size());
     if (isLastFrame)
         p.m_picturesPending = 0;

@@ -10,8 +10,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <sstream>
 
+#include "client/ReplyReader.h"
 #include "client/ServiceLocation.h"
 #include "service/PresetReader.h"
 
@@ -97,47 +97,6 @@ TRun Run(const std::string& program, const std::vector<std::string>& arguments, 
         kill(pid, SIGKILL);
     while (waitpid(pid, &run.status, 0) < 0 && errno == EINTR) {}
     return run;
-}
-
-std::vector<std::string> Fields(const std::string& line)
-{
-    std::vector<std::string> fields;
-    std::string field;
-    std::istringstream stream(line);
-    while (std::getline(stream, field, '\t'))
-        fields.push_back(field);
-    if (!line.empty() && line.back() == '\t')
-        fields.emplace_back();
-    return fields;
-}
-
-// Codes written by the service in decimal; 0 for anything else.
-uint64_t Number(const std::string& text)
-{
-    char* end = nullptr;
-    const unsigned long long value = std::strtoull(text.c_str(), &end, 10);
-    return end != nullptr && *end == '\0' ? value : 0;
-}
-
-std::vector<CodecInfo> ParseListing(const std::string& text)
-{
-    std::vector<CodecInfo> codecs;
-    std::istringstream lines(text);
-    std::string line;
-    while (std::getline(lines, line)) {
-        const std::vector<std::string> f = Fields(line);
-        if (f.size() >= 5 && f[0] == "compressor") {
-            CodecInfo codec;
-            codec.manufacturer = static_cast<uint32_t>(Number(f[1]));
-            codec.codec = static_cast<uint32_t>(Number(f[2]));
-            codec.info = Number(f[3]);
-            codec.bundle = f[4];
-            codecs.push_back(codec);
-        } else if (f.size() >= 6 && f[0] == "setting" && !codecs.empty()) {
-            codecs.back().settings.push_back({f[1] == "Standard", f[2], f[3], f[4], f[5]});
-        }
-    }
-    return codecs;
 }
 
 }  // namespace

@@ -9,6 +9,14 @@ if(EVC_SANITIZE)
   target_compile_options(evc_options INTERFACE -fsanitize=${EVC_SANITIZE} -fno-omit-frame-pointer
                          -fno-sanitize-recover=all)
   target_link_options(evc_options INTERFACE -fsanitize=${EVC_SANITIZE})
+  # Code that must know asks these: clang does not define gcc's __SANITIZE_ADDRESS__ and
+  # __SANITIZE_THREAD__.
+  if(EVC_SANITIZE MATCHES "address")
+    target_compile_definitions(evc_options INTERFACE EVC_SANITIZE_ADDRESS)
+  endif()
+  if(EVC_SANITIZE MATCHES "thread")
+    target_compile_definitions(evc_options INTERFACE EVC_SANITIZE_THREAD)
+  endif()
 endif()
 
 # evc_add_library(name SOURCES ... [PUBLIC_HEADERS ...] [DEPS ...] [PRIVATE_DEPS ...]): one static
@@ -105,8 +113,11 @@ function(evc_add_test name)
   if(NOT A_TIMEOUT)
     set(A_TIMEOUT 120)
   endif()
+  # Labelled with the tested folder: ctest -L 'client|ipc|service' runs those layers' tests only.
+  file(RELATIVE_PATH folder ${CMAKE_SOURCE_DIR}/tests ${CMAKE_CURRENT_SOURCE_DIR})
+  string(REGEX REPLACE "/.*" "" folder "${folder}")
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
-                       PROPERTIES TIMEOUT ${A_TIMEOUT}
+                       PROPERTIES TIMEOUT ${A_TIMEOUT} LABELS ${folder}
                        ENVIRONMENT "EVC_BUILD_DIR=${CMAKE_BINARY_DIR}")
 endfunction()
 

@@ -2,7 +2,7 @@
 // nested masters, mixed lists) and the EBML header from arbitrary bytes. Every load must
 // end inside the area, and whatever loaded must save again into an area of its size.
 
-#include "ebml/test_element_types.h"
+#include "ebml/EbmlTestTypes.h"
 
 #include "ebml/ebmlDoc.h"
 #include "ebml/ebmlMemoryStorage.h"

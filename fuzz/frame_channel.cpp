@@ -42,6 +42,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     std::vector<uint8_t> area(data, data + size);
     const uint32_t first = size > 0 ? static_cast<uint32_t>(data[0]) * 7 % (size + 1) : 0;
     ExternalVideoProxy proxy;
+    // As the service reads: no description may buy more than its area could carry.
+    proxy.LimitFrameBytes(size);
     proxy.Begin(area.data(), static_cast<uint32_t>(area.size()));
     volatile uint64_t sink = Walk(proxy.DeSerializeFrame(static_cast<uint32_t>(size)));
     proxy.Begin(area.data(), static_cast<uint32_t>(area.size()));

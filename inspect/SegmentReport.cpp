@@ -69,7 +69,7 @@ std::string ReportSegment(const std::string& path, std::ostream& out)
             return where + " is not a whole frame element";
         if (element->getId() == TZKEncImageElt::kId) {
             const auto& image = static_cast<const TZKEncImageElt&>(*element).payload();
-            TZKImageFramePtr frame = image.exportFrame(CATime(0, 1));
+            TZKImageFramePtr frame = image.exportFrame(CATime(0, 1), TZKIntermediateSegment::kMaxFrameBytes);
             if (!frame)
                 return where + " holds a picture whose description or pixels are malformed";
             const ZKEncImage_t record = frame->GetZKEncImage();
@@ -81,7 +81,7 @@ std::string ReportSegment(const std::string& path, std::ostream& out)
             ReportPackets(record.image.dataPackets, "packets", "|  ", out);
         } else {
             const auto& audio = static_cast<const TZKEncAudioElt&>(*element).payload();
-            TZKAudioFramePtr frame = audio.exportFrame(CATime(0, 1));
+            TZKAudioFramePtr frame = audio.exportFrame(CATime(0, 1), TZKIntermediateSegment::kMaxFrameBytes);
             if (!frame)
                 return where + " holds an audio block whose description or samples are malformed";
             const ZKEncAudio_t record = frame->GetZKEncAudio();

@@ -9,6 +9,7 @@ PACKAGES=(
   qtbase5-dev libtinyxml-dev libboost-thread-dev libssl-dev uuid-dev
   libx264-dev libvpx-dev libx265-dev libsvtav1enc-dev ffmpeg clang-format libseccomp-dev
   x264 doxygen
+  clang libclang-rt-dev
   slurm-wlm munge
   libavformat-dev libavcodec-dev libavutil-dev libswscale-dev
 )

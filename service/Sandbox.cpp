@@ -59,7 +59,7 @@ const char* const kRefused[] = {
     "process_vm_readv",
     "process_vm_writev",
     "open_by_handle_at",
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !defined(EVC_SANITIZE_ADDRESS) && !defined(EVC_SANITIZE_THREAD)
     // The sanitizers' leak checker stops the threads by tracing them.
     "ptrace",
 #endif

@@ -92,7 +92,8 @@ JoinResult JoinChunks(const std::vector<std::string>& segments, OutputPlan plan,
         while (std::unique_ptr<Ebml::IElement> element{segment.readNext()}) {
             if (element->getId() != TZKEncImageElt::kId)
                 continue;
-            TZKImageFramePtr image = static_cast<TZKEncImageElt&>(*element)->exportFrame(CATime(0, 0));
+            TZKImageFramePtr image = static_cast<TZKEncImageElt&>(*element)->exportFrame(
+                CATime(0, 0), TZKIntermediateSegment::kMaxFrameBytes);
             if (!image)
                 throw EncodeError(path + ": a damaged picture after " + std::to_string(pictures));
             const ZKEncImage_t record = image->GetZKEncImage();

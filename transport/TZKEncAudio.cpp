@@ -36,7 +36,7 @@ void TZKEncAudio::importFrame(const ZKEncAudio_t* record, const CATime& offset)
     importBundles(record->descriptors, record->dataPackets, offset);
 }
 
-TZKAudioFramePtr TZKEncAudio::exportFrame(const CATime& offset) const
+TZKAudioFramePtr TZKEncAudio::exportFrame(const CATime& offset, uint64_t maxBuffer) const
 {
     TZKAudioInfo info;
     uint32_t dataSize = 0;
@@ -53,7 +53,7 @@ TZKAudioFramePtr TZKEncAudio::exportFrame(const CATime& offset) const
     audio.dataSize = sized ? 0 : dataSize;
 
     TZKAudioFramePtr frame(new CAAudioFrame);
-    if (frame->ImportEncAudio(&record) != 0)
+    if (frame->ImportEncAudio(&record) != 0 || frame->CalcFrameSize() > maxBuffer)
         return TZKAudioFramePtr();
     if (!sized) {
         if (dataSize != 0)

@@ -31,8 +31,9 @@ public:
     // outlive the save.
     void importFrame(const ZKEncAudio_t* record, const CATime& offset);
     // A new frame with a copy of the samples; an empty pointer when the
-    // information child is missing or has a size other than 72 or 48.
-    TZKAudioFramePtr exportFrame(const CATime& offset) const;
+    // information child is missing or has a size other than 72 or 48, or the
+    // block it describes would take a buffer of more than maxBuffer bytes.
+    TZKAudioFramePtr exportFrame(const CATime& offset, uint64_t maxBuffer = UINT64_MAX) const;
 
     const TZKAudioInfoElt& audioInfo() const { return m_info; }
     const TZKSampleBufferElt& sampleBuffer() const { return m_bytes; }

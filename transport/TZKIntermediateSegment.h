@@ -15,6 +15,12 @@ public:
     TZKIntermediateSegment(const TZKIntermediateSegment&) = delete;
     TZKIntermediateSegment& operator=(const TZKIntermediateSegment&) = delete;
 
+    // The most one frame of a segment file may take once exported and laid
+    // out: the largest picture evc carries (16384x16384, 4:4:4, 16-bit
+    // samples). Readers pass it to exportFrame, so that a few bytes of
+    // description in a file cannot buy more.
+    static constexpr uint64_t kMaxFrameBytes = uint64_t(16384) * 16384 * 3 * 2;
+
     // False when the file cannot be opened or is shorter than its header.
     bool open(const std::string& path);
     // The next frame element (TZKEncImageElt or TZKEncAudioElt; tell them

@@ -33,7 +33,7 @@ TEST(Sandbox, ARunningServiceIsConfined)
 
 TEST(Sandbox, MemoryLimitReachesTheService)
 {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(EVC_SANITIZE_ADDRESS) || defined(EVC_SANITIZE_THREAD)
     GTEST_SKIP() << "sanitizers reserve more address space than any useful limit";
 #endif
     evc::ClientOptions options = TestClientOptions();

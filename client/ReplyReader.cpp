@@ -1,0 +1,89 @@
+// Reading what the service writes back.
+#include "client/ReplyReader.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <sstream>
+
+#include "client/PacketCopy.h"
+#include "ipc/CAExternalEncodeProxyMPI.h"
+#include "transport/ExternalVideoProxy.h"
+
+namespace evc {
+
+namespace {
+
+std::vector<std::string> Fields(const std::string& line)
+{
+    std::vector<std::string> fields;
+    std::string field;
+    std::istringstream stream(line);
+    while (std::getline(stream, field, '\t'))
+        fields.push_back(field);
+    if (!line.empty() && line.back() == '\t')
+        fields.emplace_back();
+    return fields;
+}
+
+// Codes written by the service in decimal; 0 for anything else.
+uint64_t Number(const std::string& text)
+{
+    char* end = nullptr;
+    const unsigned long long value = std::strtoull(text.c_str(), &end, 10);
+    return end != nullptr && *end == '\0' ? value : 0;
+}
+
+}  // namespace
+
+std::string ReadCompressReply(uint8_t* payload, uint64_t capacity, int32_t replyBytes, uint32_t status,
+                              EncodedFrame& out)
+{
+    // The service always writes the output description back (at most the
+    // reply area), so a reply it cannot have written is its fault.
+    const uint64_t replyLimit = std::min<uint64_t>(capacity, CAExternalEncodeProxyMPI::kReplyAreaBytes);
+    if (replyBytes < 0 || static_cast<uint64_t>(replyBytes) > replyLimit)
+        return "reply size " + std::to_string(replyBytes) + " outside 0.." + std::to_string(replyLimit);
+    if (status != kZKNoErr)
+        return std::string();
+    if (replyBytes == 0)
+        return "CompressFrame succeeded without a reply";
+    ExternalVideoProxy proxy;
+    proxy.Begin(payload, static_cast<uint32_t>(replyBytes));
+    proxy.LimitFrameBytes(capacity);
+    TZKImageFramePtr frame = proxy.DeSerializeFrame(static_cast<uint32_t>(replyBytes));
+    if (!frame)
+        return "the reply of " + std::to_string(replyBytes) + " bytes is not a frame element";
+    const ZKEncImage_t reply = frame->GetZKEncImage();
+    out = EncodedFrame();
+    out.replyBytes = static_cast<uint32_t>(replyBytes);
+    CopyPackets(reply.descriptors, 0, out.descriptors);
+    CopyPackets(reply.image.dataPackets, 0, out.packets);
+    out.time = reply.image.time;
+    out.timeScale = reply.image.timeScale;
+    out.streamValue = reply.streamValue;
+    out.streamFlags = reply.streamFlags;
+    return std::string();
+}
+
+std::vector<CodecInfo> ParseListing(const std::string& text)
+{
+    std::vector<CodecInfo> codecs;
+    std::istringstream lines(text);
+    std::string line;
+    while (std::getline(lines, line)) {
+        const std::vector<std::string> f = Fields(line);
+        if (f.size() >= 5 && f[0] == "compressor") {
+            CodecInfo codec;
+            codec.manufacturer = static_cast<uint32_t>(Number(f[1]));
+            codec.codec = static_cast<uint32_t>(Number(f[2]));
+            codec.info = Number(f[3]);
+            codec.bundle = f[4];
+            codecs.push_back(codec);
+        } else if (f.size() >= 6 && f[0] == "setting" && !codecs.empty()) {
+            codecs.back().settings.push_back({f[1] == "Standard", f[2], f[3], f[4], f[5]});
+        }
+    }
+    return codecs;
+}
+
+}  // namespace evc
