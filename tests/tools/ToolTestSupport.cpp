@@ -67,21 +67,6 @@ bool HaveProgram(const std::string& name)
     return evctest::RunCommand("command -v " + name).status == 0;
 }
 
-std::string Quote(const std::string& text)
-{
-    return "'" + text + "'";
-}
-
-std::vector<std::string> Lines(const std::string& text)
-{
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        if (!line.empty())
-            lines.push_back(line);
-    return lines;
-}
-
 VideoTimes ProbeVideoTimes(const std::string& file, const TempDir& scratch)
 {
     VideoTimes times;

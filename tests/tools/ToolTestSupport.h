@@ -35,9 +35,6 @@ std::vector<std::string> Lines(const std::string& text);
 // The built evc-encode (EVC_BUILD_DIR from CTest).
 std::string EncoderPath();
 bool HaveProgram(const std::string& name);
-// text in single quotes for the shell; the non-empty lines of a text.
-std::string Quote(const std::string& text);
-std::vector<std::string> Lines(const std::string& text);
 
 // ffprobe's times of a file's video packets in time order, and those of its
 // key packets in file order.
