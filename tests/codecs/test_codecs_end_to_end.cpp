@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "common/Golden.h"
 #include "common/Process.h"
 #include "common/Scratch.h"
 #include "evc/Client.h"
@@ -123,38 +124,27 @@ evc::ClientOptions Options()
     return bytes;
 }
 
-void PutLe(std::string& to, uint64_t value, int n)
-{
-    for (int i = 0; i < n; ++i)
-        to.push_back(char(value >> (8 * i)));
-}
-
 // The stream as ffmpeg reads it: Annex-B (headers, then the pictures) or an
 // IVF file of the pictures.
-std::string Container(const Row& row, const evc::EncodedFrame& headers, const std::vector<evc::Packet>& pictures)
+Bytes Container(const Row& row, const evc::EncodedFrame& headers, const std::vector<evc::Packet>& pictures)
 {
-    std::string bytes;
-    if (std::strcmp(row.container, "ivf") == 0) {
-        bytes = "DKIF";
-        PutLe(bytes, 0, 2);
-        PutLe(bytes, 32, 2);
-        bytes += std::strcmp(row.codec, "vp9") == 0 ? "VP90" : "AV01";
-        PutLe(bytes, kWidth, 2);
-        PutLe(bytes, kHeight, 2);
-        PutLe(bytes, 25, 4);
-        PutLe(bytes, 1, 4);
-        PutLe(bytes, pictures.size(), 4);
-        PutLe(bytes, 0, 4);
-    } else {
-        for (const evc::Packet& header : headers.descriptors)
-            bytes.append(header.data.begin(), header.data.end());
+    const bool ivf = std::strcmp(row.container, "ivf") == 0;
+    Bytes bytes;
+    if (ivf) {
+        const char* fourcc = std::strcmp(row.codec, "vp9") == 0 ? "VP90" : "AV01";
+        bytes = Cat({Hex("444B4946 0000 2000"), Bytes(fourcc, fourcc + 4)});  // "DKIF", version 0, 32 bytes
+        for (const auto& [value, size] :
+             {std::pair{kWidth, 2}, {kHeight, 2}, {25u, 4}, {1u, 4}, {uint32_t(pictures.size()), 4}, {0u, 4}})
+            PutLe(bytes, value, size_t(size));
     }
+    for (const evc::Packet& header : ivf ? std::vector<evc::Packet>() : headers.descriptors)
+        bytes.insert(bytes.end(), header.data.begin(), header.data.end());
     for (const evc::Packet& picture : pictures) {
-        if (std::strcmp(row.container, "ivf") == 0) {
+        if (ivf) {
             PutLe(bytes, picture.data.size(), 4);
             PutLe(bytes, picture.time, 8);
         }
-        bytes.append(picture.data.begin(), picture.data.end());
+        bytes.insert(bytes.end(), picture.data.begin(), picture.data.end());
     }
     return bytes;
 }

@@ -104,9 +104,6 @@ TEST(EbmlHodgePodge, CollectsAndReadsAcrossReceipts)
     EXPECT_EQ(std::string(part, part + 5), "bxyzc");
     EXPECT_FALSE(sub.save(part, 1));
     EXPECT_EQ(HodgePodgeConstIter(podge)[7], 0);  // outside reads as 0
-    HodgePodge other;
-    other.set(Bytes{'a', 'b', 'x', 'y', 'z', 'c', 'e'}, storage);
-    EXPECT_TRUE(podge != other);
 
     // Saved contiguously; loaded without copying.
     uint8 out[10] = {};

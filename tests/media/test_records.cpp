@@ -1,12 +1,10 @@
 // The plug-in records byte for byte, and the tables behind them: colour formats, audio formats and
-// channel modes; CRCs and time rebasing.
+// channel modes.
 #include "evc/ZKImage.h"
 
 #include "MediaTestSupport.h"
 #include "media/ZKAudio.h"
 #include "media/ZKColorFormats.h"
-#include "media/ZKCrc.h"
-#include "media/ZKUtils.h"
 
 #include <cstring>
 #include <numeric>
@@ -145,17 +143,4 @@ TEST(ZKRecords, AudioFormatsAndChannelModes)
     const int modeForCount[] = {0, 1, 2, 9, 10, 5, 6, 7, 8, 0};
     for (int count = 0; count < 10; ++count)
         EXPECT_EQ(ZKGetChannelMode(count), modeForCount[count]) << count << " channels";
-}
-
-TEST(ZKRecords, CrcsAndTimeRebasing)
-{
-    const auto* check = reinterpret_cast<const uint8_t*>("123456789");
-    EXPECT_EQ(Calc16BitCRC(check, 9, 0xFFFF), 0x29B1);
-    EXPECT_EQ(Calc16BitCRC(check + 4, 5, Calc16BitCRC(check, 4, 0x1D0F)), 0xE5CC);  // chained
-    EXPECT_EQ(Calc8BitCRC(check, 9, 0x00), 0xBC);
-    const int16_t samples[] = {'1', '2', '3', '4', 999, 999, '5', '6', '7', '8', 999, 999};  // padded rows
-    EXPECT_EQ(Calc16BitCRCShort(samples, 4, 2, 6, 0xFFFF), Calc16BitCRC(check, 8, 0xFFFF));
-    EXPECT_EQ(ZKUtils::rebaseTime(1001, 30000, 90000), 3003u);
-    EXPECT_EQ(ZKUtils::rebaseTime(1, 4, 2), 1u);                      // halves round up
-    EXPECT_EQ(ZKUtils::rebaseTime(UINT64_MAX, 1, 1000), UINT64_MAX);  // saturates
 }
