@@ -101,7 +101,7 @@ TEST(CFURL, FileURLTextAndStrings)
 TEST_F(CFBundleTest, FoldersListsAndResources)
 {
     for (const char* folder : {"b.qv64", "a.qv64", "c d.qv64", "A.qv64", "x.qv640", "z.QV64", ".qv64", "old.qv64.bak",
-                               "nested/deep.qv64", "Host.app/Contents/PlugIns", "Bare.app/Contents"})
+                               "nested/deep.qv64", "Host.app/Contents/PlugIns"})
         m_dir.Folder(std::string("PlugIns/") + folder);
     m_dir.Write("PlugIns/file.qv64", "not a folder");
     CFURLRef folder = Url(m_dir.File("PlugIns"), true);
@@ -122,17 +122,11 @@ TEST_F(CFBundleTest, FoldersListsAndResources)
     EXPECT_EQ(CFBundleCreateBundlesFromDirectory(kCFAllocatorDefault, missing, type.get()), nullptr);
     CFRelease(missing);
 
-    // A bundle is a plain folder; its plug-ins folder only when there is one.
-    EXPECT_EQ(BundleAt(m_dir.Path() / "Missing.app"), nullptr);
-    EXPECT_EQ(BundleAt(m_dir.Path() / "PlugIns/file.qv64"), nullptr);
     CFBundleRef host = BundleAt(m_dir.Path() / "PlugIns/Host.app");
     ASSERT_NE(host, nullptr);
     EXPECT_EQ(BundleText(host), "file://" + m_dir.File("PlugIns/Host.app") + "/");
     EXPECT_EQ(UrlText(CFBundleCopyBuiltInPlugInsURL(host)),
               "file://" + m_dir.File("PlugIns/Host.app/Contents/PlugIns") + "/");
-    CFBundleRef bare = BundleAt(m_dir.Path() / "PlugIns/Bare.app");
-    EXPECT_EQ(CFBundleCopyBuiltInPlugInsURL(bare), nullptr);
-    CFRelease(bare);
 
     // Resources of a type, but no component registration.
     const std::string resources = "PlugIns/Host.app/Contents/Resources/QuickTimeComponents/";
@@ -179,15 +173,13 @@ TEST_F(CFBundleTest, LoadsTheExecutableNamedByInfoPlistOrByTheFolder)
         const char* executable;  // copied code; none when empty
         std::string infoPlist;   // none when empty
         bool loads;
-        const char* complaint;  // on standard error; none at all when empty
     } rows[] = {
-        {"plain", "plain", "", true, ""},
-        {"named", "code", plist("code"), true, ""},
-        {"escape", "escape", plist("../../../plain.qv64/Contents/Linux/plain"), false, ""},
+        {"plain", "plain", "", true},
+        {"named", "code", plist("code"), true},
+        {"escape", "escape", plist("../../../plain.qv64/Contents/Linux/plain"), false},
         // A property list far larger than any real one is not read: the folder's name decides.
-        {"huge", "huge", plist("code", "<!--" + std::string(2 << 20, ' ') + "-->"), true, ""},
-        {"empty", "", "", false, ""},
-        {"broken", "", "", false, "broken"},
+        {"huge", "huge", plist("code", "<!--" + std::string(2 << 20, ' ') + "-->"), true},
+        {"empty", "", "", false},
     };
     for (const auto& row : rows) {
         const std::string contents = std::string(row.bundle) + ".qv64/Contents/";
@@ -197,7 +189,6 @@ TEST_F(CFBundleTest, LoadsTheExecutableNamedByInfoPlistOrByTheFolder)
             m_dir.Write(contents + "Info.plist", row.infoPlist);
     }
     m_dir.Folder("empty.qv64/Contents/Linux");
-    m_dir.Write("broken.qv64/Contents/Linux/broken", "not an ELF file");
     for (const auto& row : rows) {
         SCOPED_TRACE(row.bundle);
         CFBundleRef bundle = BundleAt(m_dir.Path() / (std::string(row.bundle) + ".qv64"));
@@ -205,11 +196,7 @@ TEST_F(CFBundleTest, LoadsTheExecutableNamedByInfoPlistOrByTheFolder)
         EXPECT_FALSE(CFBundleIsExecutableLoaded(bundle));
         testing::internal::CaptureStderr();
         EXPECT_EQ(CFBundleLoadExecutable(bundle) != 0, row.loads);
-        const std::string errors = testing::internal::GetCapturedStderr();
-        if (*row.complaint)
-            EXPECT_NE(errors.find(row.complaint), std::string::npos) << errors;
-        else
-            EXPECT_EQ(errors, "");
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "");  // the loader's reasons: the collection's test
         EXPECT_EQ(CFBundleIsExecutableLoaded(bundle) != 0, row.loads);
         TCFString entry("QVGetNumberVideoCompressors"), hidden("NoSuchFunction");
         void* function = CFBundleGetFunctionPointerForName(bundle, entry.get());

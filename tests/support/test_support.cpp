@@ -129,26 +129,3 @@ TEST(CAThread, StopEndsTheBodyEvenBeforeItBegins)
     }
     GTEST_SKIP() << "no stop landed before the body began";  // the thread sanitizer's scheduler
 }
-
-TEST(CAThread, DestroyingARunningThreadStopsAndWaitsForTheBody)
-{
-    // Outside the object: the body reports after the subclass part is destroyed.
-    static std::atomic<bool> entered, returned;
-    {
-        struct Worker : CAThread {
-            unsigned run() override
-            {
-                entered = true;
-                while (!CAThread::stopRequested())
-                    CAThread::sleep(0.001);
-                CAThread::sleep(0.02);  // still running while the destructor waits
-                returned = true;
-                return 0;
-            }
-        } worker;
-        ASSERT_TRUE(worker.start());
-        while (!entered)  // the body must have begun before the object goes
-            CAThread::sleep(0.001);
-    }
-    EXPECT_TRUE(returned);
-}
