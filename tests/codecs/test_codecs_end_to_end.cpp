@@ -14,10 +14,10 @@
 #include <vector>
 
 #include "common/Golden.h"
+#include "common/Picture.h"
 #include "common/Process.h"
 #include "common/Scratch.h"
 #include "evc/Client.h"
-#include "media/ZKImageLayout.h"
 
 using namespace evctest;
 
@@ -70,15 +70,10 @@ const Row kRows[] = {
     {"av1", 31, "av1", "Main", "ivf"},
 };
 
-std::string ReadText(const std::string& path)
-{
-    const Bytes bytes = ReadBytes(path);
-    return std::string(bytes.begin(), bytes.end());
-}
-
 std::string Preset(const char* plugin, const char* kind = "quality")
 {
-    return ReadText(std::string(EVC_PRESETS_DIR) + "/" + plugin + "-" + kind + ".xml");
+    const Bytes text = ReadBytes(std::string(EVC_PRESETS_DIR) + "/" + plugin + "-" + kind + ".xml");
+    return std::string(text.begin(), text.end());
 }
 
 evc::ClientOptions Options()
@@ -89,39 +84,6 @@ evc::ClientOptions Options()
     options.largestFrameBytes = kWidth * kHeight * 6;
     options.commandTimeout = std::chrono::milliseconds(60000);
     return options;
-}
-
-// Frame n of a moving clip in the format's layout (the planes one after the
-// other, as ffmpeg's raw video holds them), in the returned buffer that image
-// then points into: smooth ramps that travel, so a good encoder keeps it well
-// above 35 dB, with detail in the low bits of 10-bit samples.
-[[nodiscard]] std::vector<uint8_t> Clip(const FormatInfo& f, ZKImage_t& image, int n)
-{
-    std::vector<uint8_t> bytes(CalcFrameSize(f.colorFormat, kWidth, kHeight, 0, false));
-    if (InitZKImage(&image, uint32_t(bytes.size()), bytes.data(), f.colorFormat, false, kWidth, kHeight, false,
-                    uint64_t(n), 25) != 0)
-        throw std::runtime_error("no layout");
-    for (int p = 0; p < 3; ++p) {
-        const uint32_t rowBytes = p == 2 && image.rowBytes[2] == 0 ? image.rowBytes[1] : image.rowBytes[p];
-        const uint32_t bytesPerSample = f.bits > 8 ? 2 : 1;
-        const uint32_t width = rowBytes / bytesPerSample;
-        const uint32_t rows = (p > 0 && (f.colorFormat == 6 || f.colorFormat == 31)) ? kHeight / 2 : kHeight;
-        for (uint32_t y = 0; y < rows; ++y) {
-            for (uint32_t x = 0; x < width; ++x) {
-                const uint32_t t = (x * (p + 2) + y * (3 - p) + 3 * uint32_t(n)) % 320;
-                uint32_t value = 40 + (t < 160 ? t : 320 - t);
-                uint8_t* at = image.planes[p] + size_t(y) * rowBytes + x * bytesPerSample;
-                if (bytesPerSample == 1) {
-                    *at = uint8_t(value);
-                } else {
-                    value = value * 4 + (x + y) % 4;
-                    at[0] = uint8_t(value);
-                    at[1] = uint8_t(value >> 8);
-                }
-            }
-        }
-    }
-    return bytes;
 }
 
 // The stream as ffmpeg reads it: Annex-B (headers, then the pictures) or an
@@ -149,13 +111,13 @@ Bytes Container(const Row& row, const evc::EncodedFrame& headers, const std::vec
     return bytes;
 }
 
-double Psnr(const std::string& a, const std::string& b, int bits)
+double Psnr(const Bytes& a, const Bytes& b, int bits)
 {
     double squares = 0;
     size_t count = 0;
     for (size_t i = 0; i + (bits > 8) < a.size(); i += bits > 8 ? 2 : 1, ++count) {
-        const int x = bits > 8 ? uint8_t(a[i]) | uint8_t(a[i + 1]) << 8 : uint8_t(a[i]);
-        const int y = bits > 8 ? uint8_t(b[i]) | uint8_t(b[i + 1]) << 8 : uint8_t(b[i]);
+        const int x = bits > 8 ? a[i] | a[i + 1] << 8 : a[i];
+        const int y = bits > 8 ? b[i] | b[i + 1] << 8 : b[i];
         squares += double(x - y) * (x - y);
     }
     const double peak = (1 << bits) - 1;
@@ -170,20 +132,18 @@ TEST_F(CodecsEndToEnd, EachPluginEncodesEachOfItsFormatsForFfmpeg)
     for (const Row& row : kRows) {
         const FormatInfo& f = Format(row.colorFormat);
         SCOPED_TRACE(std::string(row.plugin) + " format " + std::to_string(row.colorFormat));
-        std::string source;
+        Bytes source;
         std::vector<evc::Packet> pictures;
         evc::EncodedFrame headers;
         {
             evc::Client client(Options());
             ASSERT_EQ(client.SetOutput(Preset(row.plugin)), 0u);
-            ZKEncImage_t frame{};
-            const std::vector<uint8_t> first = Clip(f, frame.image, 0);
-            ASSERT_EQ(client.Begin(&frame), 0u);
+            TestPicture picture(f.colorFormat, kWidth, kHeight);
+            ASSERT_EQ(client.Begin(&picture.Record()), 0u);
             for (int n = 0; n < kFrames; ++n) {
-                const std::vector<uint8_t> bytes = Clip(f, frame.image, n);
-                source.append(bytes.begin(), bytes.end());
+                source = Cat({source, picture.Draw(n)});
                 evc::EncodedFrame out;
-                ASSERT_EQ(client.CompressFrame(&frame, n == kForcedKey, n == kFrames - 1, &out), 0u) << n;
+                ASSERT_EQ(client.CompressFrame(&picture.Record(), n == kForcedKey, n == kFrames - 1, &out), 0u) << n;
                 if (!out.descriptors.empty())
                     headers.descriptors = out.descriptors;
                 pictures.insert(pictures.end(), out.packets.begin(), out.packets.end());
@@ -221,7 +181,7 @@ TEST_F(CodecsEndToEnd, EachPluginEncodesEachOfItsFormatsForFfmpeg)
             RunCommand("ffmpeg -v error -y -i '" + stream + "' -fps_mode passthrough -f rawvideo -pix_fmt " + f.pixFmt +
                        " '" + decoded + "'");
         ASSERT_EQ(decode.status, 0) << decode.output;
-        const std::string pixels = ReadText(decoded);
+        const Bytes pixels = ReadBytes(decoded);
         ASSERT_EQ(pixels.size(), source.size());
         EXPECT_GT(Psnr(source, pixels, f.bits), 35.0);
     }
@@ -232,11 +192,11 @@ TEST_F(CodecsEndToEnd, FastPresetsEncodeAndRefusedFormatsGetTheMismatchCode)
     for (const char* plugin : {"h264", "hevc", "vp9", "av1"}) {
         evc::Client client(Options());
         ASSERT_EQ(client.SetOutput(Preset(plugin, "fast")), 0u);
-        ZKEncImage_t frame{};
-        const std::vector<uint8_t> picture = Clip(Format(6), frame.image, 0);
-        ASSERT_EQ(client.Begin(&frame), 0u);
+        TestPicture picture(6, kWidth, kHeight);
+        picture.Draw(0);
+        ASSERT_EQ(client.Begin(&picture.Record()), 0u);
         evc::EncodedFrame out;
-        ASSERT_EQ(client.CompressFrame(&frame, false, true, &out), 0u);
+        ASSERT_EQ(client.CompressFrame(&picture.Record(), false, true, &out), 0u);
         EXPECT_EQ(out.packets.size(), 1u);
         for (const uint32_t format : {0u, 6u, 13u, 24u, 31u, 32u}) {
             SCOPED_TRACE(std::string(plugin) + " format " + std::to_string(format));
@@ -245,13 +205,10 @@ TEST_F(CodecsEndToEnd, FastPresetsEncodeAndRefusedFormatsGetTheMismatchCode)
             };
             if (std::any_of(std::begin(kRows), std::end(kRows), accepts))
                 continue;
-            std::vector<uint8_t> bytes(CalcFrameSize(format, kWidth, kHeight, 0, false));
-            ASSERT_EQ(InitZKImage(&frame.image, uint32_t(bytes.size()), bytes.data(), format, false, kWidth, kHeight,
-                                  false, 0, 25),
-                      0u);
-            EXPECT_EQ(client.Begin(&frame), kFormatMismatch);
+            TestPicture other(format, kWidth, kHeight);
+            EXPECT_EQ(client.Begin(&other.Record()), kFormatMismatch);
             out = evc::EncodedFrame();
-            EXPECT_NE(client.CompressFrame(&frame, false, true, &out), 0u);
+            EXPECT_NE(client.CompressFrame(&other.Record(), false, true, &out), 0u);
             EXPECT_TRUE(out.packets.empty());
         }
     }
@@ -271,28 +228,15 @@ TEST_F(CodecsEndToEnd, PluginHelpersHandTheCodecEveryFormatTopDown)
             SCOPED_TRACE(std::string(f.pixFmt) + (bottomUp ? " bottom-up" : " top-down"));
             evc::Client client(Options());
             ASSERT_EQ(client.SetOutput(preset), 0u);
-            ZKEncImage_t frame{};
-            std::vector<uint8_t> bytes = Clip(f, frame.image, 0);
-            ASSERT_EQ(client.Begin(&frame), 0u);
+            TestPicture picture(f.colorFormat, kWidth, kHeight, 0, bottomUp);
+            ASSERT_EQ(client.Begin(&picture.Record()), 0u);
             for (int n = 0; n < 3; ++n) {
-                bytes = Clip(f, frame.image, n);
-                frame.image.bottomUp = bottomUp;
-                // What the codec must see: each plane's rows from the top.
-                std::string expected;
-                for (int p = 0; p < 3; ++p) {
-                    const uint32_t rowBytes =
-                        p == 2 && frame.image.rowBytes[2] == 0 ? frame.image.rowBytes[1] : frame.image.rowBytes[p];
-                    const uint32_t rows = p > 0 && (f.colorFormat == 6 || f.colorFormat == 31) ? kHeight / 2 : kHeight;
-                    for (uint32_t r = 0; r < rows; ++r) {
-                        const uint8_t* row = frame.image.planes[p] + size_t(bottomUp ? rows - 1 - r : r) * rowBytes;
-                        expected.append(reinterpret_cast<const char*>(row), rowBytes);
-                    }
-                }
+                const Bytes expected = picture.Draw(n);  // each plane's rows from the top
                 evc::EncodedFrame out;
-                ASSERT_EQ(client.CompressFrame(&frame, false, n == 2, &out), 0u);
+                ASSERT_EQ(client.CompressFrame(&picture.Record(), false, n == 2, &out), 0u);
                 ASSERT_EQ(out.packets.size(), 1u);
                 const evc::Packet& packet = out.packets[0];
-                EXPECT_EQ(std::string(packet.data.begin(), packet.data.end()), expected) << n;
+                EXPECT_EQ(Bytes(packet.data.begin(), packet.data.end()), expected) << n;
                 EXPECT_EQ(packet.type, n % 2 == 0 ? 1u : 0u) << n;
                 EXPECT_EQ(packet.time, uint64_t(n));
                 EXPECT_EQ(packet.duration, 1u);

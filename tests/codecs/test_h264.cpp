@@ -3,6 +3,7 @@
 // ffprobe and ffmpeg: times, the flush of delayed pictures, lossless round trips of padded and
 // bottom-up input, the bit rate mode.
 #include "PluginFixture.h"
+#include "common/Picture.h"
 #include "common/Scratch.h"
 #include "evc/H264Codec.h"
 #include "evc/VideoCompressorPlugin.h"
@@ -29,51 +30,11 @@ void Set(IVideoCompressor& compressor, const char* name, Value value)
     ADD_FAILURE() << "no setting " << name;
 }
 
-// An 8-bit 4:2:0 picture in a buffer of its own, rows padded, optionally stored bottom-up, with a
-// pattern that moves with the frame number.
-class Picture {
-public:
-    Picture(uint32_t width, uint32_t height, uint32_t padding = 0, bool bottomUp = false) : m_record{}
-    {
-        ZKImage_t& image = m_record.image;
-        image.colorFormat = codes::kInputColorFormat;
-        image.width = width;
-        image.height = height;
-        image.bottomUp = bottomUp;
-        image.rowBytes[0] = width + padding;
-        image.rowBytes[1] = image.rowBytes[2] = width / 2 + padding;
-        const size_t luma = size_t(image.rowBytes[0]) * height, chroma = size_t(image.rowBytes[1]) * height / 2;
-        m_buffer.assign(luma + 2 * chroma, 0xEE);
-        for (int p = 0; p < 3; ++p)
-            image.planes[p] = m_buffer.data() + (p == 0 ? 0 : luma + (p - 1) * chroma);
-        image.dataSize = static_cast<uint32_t>(m_buffer.size());
-        image.timeScale = 25;
-    }
-    // Draws frame n at time n x step; returns the picture as packed top-down planes.
-    Bytes Draw(int n, uint64_t step = 1)
-    {
-        ZKImage_t& image = m_record.image;
-        Bytes packed;
-        for (int p = 0; p < 3; ++p) {
-            const uint32_t rows = p ? image.height / 2 : image.height, width = p ? image.width / 2 : image.width;
-            for (uint32_t y = 0; y < rows; ++y) {
-                uint8_t* row = image.planes[p] + size_t(image.bottomUp ? rows - 1 - y : y) * image.rowBytes[p];
-                for (uint32_t x = 0; x < width; ++x)
-                    row[x] =
-                        static_cast<uint8_t>(p ? 64 + (x * 2 + y + 997 * p - 3 * n) % 128
-                                               : 16 + (x + y + 4 * n + (x / 16 == uint32_t(n) % 8 ? 90 : 0)) % 200);
-                packed.insert(packed.end(), row, row + width);
-            }
-        }
-        image.time = uint64_t(n) * step;
-        return packed;
-    }
-    ZKEncImage_t& Record() { return m_record; }
-
-private:
-    Bytes m_buffer;
-    ZKEncImage_t m_record;
-};
+// An 8-bit 4:2:0 picture, rows padded by the given bytes, optionally stored bottom-up.
+TestPicture Picture(uint32_t width, uint32_t height, uint32_t padding = 0, bool bottomUp = false)
+{
+    return TestPicture(codes::kInputColorFormat, width, height, padding ? width + padding : 0, bottomUp);
+}
 
 struct Copy {
     uint32_t type;
@@ -128,7 +89,7 @@ protected:
     CompressorPtr Make() { return CompressorPtr(m_bundle->get()->CreateInstance()); }
     // Frames 0 .. count-1, key pictures forced at keys; the last frame carries the last-frame flag
     // or, with flushWithNull, a further call with no input does.
-    Stream Encode(IVideoCompressor& compressor, Picture& picture, int count, uint64_t step = 1,
+    Stream Encode(IVideoCompressor& compressor, TestPicture& picture, int count, uint64_t step = 1,
                   const std::set<int>& keys = {}, bool flushWithNull = false)
     {
         Stream stream;
@@ -197,7 +158,7 @@ TEST_F(H264, BeginRefusesBadSamplesAndSettings)
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         CompressorPtr compressor = Make();
-        Picture picture(64, 48);
+        TestPicture picture = Picture(64, 48);
         ZKEncImage_t sample = picture.Record();
         c.spoil(*compressor, sample.image);
         EXPECT_EQ(compressor->Begin(&sample, false), c.status);
@@ -211,7 +172,7 @@ TEST_F(H264, CompressFrameRefusesBadPicturesCarriesOnAndSendsHeadersOnce)
     CompressorPtr compressor = Make();
     Set<IEnumSetting>(*compressor, "Preset", "ultrafast");
     Set<IEnumSetting>(*compressor, "Tune", "zerolatency");  // each picture comes out of the call that takes it
-    Picture picture(64, 48, 8);
+    TestPicture picture = Picture(64, 48, 8);
     picture.Draw(0);
     ZKEncImage_t first{};
     EXPECT_EQ(compressor->CompressFrame(&picture.Record(), false, false, &first), kZKErrGeneral) << "before Begin";
@@ -287,7 +248,7 @@ TEST_F(H264, StreamsKeepEveryPictureAndItsTimeAndFlushDelayedOnes)
         CompressorPtr compressor = Make();
         Set<IEnumSetting>(*compressor, "Preset", c.preset);
         Set<IDoubleSetting>(*compressor, "FrameRate", 30.0);
-        Picture picture(320, 180, 32);
+        TestPicture picture = Picture(320, 180, 32);
         picture.Record().image.timeScale = 30000;
         ASSERT_EQ(compressor->Begin(&picture.Record(), false), kZKNoErr);
         const Stream stream = Encode(*compressor, picture, kFrames, 1001, {0, 17}, c.flushWithNull);
@@ -321,7 +282,7 @@ TEST_F(H264, LosslessRoundTripKeepsPaddedAndBottomUpRows)
         CompressorPtr compressor = Make();
         Set<IEnumSetting>(*compressor, "Preset", "ultrafast");
         Set<IDoubleSetting>(*compressor, "CRF", 0.0);
-        Picture picture(96, 64, 13, bottomUp);
+        TestPicture picture = Picture(96, 64, 13, bottomUp);
         ASSERT_EQ(compressor->Begin(&picture.Record(), false), kZKNoErr);
         Bytes expected;
         Stream stream;
@@ -347,7 +308,7 @@ TEST_F(H264, BitrateModeSpendsTheBitsItIsGiven)
         CompressorPtr compressor = Make();
         Set<IEnumSetting>(*compressor, "Preset", "veryfast");
         Set<IIntSetting>(*compressor, "Bitrate", kbits);
-        Picture picture(320, 180);
+        TestPicture picture = Picture(320, 180);
         ASSERT_EQ(compressor->Begin(&picture.Record(), false), kZKNoErr);
         sizes[kbits] = Encode(*compressor, picture, 50).AnnexB().size();  // two seconds at 25/s
         compressor->End();

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <sstream>
 
+#include "common/Picture.h"
 #include "common/Process.h"
 #include "common/TempDir.h"
 #include "evc/PluginPackets.h"
@@ -22,17 +23,8 @@ protected:
     // and two packets.
     std::string WriteSegment()
     {
-        std::vector<uint8_t> pixels(16 * 16 * 3 / 2, 7);
-        ZKEncImage_t picture{};
-        ZKImage_t& image = picture.image;
-        image.colorFormat = eColorFormatYUV420Planar;
-        image.width = image.height = image.rowBytes[0] = 16;
-        image.rowBytes[1] = image.rowBytes[2] = 8;
-        image.planes[0] = pixels.data();
-        image.planes[1] = pixels.data() + 256;
-        image.planes[2] = pixels.data() + 320;
-        image.timeScale = 25;
-        image.dataSize = static_cast<uint32_t>(pixels.size());
+        evctest::TestPicture pixels(eColorFormatYUV420Planar, 16, 16);
+        ZKEncImage_t& picture = pixels.Record();
         const std::string path = m_dir.File("two.evcseg");
         TZKSegmentWriter writer;
         EXPECT_TRUE(writer.open(path, CATime(0, 25)));
@@ -40,8 +32,8 @@ protected:
         auto headers = MakeBundle(1000);
         headers->append(new TPacket(0, reinterpret_cast<const uint8_t*>("hdr"), 3));
         auto packets = MakeBundle(1000);
-        packets->append(new TPacket(1, pixels.data(), 100, 40, 1000, 40));
-        packets->append(new TPacket(2, pixels.data(), 7, 80, 1000, 40));
+        packets->append(new TPacket(1, pixels.Buffer().data(), 100, 40, 1000, 40));
+        packets->append(new TPacket(2, pixels.Buffer().data(), 7, 80, 1000, 40));
         picture.image.time = 1;
         picture.descriptors = headers.get();
         picture.image.dataPackets = packets.get();

@@ -6,9 +6,13 @@
 #include "evc/ZKResult.h"
 
 #include "MediaTestSupport.h"
+#include "common/Picture.h"
 
 #include <cstring>
 #include <vector>
+
+using evctest::Bytes;
+using evctest::TestPicture;
 
 namespace {
 
@@ -42,42 +46,6 @@ void ExpectPlanes(const ZKImage_t& image, const uint8_t* base, const long (&offs
     for (int i = 0; i < 4; ++i)
         EXPECT_EQ(image.planes[i], offsets[i] == kAbsent ? nullptr : base + offsets[i]) << "plane " << i;
 }
-
-// A picture whose byte at row r, column c of plane p is p * 64 + r * 8 + c.
-struct Picture {
-    std::vector<uint8_t> bytes;
-    ZKImage_t image{};
-
-    Picture(uint32_t format, int width, int height, int rowBytes, bool alpha, bool bottomUp)
-        : bytes(CalcFrameSize(format, width, height, rowBytes, alpha))
-    {
-        EXPECT_EQ(
-            InitZKImage(&image, uint32_t(bytes.size()), bytes.data(), format, bottomUp, rowBytes, width, height, alpha),
-            kZKNoErr);
-        for (int p = 0; p < 4; ++p)
-            for (uint32_t r = 0; r < Rows(p); ++r)
-                for (uint32_t c = 0; c < Stride(p); ++c)
-                    Row(p, r)[c] = uint8_t(p * 64 + r * 8 + c);
-    }
-    uint32_t Rows(int p) const
-    {
-        return image.planes[p] == nullptr                     ? 0
-               : image.colorFormat == 6 && (p == 1 || p == 2) ? image.height / 2
-                                                              : image.height;
-    }
-    uint32_t Stride(int p) const { return image.colorFormat == 6 && p == 2 ? image.rowBytes[1] : image.rowBytes[p]; }
-    uint8_t* Row(int p, uint32_t r) { return image.planes[p] + r * Stride(p); }
-    // Every plane of other holds this one's rows, in order or reversed.
-    void ExpectCopiedTo(Picture& other, bool reversed)
-    {
-        for (int p = 0; p < 4; ++p)
-            for (uint32_t r = 0; r < Rows(p); ++r)
-                EXPECT_EQ(std::memcmp(other.Row(p, r), Row(p, reversed ? Rows(p) - 1 - r : r),
-                                      std::min(Stride(p), other.Stride(p))),
-                          0)
-                    << "plane " << p << " row " << r;
-    }
-};
 
 }  // namespace
 
@@ -160,57 +128,60 @@ TEST_F(MediaTest, CopyInOrderReversedOrNarrower)
 {
     for (bool flip : {false, true}) {
         SCOPED_TRACE(flip ? "opposite bottom-up flags" : "same bottom-up flags");
-        Picture argb(1, 2, 3, 0, false, false), argbCopy(1, 2, 3, 12, false, flip);  // padded rows
-        CopyZKImage(&argb.image, &argbCopy.image, false);
-        argb.ExpectCopiedTo(argbCopy, flip);
-        Picture yuv(6, 4, 4, 0, true, false), yuvCopy(6, 4, 4, 0, true, flip);
-        CopyZKImage(&yuv.image, &yuvCopy.image, false);
-        yuv.ExpectCopiedTo(yuvCopy, flip);
+        TestPicture argb(1, 2, 3), argbCopy(1, 2, 3, 12, flip);  // padded rows
+        argb.Draw(0);
+        CopyZKImage(&argb.Image(), &argbCopy.Image(), false);
+        EXPECT_EQ(argbCopy.Visible(), argb.Visible());
+        TestPicture yuv(6, 4, 4, 0, false, true), yuvCopy(6, 4, 4, 0, flip, true);
+        yuv.Draw(0);
+        CopyZKImage(&yuv.Image(), &yuvCopy.Image(), false);
+        EXPECT_EQ(yuvCopy.Visible(), yuv.Visible());
     }
     // A mismatch copies only the original time; a missing first plane copies nothing.
-    Picture padded(1, 2, 2, 12, false, false), wider(1, 3, 2, 0, false, false);
-    std::memset(wider.bytes.data(), 0, wider.bytes.size());
-    padded.image.originalTime = 77;
-    padded.image.originalTimeScale = 25;
-    CopyZKImage(&padded.image, &wider.image, true);
-    EXPECT_EQ(wider.image.originalTime, 77u);
-    EXPECT_EQ(wider.image.originalTimeScale, 25u);
-    EXPECT_EQ(wider.bytes, std::vector<uint8_t>(wider.bytes.size(), 0));
+    TestPicture padded(1, 2, 2, 12), wider(1, 3, 2);
+    padded.Draw(0);
+    padded.Image().originalTime = 77;
+    padded.Image().originalTimeScale = 25;
+    CopyZKImage(&padded.Image(), &wider.Image(), true);
+    EXPECT_EQ(wider.Image().originalTime, 77u);
+    EXPECT_EQ(wider.Image().originalTimeScale, 25u);
+    EXPECT_EQ(wider.Buffer(), Bytes(wider.Buffer().size(), 0xEE));
     ZKImage_t empty{};
     ASSERT_EQ(InitZKImage(&empty, 0, nullptr, 1, false, 0, 2, 2, false), kZKNoErr);
-    CopyZKImage(&padded.image, &empty, false);
+    CopyZKImage(&padded.Image(), &empty, false);
     EXPECT_EQ(empty.originalTime, 0u);
 
     // A shallow copy shares the source's bundle, a deep one clones it; a deep copy without a
     // source bundle keeps the destination's, a mismatch takes none.
     auto* bundle = new TestPacketBundle(1);
-    Picture src(1, 2, 2, 0, false, false), dst(1, 2, 2, 0, false, false);
-    src.image.dataPackets = bundle;
-    CopyZKImage(&src.image, &dst.image, false);
-    EXPECT_EQ(dst.image.dataPackets, bundle);
-    dst.image.dataPackets = nullptr;
-    CopyZKImage(&src.image, &dst.image, true);
-    ASSERT_NE(dst.image.dataPackets, nullptr);
-    EXPECT_EQ(static_cast<TestPacketBundle*>(dst.image.dataPackets)->tag(), 1001u);
-    dst.image.dataPackets->destroy();
-    src.image.dataPackets = nullptr;
-    dst.image.dataPackets = bundle;
-    CopyZKImage(&src.image, &dst.image, true);
-    EXPECT_EQ(dst.image.dataPackets, bundle);
-    CopyZKImage(&dst.image, &wider.image, true);
-    EXPECT_EQ(wider.image.dataPackets, nullptr);
+    TestPicture source(1, 2, 2), destination(1, 2, 2);
+    ZKImage_t &src = source.Image(), &dst = destination.Image();
+    src.dataPackets = bundle;
+    CopyZKImage(&src, &dst, false);
+    EXPECT_EQ(dst.dataPackets, bundle);
+    dst.dataPackets = nullptr;
+    CopyZKImage(&src, &dst, true);
+    ASSERT_NE(dst.dataPackets, nullptr);
+    EXPECT_EQ(static_cast<TestPacketBundle*>(dst.dataPackets)->tag(), 1001u);
+    dst.dataPackets->destroy();
+    src.dataPackets = nullptr;
+    dst.dataPackets = bundle;
+    CopyZKImage(&src, &dst, true);
+    EXPECT_EQ(dst.dataPackets, bundle);
+    CopyZKImage(&dst, &wider.Image(), true);
+    EXPECT_EQ(wider.Image().dataPackets, nullptr);
     bundle->destroy();
 }
 
 TEST(ZKImageLayout, FlipAndPacking)
 {
-    Picture src(2, 1, 4, 0, false, true), dst(2, 1, 4, 0, false, true);
-    ASSERT_EQ(FlipZKImage(&src.image, &dst.image), kZKNoErr);
-    EXPECT_EQ(dst.image.bottomUp, 0u);
-    src.ExpectCopiedTo(dst, true);
-    Picture taller(2, 1, 5, 0, false, true);
-    EXPECT_EQ(FlipZKImage(&src.image, &taller.image), kZKErrFormatMismatch);
-    EXPECT_EQ(FlipZKImage(nullptr, &dst.image), kZKErrBadArgument);
+    TestPicture src(2, 1, 4, 0, true), dst(2, 1, 4, 0, true), taller(2, 1, 5, 0, true);
+    src.Draw(0);
+    ASSERT_EQ(FlipZKImage(&src.Image(), &dst.Image()), kZKNoErr);
+    EXPECT_EQ(dst.Image().bottomUp, 0u);
+    EXPECT_EQ(dst.Visible(), src.Visible());
+    EXPECT_EQ(FlipZKImage(&src.Image(), &taller.Image()), kZKErrFormatMismatch);
+    EXPECT_EQ(FlipZKImage(nullptr, &dst.Image()), kZKErrBadArgument);
 
     // Two rows of three 16-bit samples, source stride 4 samples, destination 3: bytes swapped.
     uint8_t source[16] = {1, 2, 3, 4, 5, 6, 0xEE, 0xEE, 0x11, 0x12, 0x13, 0x14, 0x15, 0x16, 0xEE, 0xEE};
