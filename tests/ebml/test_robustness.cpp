@@ -1,11 +1,11 @@
-// Loading over untrusted bytes: one crawl loads every element type from each sample whole,
-// truncated at every length and mutated at random; every load is soft and stays inside.
+// Loading over untrusted bytes: one crawl loads every element type from each sample whole and
+// truncated at every length; every load is soft and stays inside. Random mutations of these
+// samples are the ebml_load fuzz target's job.
 #include "EbmlTestTypes.h"
 
 #include "ebml/ebmlDoc.h"
 
 #include <memory>
-#include <random>
 
 using namespace EbmlTest;
 
@@ -43,36 +43,11 @@ protected:
         }
     }
 
-    static void Crawl(const Bytes& sample, int mutations)
+    static void Crawl(const Bytes& sample)
     {
         for (std::size_t n = 0; n <= sample.size(); ++n) {
             SCOPED_TRACE(testing::Message() << "cut at " << n);
             LoadAll(Bytes(sample.begin(), sample.begin() + long(n)));
-            if (HasFatalFailure())
-                return;
-        }
-        // Bytes the loaders care about, so that mutations reach deep paths.
-        static const uint8 interesting[] = {0x00, 0x01, 0x40, 0x7F, 0x80, 0x81, 0x82, 0x83, 0x84, 0x90,
-                                            0x91, 0xBF, 0xEC, 0xFF, 0x1A, 0x45, 0xDF, 0xA3, 0x42, 0x86};
-        std::mt19937 rng(2026);
-        for (int round = 0; round < mutations; ++round) {
-            Bytes bytes = sample;
-            for (int edit = 0, edits = 1 + int(rng() % 4); edit < edits && !bytes.empty(); ++edit) {
-                const auto at = bytes.begin() + long(rng() % bytes.size());
-                const uint8 value = rng() % 2 ? uint8(rng()) : interesting[rng() % sizeof interesting];
-                switch (rng() % 3) {
-                case 0:
-                    *at = value;
-                    break;
-                case 1:
-                    bytes.erase(at);
-                    break;
-                default:
-                    bytes.insert(at, value);
-                }
-            }
-            SCOPED_TRACE(testing::Message() << "mutation " << round);
-            LoadAll(bytes);
             if (HasFatalFailure())
                 return;
         }
@@ -97,7 +72,7 @@ TEST_F(EbmlCrawl, SamplesWholeTruncatedAndMutated)
     };
     for (const auto& sample : samples) {
         SCOPED_TRACE(sample.first);
-        Crawl(Hex(sample.second), 600);
+        Crawl(Hex(sample.second));
         ASSERT_FALSE(HasFatalFailure());
     }
     // 10000 nested lists of unknown size: the depth is bounded, the outer list still loads.
