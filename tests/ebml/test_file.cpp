@@ -1,6 +1,7 @@
 // Files through their line cache and the file storage: opening, handles that share one state,
-// receipts into a file, a random model of reads, writes, seeks and resizes, and elements on disk
-// (size fields patched after their line left the cache, padding, binaries that refer into a file).
+// receipts into a file (a size field patched through one after the storage moved on), a random
+// model of reads, writes, seeks and resizes, and elements on disk (padding, binaries that refer
+// into a file).
 #include "EbmlTestTypes.h"
 
 #include "ebml/ebmlFile.h"
@@ -157,46 +158,10 @@ TEST_F(EbmlFileTest, StorageReceiptsSeeksAndFailures)
 
 namespace {
 
-// Announces more bytes than it writes, as a payload whose final length is only known once
-// written; the element then patches its size field in place.
-class ShrinkingPayload : public IPayload {
-public:
-    ShrinkingPayload(uint64 announced = 0, Bytes bytes = {}) : announced_(announced), bytes_(std::move(bytes)) {}
-    bool eval(IElementCrawler&) override { return false; }
-    bool isDefault() const override { return false; }
-    uint64 calcSize() const override { return announced_; }
-    TReceiptPtr save(IStorage& storage) const override { return Ebml::save(storage, bytes_); }
-    uint64 load(IStorage&, uint64, IDelegateLoad*) override { return 0; }
-
-    uint64 announced_;
-    Bytes bytes_;
-};
-
-EBML_TEST_NAME(TNameShrink, "Shrink");
 EBML_TEST_NAME(TNameBlob, "Blob");
-typedef TElt<ShrinkingPayload, 0x4321, TNameShrink> TShrink;
 typedef TElt<VBinary, 0xA1, TNameBlob> TBlob;
 
 }  // namespace
-
-TEST_F(EbmlFileTest, SizePatchedAfterItsLineWasWrittenBack)
-{
-    const std::string path = m_dir.File("patch");
-    const Bytes lead = Pattern(10, 3);
-    const Bytes body = Pattern(40, 4);
-    {
-        FileStorage storage(path, File::kReadWrite);
-        storage.file().cache()->resize(1, 16);  // the body evicts the line holding the size field
-        ASSERT_TRUE(storage.save(lead.data(), lead.size()));
-        TShrink elt(ShrinkingPayload(200, body));
-        TReceiptPtr r = elt.save(storage);
-        ASSERT_TRUE(r);
-        EXPECT_EQ(r->position(), 10u);
-        EXPECT_EQ(r->numBytes(), 44u);
-    }
-    // 200 needs a 2-byte size field; the patch keeps the width.
-    EXPECT_EQ(ReadBytes(path), Cat({lead, {0x43, 0x21, 0x40, 0x28}, body}));
-}
 
 TEST_F(EbmlFileTest, PaddedWideAndCopiedBetweenFiles)
 {
