@@ -1,7 +1,7 @@
-// The growable array, aligned allocation and the worker thread.
+// The growable array and the worker thread. Aligned allocation is checked through the buffer
+// pool that uses it.
 #include "support/Array_c.h"
 #include "support/CAThread.h"
-#include "support/ZKAlignedAlloc.h"
 
 #include <gtest/gtest.h>
 
@@ -72,13 +72,6 @@ TEST(Array, GrowsInStepsOfTenKeepsSparesAndShrinksOnlyFarAboveTarget)
     array.FreeAllItems();
     EXPECT_EQ(array.GetCapacity(), 0);
     EXPECT_FALSE(array.Remove(0));
-
-    for (size_t alignment : {size_t(1), size_t(32), size_t(4096)}) {
-        void* block = ZKAllocPtrAligned(0, alignment);
-        ASSERT_NE(block, nullptr);
-        EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % std::max(alignment, sizeof(void*)), 0u);
-        ZKFreePtrAligned(block);
-    }
 }
 
 TEST(CAThread, RunsTheBodyOnceAndKeepsItsResult)
