@@ -18,6 +18,7 @@
 #include "common/Process.h"
 #include "common/Scratch.h"
 #include "evc/Client.h"
+#include "media/ZKColorFormats.h"
 
 using namespace evctest;
 
@@ -27,20 +28,14 @@ constexpr uint32_t kFormatMismatch = kZKErrFormatMismatch;
 constexpr uint32_t kWidth = 128, kHeight = 96;
 constexpr int kFrames = 12, kForcedKey = 6;
 
-struct FormatInfo {
-    uint32_t colorFormat;
-    const char* pixFmt;  // ffmpeg's name of the same layout
-    int bits;
-};
-const FormatInfo kFormats[] = {
-    {6, "yuv420p", 8}, {13, "yuv444p", 8}, {31, "yuv420p10le", 10}, {32, "yuv422p10le", 10}, {24, "yuv444p10le", 10}};
-
-const FormatInfo& Format(uint32_t colorFormat)
+// ffmpeg's name of the same layout, for the formats the plug-ins take.
+const char* PixFmt(uint32_t format)
 {
-    for (const FormatInfo& f : kFormats)
-        if (f.colorFormat == colorFormat)
-            return f;
-    throw std::runtime_error("no such format in the table");
+    return format == 6    ? "yuv420p"
+           : format == 13 ? "yuv444p"
+           : format == 31 ? "yuv420p10le"
+           : format == 32 ? "yuv422p10le"
+                          : "yuv444p10le";
 }
 
 struct Row {
@@ -130,7 +125,7 @@ TEST_F(CodecsEndToEnd, EachPluginEncodesEachOfItsFormatsForFfmpeg)
 {
     TempDir files;
     for (const Row& row : kRows) {
-        const FormatInfo& f = Format(row.colorFormat);
+        const char* pixFmt = PixFmt(row.colorFormat);
         SCOPED_TRACE(std::string(row.plugin) + " format " + std::to_string(row.colorFormat));
         Bytes source;
         std::vector<evc::Packet> pictures;
@@ -138,7 +133,7 @@ TEST_F(CodecsEndToEnd, EachPluginEncodesEachOfItsFormatsForFfmpeg)
         {
             evc::Client client(Options());
             ASSERT_EQ(client.SetOutput(Preset(row.plugin)), 0u);
-            TestPicture picture(f.colorFormat, kWidth, kHeight);
+            TestPicture picture(row.colorFormat, kWidth, kHeight);
             ASSERT_EQ(client.Begin(&picture.Record()), 0u);
             for (int n = 0; n < kFrames; ++n) {
                 source = Cat({source, picture.Draw(n)});
@@ -169,7 +164,7 @@ TEST_F(CodecsEndToEnd, EachPluginEncodesEachOfItsFormatsForFfmpeg)
                 fields += line + "\n";
         }
         EXPECT_EQ(fields, std::string("codec_name=") + row.codec + "\nprofile=" + row.profile +
-                              "\nwidth=128\nheight=96\npix_fmt=" + f.pixFmt +
+                              "\nwidth=128\nheight=96\npix_fmt=" + pixFmt +
                               "\nnb_read_frames=" + std::to_string(kFrames) + "\n");
         // Packets in decode order: the first and the forced one are key pictures.
         ASSERT_EQ(keys.size(), size_t(kFrames)) << probe.output;
@@ -178,12 +173,12 @@ TEST_F(CodecsEndToEnd, EachPluginEncodesEachOfItsFormatsForFfmpeg)
 
         const std::string decoded = files.File("decoded.yuv");
         const CommandResult decode =
-            RunCommand("ffmpeg -v error -y -i '" + stream + "' -fps_mode passthrough -f rawvideo -pix_fmt " + f.pixFmt +
+            RunCommand("ffmpeg -v error -y -i '" + stream + "' -fps_mode passthrough -f rawvideo -pix_fmt " + pixFmt +
                        " '" + decoded + "'");
         ASSERT_EQ(decode.status, 0) << decode.output;
         const Bytes pixels = ReadBytes(decoded);
         ASSERT_EQ(pixels.size(), source.size());
-        EXPECT_GT(Psnr(source, pixels, f.bits), 35.0);
+        EXPECT_GT(Psnr(source, pixels, int(ZKGetBitResolution(row.colorFormat))), 35.0);
     }
 }
 
@@ -223,12 +218,12 @@ TEST_F(CodecsEndToEnd, PluginHelpersHandTheCodecEveryFormatTopDown)
                                "\" Codec4cc=\"" + std::to_string(0x72617720u) +
                                "\"><StandardSettings><KeyFrameInterval Type=\"eInt\" Value=\"2\"/>"
                                "</StandardSettings></VideoCompressor></Output>";
-    for (const FormatInfo& f : kFormats) {
+    for (const uint32_t format : {6u, 13u, 31u, 32u, 24u}) {
         for (const bool bottomUp : {false, true}) {
-            SCOPED_TRACE(std::string(f.pixFmt) + (bottomUp ? " bottom-up" : " top-down"));
+            SCOPED_TRACE(std::string(PixFmt(format)) + (bottomUp ? " bottom-up" : " top-down"));
             evc::Client client(Options());
             ASSERT_EQ(client.SetOutput(preset), 0u);
-            TestPicture picture(f.colorFormat, kWidth, kHeight, 0, bottomUp);
+            TestPicture picture(format, kWidth, kHeight, 0, bottomUp);
             ASSERT_EQ(client.Begin(&picture.Record()), 0u);
             for (int n = 0; n < 3; ++n) {
                 const Bytes expected = picture.Draw(n);  // each plane's rows from the top
@@ -243,7 +238,7 @@ TEST_F(CodecsEndToEnd, PluginHelpersHandTheCodecEveryFormatTopDown)
                 ASSERT_EQ(out.descriptors.size(), n == 0 ? 1u : 0u);
                 if (n == 0) {
                     EXPECT_EQ(std::string(out.descriptors[0].data.begin(), out.descriptors[0].data.end()),
-                              "raw " + std::to_string(f.colorFormat));
+                              "raw " + std::to_string(format));
                 }
             }
         }

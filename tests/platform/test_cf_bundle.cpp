@@ -139,14 +139,6 @@ TEST_F(CFBundleTest, FoldersListsAndResources)
     EXPECT_EQ(UrlText(at(1), false), "file://" + m_dir.File(resources + "b.component"));
     CFRelease(urls);
     CFRelease(host);
-
-    // The main bundle is this program's folder and outlives any release.
-    const std::string self = "file://" + fs::read_symlink("/proc/self/exe").parent_path().string() + "/";
-    CFBundleRef main = CFBundleGetMainBundle();
-    EXPECT_EQ(BundleText(main), self);
-    CFRelease(main);
-    EXPECT_EQ(CFBundleGetMainBundle(), main);
-    EXPECT_EQ(BundleText(CFBundleGetMainBundle()), self);
 }
 
 TEST_F(CFBundleTest, LoadsTheExecutableNamedByInfoPlistOrByTheFolder)
