@@ -47,6 +47,8 @@ using Clock = std::chrono::steady_clock;
 constexpr uint64_t kTimeScale = 30;  // one unit per picture at 30 pictures per second
 constexpr int kThreads = 2;
 constexpr int kEchoFrames = 30;
+// The tests' host bundle: the echo plug-in beside links to the product's.
+constexpr char kHostBundle[] = "EvcTests.app";
 constexpr int kEmptyCommands = 200;
 
 double Seconds(Clock::time_point since)
@@ -326,6 +328,7 @@ evc::ClientOptions ServiceOptions(const std::string& buildDir, uint64_t largestF
     evc::ClientOptions options;
     options.servicePath = buildDir + "/bin/evc-service";
     options.applicationFolder = buildDir;
+    options.hostBundle = kHostBundle;
     options.applicationName = "encode_overhead";
     options.largestFrameBytes = largestFrameBytes;
     // A flush drains the whole look-ahead in one command; on a busy machine
@@ -512,7 +515,7 @@ TTransport MeasureTransport(const TClip& clip, const std::string& buildDir)
 // once every compressor made from them is gone.
 class TLoadedPlugins {
 public:
-    explicit TLoadedPlugins(const std::string& buildDir) { m_collection.Initialize(buildDir, "Evc.app"); }
+    explicit TLoadedPlugins(const std::string& buildDir) { m_collection.Initialize(buildDir, kHostBundle); }
     ~TLoadedPlugins()
     {
         // The collection keeps its prototypes for the life of the process;

@@ -107,6 +107,7 @@ Client::TPrivate::TPrivate(const ClientOptions& options) : m_options(options), m
 {
     const std::string service = ServicePath(options);
     m_appFolder = ApplicationFolder(options, service);
+    m_options.hostBundle = HostBundle(options);
     if (access(service.c_str(), X_OK) != 0)
         throw ServiceError(ServiceError::Kind::StartFailed, 0, -1, "",
                            "cannot start the service: " + service + " is not an executable file");

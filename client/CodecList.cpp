@@ -107,7 +107,7 @@ std::vector<CodecInfo> ListCodecs(const ClientOptions& options)
     if (access(service.c_str(), X_OK) != 0)
         throw ServiceError(ServiceError::Kind::StartFailed, 0, -1, "",
                            "cannot list the compressors: " + service + " is not an executable file");
-    const TRun run = Run(service, {"--list-codecs", ApplicationFolder(options, service), options.hostBundle},
+    const TRun run = Run(service, {"--list-codecs", ApplicationFolder(options, service), HostBundle(options)},
                          options.commandTimeout);
     if (run.timedOut)
         throw ServiceError(ServiceError::Kind::TimedOut, 0, -1, run.err,

@@ -64,12 +64,20 @@ std::string ServicePath(const ClientOptions& options)
     return fromEnvironment != nullptr && *fromEnvironment ? fromEnvironment : DefaultServicePath();
 }
 
+std::string HostBundle(const ClientOptions& options)
+{
+    if (!options.hostBundle.empty())
+        return options.hostBundle;
+    const char* fromEnvironment = getenv("EVC_HOST_BUNDLE");
+    return fromEnvironment != nullptr && *fromEnvironment ? fromEnvironment : "Evc.app";
+}
+
 std::string ApplicationFolder(const ClientOptions& options, const std::string& servicePath)
 {
     if (!options.applicationFolder.empty())
         return options.applicationFolder;
     const std::string prefix = ParentFolder(ParentFolder(servicePath));
-    return access((prefix + "/" + options.hostBundle).c_str(), F_OK) == 0 ? prefix : prefix + "/lib/evc";
+    return access((prefix + "/" + HostBundle(options)).c_str(), F_OK) == 0 ? prefix : prefix + "/lib/evc";
 }
 
 }  // namespace evc

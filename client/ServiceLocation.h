@@ -10,6 +10,8 @@ namespace evc {
 
 // options.servicePath, else $EVC_SERVICE, else evc-service beside the program.
 std::string ServicePath(const ClientOptions& options);
+// options.hostBundle, else $EVC_HOST_BUNDLE, else Evc.app.
+std::string HostBundle(const ClientOptions& options);
 // options.applicationFolder, else the parent of the service's folder when the
 // host bundle is there (a build tree), else PREFIX/lib/evc (an installation).
 std::string ApplicationFolder(const ClientOptions& options, const std::string& servicePath);

@@ -114,16 +114,19 @@ function(evc_add_test name)
     set(A_TIMEOUT 120)
   endif()
   # Labelled with the tested folder: ctest -L 'client|ipc|service' runs those layers' tests only.
+  # Clients started by the tests find the test plug-ins' host bundle.
   file(RELATIVE_PATH folder ${CMAKE_SOURCE_DIR}/tests ${CMAKE_CURRENT_SOURCE_DIR})
   string(REGEX REPLACE "/.*" "" folder "${folder}")
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
                        PROPERTIES TIMEOUT ${A_TIMEOUT} LABELS ${folder}
-                       ENVIRONMENT "EVC_BUILD_DIR=${CMAKE_BINARY_DIR}")
+                       ENVIRONMENT "EVC_BUILD_DIR=${CMAKE_BINARY_DIR}"
+                       ENVIRONMENT_MODIFICATION "EVC_HOST_BUNDLE=set:${EVC_TEST_HOST_BUNDLE_NAME}")
 endfunction()
 
 # evc_add_plugin(name SOURCES ... [DEPS ...] [EXECUTABLE exe] [TEST_ONLY]): a plug-in
-# bundle build/Evc.app/Contents/PlugIns/<name>.qv64 whose code is Contents/Linux/<exe>.
-# TEST_ONLY bundles serve the test suite and are not installed.
+# bundle build/Evc.app/Contents/PlugIns/<name>.qv64 whose code is Contents/Linux/<exe>,
+# installed, and linked from the tests' host bundle. TEST_ONLY bundles serve the test
+# suite: they go to the tests' host bundle only and are not installed.
 function(evc_add_plugin name)
   cmake_parse_arguments(A "TEST_ONLY" "EXECUTABLE;BUNDLE" "SOURCES;DEPS" ${ARGN})
   if(NOT A_EXECUTABLE)
@@ -136,12 +139,16 @@ function(evc_add_plugin name)
   add_library(${target} MODULE ${A_SOURCES})
   target_link_libraries(${target} PRIVATE evc_options ${A_DEPS})
   target_include_directories(${target} PRIVATE ${CMAKE_SOURCE_DIR}/include)
-  evc_plugin_bundle(${target} EXECUTABLE ${A_EXECUTABLE} DIRECTORY ${EVC_PLUGINS_DIR}/${A_BUNDLE}
-                    EXPORTS ${CMAKE_SOURCE_DIR}/cmake/plugin-exports.map)
-  if(NOT A_TEST_ONLY)
-    install(DIRECTORY ${EVC_PLUGINS_DIR}/${A_BUNDLE} DESTINATION lib/evc/Evc.app/Contents/PlugIns
-            USE_SOURCE_PERMISSIONS)
+  if(A_TEST_ONLY)
+    set(plugins ${EVC_TEST_PLUGINS_DIR})
+  else()
+    set(plugins ${EVC_PLUGINS_DIR})
+    set_property(GLOBAL APPEND PROPERTY EVC_PRODUCT_BUNDLES ${A_BUNDLE})
+    file(CREATE_LINK ${plugins}/${A_BUNDLE} ${EVC_TEST_PLUGINS_DIR}/${A_BUNDLE} SYMBOLIC)
+    install(DIRECTORY ${plugins}/${A_BUNDLE} DESTINATION lib/evc/Evc.app/Contents/PlugIns USE_SOURCE_PERMISSIONS)
   endif()
+  evc_plugin_bundle(${target} EXECUTABLE ${A_EXECUTABLE} DIRECTORY ${plugins}/${A_BUNDLE}
+                    EXPORTS ${CMAKE_SOURCE_DIR}/cmake/plugin-exports.map)
 endfunction()
 
 # evc_add_bench(name SOURCES ... [DEPS ...] [PRIVATE_OF lib ...]): a Google Benchmark program

@@ -35,9 +35,10 @@ struct ClientOptions {
     std::string servicePath;
     // The folder that holds the host bundle and the bundle's path inside it;
     // empty folder: the parent of the service's folder (a build tree) or
-    // PREFIX/lib/evc (an installation).
+    // PREFIX/lib/evc (an installation); empty bundle: EVC_HOST_BUNDLE from the
+    // environment, else Evc.app.
     std::string applicationFolder;
-    std::string hostBundle = "Evc.app";
+    std::string hostBundle;
     // Name the service is told the host goes by.
     std::string applicationName = "evc-client";
     // Bytes of the largest raw frame the host will send; sizes the segment.

@@ -45,6 +45,8 @@ private:
 
 // EVC_BUILD_DIR (set by CTest) + "/" + relative; empty when the variable is not set.
 std::string BuildPath(const std::string& relative = "");
+// The build's host bundle of the test plug-ins (with links to the product's).
+constexpr char kHostBundle[] = "EvcTests.app";
 
 // Runs a shell command with standard error joined to standard output.
 struct CommandResult {

@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <set>
 #include <sstream>
 #include <string>
 
@@ -90,6 +91,13 @@ TEST_F(InstalledPackage, PkgConfigPointsIntoThePrefix)
         SCOPED_TRACE(file);
         EXPECT_TRUE(std::filesystem::exists(Prefix() + "/" + file));
     }
+    // The build's and the installed host bundle hold the product's plug-ins only.
+    for (const std::string& app : {evctest::BuildPath("Evc.app"), Prefix() + "/lib/evc/Evc.app"}) {
+        std::set<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(app + "/Contents/PlugIns"))
+            names.insert(entry.path().filename().string());
+        EXPECT_EQ(names, (std::set<std::string>{"av1.qv64", "h264.qv64", "hevc.qv64", "vp9.qv64"})) << app;
+    }
 }
 
 TEST_F(InstalledPackage, ExamplesBuildOutOfTreeAndEncodeThroughTheInstalledService)
@@ -109,7 +117,7 @@ TEST_F(InstalledPackage, ExamplesBuildOutOfTreeAndEncodeThroughTheInstalledServi
                        " -G Ninja " + row.configure + Quote(Prefix()) + " && cmake --build " + Quote(build));
         ASSERT_EQ(made.status, 0) << made.output;
         const evctest::CommandResult run =
-            RunCommand("env -u EVC_SERVICE " + Quote(build + "/example-host") + " " + Quote(build));
+            RunCommand("env -u EVC_SERVICE -u EVC_HOST_BUNDLE " + Quote(build + "/example-host") + " " + Quote(build));
         EXPECT_EQ(run.status, 0) << run.output;
         EXPECT_EQ(run.output, "encoded 10 pictures: 10 packets, 2 key, 46080 bytes\n");
     }

@@ -1,5 +1,6 @@
 // The bundle layer: file URLs, strings, bundle folders, plug-in listing, and loading a bundle's
 // executable named by its Info.plist or by its folder.
+#include "common/Process.h"
 #include "common/TempDir.h"
 #include "platform/CFString.h"
 #include "platform/CoreFoundation.h"
@@ -146,7 +147,8 @@ TEST_F(CFBundleTest, LoadsTheExecutableNamedByInfoPlistOrByTheFolder)
     const char* buildDir = std::getenv("EVC_BUILD_DIR");
     if (buildDir == nullptr)
         GTEST_SKIP() << "EVC_BUILD_DIR is not set";
-    const fs::path code = fs::path(buildDir) / "Evc.app/Contents/PlugIns/test_echo.qv64/Contents/Linux/test_echo";
+    const fs::path code =
+        fs::path(buildDir) / evctest::kHostBundle / "Contents/PlugIns/test_echo.qv64/Contents/Linux/test_echo";
     ASSERT_TRUE(fs::exists(code));
     const auto plist = [](const std::string& executable, const std::string& padding = "") {
         return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n" + padding +

@@ -10,8 +10,6 @@
 
 namespace evctest {
 
-constexpr char kHostBundle[] = "Evc.app";
-
 // A collection over the build's host bundle and one compressor made from it for a pair; the
 // compressor goes first, then the bundles are unloaded.
 class TLoadedCompressor {

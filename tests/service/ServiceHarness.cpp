@@ -52,7 +52,7 @@ uint32_t ServiceHarness::Send(int32_t command, int ms)
 
 uint32_t ServiceHarness::SetOutput(const std::string& preset)
 {
-    const std::string folder = BuildPath(), bundle = "Evc.app", all = folder + bundle + preset;
+    const std::string folder = BuildPath(), bundle = kHostBundle, all = folder + bundle + preset;
     std::copy(all.begin(), all.end(), m_channel->payload());
     record().m_payloadSize0 = static_cast<int32_t>(folder.size());
     record().m_payloadSize1 = static_cast<int32_t>(bundle.size());

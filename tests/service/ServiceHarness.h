@@ -33,7 +33,7 @@ public:
     bool WaitResponse(int ms = 10000);
     // Sets the command, posts it and waits; the status, or ~0u without answer.
     uint32_t Send(int32_t command, int ms = 10000);
-    // Command 5 with build/, Evc.app and the preset.
+    // Command 5 with build/, the test host bundle and the preset.
     uint32_t SetOutput(const std::string& preset);
     // Writes a frame element at offset in the payload; its length (0 when it does not fit).
     uint32_t WriteFrame(size_t offset, const ZKEncImage_t& record);

@@ -366,6 +366,7 @@ TEST_F(EvcEncodeTest, BadInputFailsWithOneLineAndNoOutput)
         0);
     const std::string existing = m_dir->Write("existing.evcseg", "keep me");
     const std::string crashing = FaultPreset("crashing.xml", evctest::kFaultyCodec, "segv:3");
+    const std::string silent = FaultPreset("silent.xml", evctest::kFaultyCodec, "none");
     const std::string nobody =
         m_dir->Write("nobody.xml", "<Output><VideoCompressor Manufacture4cc=\"1\" Codec4cc=\"2\"/></Output>");
     const std::string clip = Quote(Media("src.y4m"));
@@ -390,6 +391,8 @@ TEST_F(EvcEncodeTest, BadInputFailsWithOneLineAndNoOutput)
         {"existing output", clip + " -o " + Quote(existing), existing + ": exists already (-y replaces it)", 1},
         {"codec crashes, -y", "-y --preset-file " + Quote(crashing) + " " + clip + " -o " + Quote(existing),
          "evc-service was killed by signal 11", 1},
+        {"compressor returns nothing", "--preset-file " + Quote(silent) + " " + clip + " -o " + Quote(out),
+         "returned no pictures for 20 pictures sent", 1},
         {"codes nobody offers", "--preset-file " + Quote(nobody) + " " + clip + " -o " + Quote(out), "0x800300E9", 1},
         {"missing preset", "--preset-file " + Quote(m_dir->file("no.xml")) + " " + clip + " -o " + Quote(out),
          "cannot read preset", 1},
@@ -410,7 +413,7 @@ TEST_F(EvcEncodeTest, BadInputFailsWithOneLineAndNoOutput)
         EXPECT_EQ(run.err.find('\n'), run.err.size() - 1) << "one line: " << run.err;
         EXPECT_EQ(RunCommand("test -e " + Quote(out), *m_dir).status, 1) << "no partial output is left";
         EXPECT_EQ(ReadBytes(existing), Bytes({'k', 'e', 'e', 'p', ' ', 'm', 'e'}));
-        EXPECT_EQ(m_dir->entries().size(), 8u) << "no temporary file is left";
+        EXPECT_EQ(m_dir->entries().size(), 9u) << "no temporary file is left";
     }
 }
 
