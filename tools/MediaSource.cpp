@@ -234,42 +234,41 @@ private:
         if (m_chunkSought || picture.time >= m_plan.chunkStart)
             return false;
         m_chunkSought = true;
-        const int64_t target = int64_t(m_plan.chunkStart / uint64_t(m_timeBase.num)) + m_offset;
         if (!m_hadPts || (m_input->iformat->flags & AVFMT_NOTIMESTAMPS) || m_input->pb == nullptr ||
             !(m_input->pb->seekable & AVIO_SEEKABLE_NORMAL))
             return false;
         m_firstPts = m_lastPts;
-        return SeekBefore(target);
+        m_chunkPts = int64_t(m_plan.chunkStart / uint64_t(m_timeBase.num)) + m_offset;
+        return SeekBefore(m_chunkPts);
     }
 
-    // Pictures before target are dropped as times that do not grow.
-    bool SeekBefore(int64_t target)
+    // The pictures before the chunk are dropped as times that do not grow.
+    bool SeekBefore(int64_t at)
     {
-        if (avformat_seek_file(m_input.get(), m_video, INT64_MIN, target, target, 0) < 0)
+        if (avformat_seek_file(m_input.get(), m_video, INT64_MIN, at, at, 0) < 0)
             return false;
         avcodec_flush_buffers(m_decoder.get());
         m_drained = false;
-        m_seekTarget = target;
         m_landing = true;
-        m_lastPts = target - 1;
+        m_lastPts = m_chunkPts - 1;
         return true;
     }
 
-    // A demuxer that lands after the target (an inexact index) is sent back
-    // to the first picture and read on from there. True when the picture
-    // is to be dropped.
+    // A demuxer without an index lands where it guesses, and decoding starts
+    // at the key picture after that: a seek that lands past the chunk is
+    // repeated further back, twice as far each time, until it goes back
+    // before the first picture. True when the picture is to be dropped.
     bool Overshot(int64_t pts)
     {
         m_landing = false;
-        if (pts <= m_seekTarget)
+        if (pts <= m_chunkPts)
             return false;
-        const int64_t target = m_seekTarget;
-        const int64_t first = m_firstPts;
-        m_firstPts = INT64_MIN;
-        if (first == INT64_MIN || !SeekBefore(first))
-            throw InputError("cannot seek to the picture at " + std::to_string(target) + " in the stream's time base");
-        m_seekTarget = target;
-        m_lastPts = target - 1;
+        const int64_t second = std::max<int64_t>(1, m_timeBase.den / m_timeBase.num);
+        const bool fromFirst = m_chunkPts - m_back < m_firstPts;  // and still late
+        m_back = m_back == 0 ? second : m_back * 2;
+        if (fromFirst || !SeekBefore(m_chunkPts - m_back))
+            throw InputError("cannot seek to the picture at " + std::to_string(m_chunkPts) +
+                             " in the stream's time base");
         return true;
     }
 
@@ -446,8 +445,9 @@ private:
     bool m_hadPts = false;   // the first picture had its own time
     bool m_chunkSought = false;
     bool m_landing = false;  // the first picture after a seek is still to come
-    int64_t m_seekTarget = 0;
-    int64_t m_firstPts = INT64_MIN;
+    int64_t m_firstPts = 0;  // the first picture's, before a seek to a chunk
+    int64_t m_chunkPts = 0;  // the chunk's first picture's
+    int64_t m_back = 0;      // how far before it the last seek went
     bool m_drained = false;
     bool m_done = false;
 };

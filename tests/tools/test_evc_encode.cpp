@@ -100,11 +100,12 @@ protected:
             {"src.y4m", lavfi + "96x64:rate=25:duration=0.8 -pix_fmt yuv420p"},
             {"rgb.nut", lavfi + "96x64:rate=25:duration=0.4 -c:v rawvideo -pix_fmt rgb24"},
             // Three scenes of 20 pictures (cuts at pictures 20 and 40), one
-            // key picture in 25 (chunks start between them), and sound.
-            {"cuts.mkv", "ffmpeg -v error -y -f lavfi -i testsrc2=size=96x64:rate=25:duration=0.8 -f lavfi -i "
-                         "smptebars=size=96x64:rate=25:duration=0.8 -f lavfi -i rgbtestsrc=size=96x64:rate=25:"
-                         "duration=0.8 -f lavfi -i sine=duration=2.4 -filter_complex '[0][1][2]concat=n=3:v=1[v]' "
-                         "-map '[v]' -map 3 -c:v libx264 -g 25 -sc_threshold 0 -c:a aac"},
+            // key picture in 21 (a chunk starts between the decoding and the
+            // presentation time of one), and sound.
+            {"cuts.ts", "ffmpeg -v error -y -f lavfi -i testsrc2=size=96x64:rate=25:duration=0.8 -f lavfi -i "
+                        "smptebars=size=96x64:rate=25:duration=0.8 -f lavfi -i rgbtestsrc=size=96x64:rate=25:"
+                        "duration=0.8 -f lavfi -i sine=duration=2.4 -filter_complex '[0][1][2]concat=n=3:v=1[v]' "
+                        "-map '[v]' -map 3 -c:v libx264 -g 21 -bf 2 -sc_threshold 0 -c:a aac"},
             {"described.mkv", lavfi + "64x48:rate=25:duration=0.2 -vf setsar=4/3 -c:v libx264 -color_primaries "
                                       "bt709 -color_trc bt709 -colorspace bt709 -color_range pc"},
         };
@@ -419,7 +420,7 @@ TEST_F(EvcEncodeTest, BadInputFailsWithOneLineAndNoOutput)
 
 TEST_F(EvcEncodeTest, ChunksJoinIntoTheWholeInputOrNothing)
 {
-    const std::string source = Media("cuts.mkv");
+    const std::string source = Media("cuts.ts");
     const std::vector<std::string> sourceTimes = ProbeVideoTimes(source, *m_dir).all;
     ASSERT_EQ(sourceTimes.size(), 60u);
     const std::string preset = "-q --preset-file h264-preview.xml ";
