@@ -140,11 +140,22 @@ long long CAExternalEncodeProxyMPI::getExternalProcessInfo(std::string& name) co
     return m_externalProcessId;
 }
 
+void CAExternalEncodeProxyMPI::lockRecord() const
+{
+    const TLockWaitWatch watch = ZKLockWaitWatch();
+    if (watch == nullptr) {
+        m_sharedMemory.semaphoreWait(&m_shared->m_lock);
+        return;
+    }
+    for (unsigned int waited = 0; !m_sharedMemory.semaphoreWaitTimed(&m_shared->m_lock, kLockWatchSliceMs);)
+        watch(waited += kLockWatchSliceMs);
+}
+
 template <class T>
 T CAExternalEncodeProxyMPI::readLocked(const T& field) const
 {
     assert(m_shared);
-    m_sharedMemory.semaphoreWait(&m_shared->m_lock);
+    lockRecord();
     const T value = field;
     m_sharedMemory.semaphorePost(&m_shared->m_lock);
     return value;
@@ -154,7 +165,7 @@ template <class T>
 void CAExternalEncodeProxyMPI::writeLocked(T& field, T value)
 {
     assert(m_shared);
-    m_sharedMemory.semaphoreWait(&m_shared->m_lock);
+    lockRecord();
     field = value;
     m_sharedMemory.semaphorePost(&m_shared->m_lock);
 }

@@ -95,6 +95,8 @@ protected:
 
 private:
     void removeBackingFile();
+    // Takes m_lock, in watched slices when the process bounds its lock waits.
+    void lockRecord() const;
     // One field of the record, read or written under m_lock.
     template <class T>
     T readLocked(const T& field) const;

@@ -13,43 +13,68 @@
 
 namespace {
 
-[[noreturn]] void HostGone(long long hostPid, const std::string& segmentKey)
+// Set once, before the watches start.
+long long g_hostPid = 0;
+int g_hostFd = -1;
+std::string g_segmentKey;
+unsigned int g_lockWaitLimitMs = kLockWaitLimitMs;
+
+[[noreturn]] void HostGone()
 {
-    CAMemoryMappedFile::removeIfAbandoned(segmentKey.c_str());
-    std::fprintf(stderr, "evc-service: host process %lld is gone; exiting\n", hostPid);
+    CAMemoryMappedFile::removeIfAbandoned(g_segmentKey.c_str());
+    std::fprintf(stderr, "evc-service: host process %lld is gone; exiting\n", g_hostPid);
     // No unwinding: the main thread may be inside a codec or a lock.
     _exit(0);
 }
 
-bool HostAlive(pid_t pid)
+bool HostAlive()
 {
-    return kill(pid, 0) == 0 || errno != ESRCH;
+    if (g_hostPid <= 0)
+        return true;
+    if (g_hostFd >= 0) {
+        pollfd watched{g_hostFd, POLLIN, 0};
+        return poll(&watched, 1, 0) == 0;
+    }
+    return kill(static_cast<pid_t>(g_hostPid), 0) == 0 || errno != ESRCH;
+}
+
+void WatchLockWait(unsigned int waitedMs)
+{
+    if (!HostAlive())
+        HostGone();
+    if (waitedMs < g_lockWaitLimitMs)
+        return;
+    std::fprintf(stderr, "evc-service: the segment's lock was not released within %u ms; exiting\n", g_lockWaitLimitMs);
+    _exit(kExitLockNotReleased);
 }
 
 }  // namespace
 
-void StartHostWatch(long long hostPid, const std::string& segmentKey)
+void StartHostWatch(long long hostPid, const std::string& segmentKey, unsigned int lockWaitLimitMs)
 {
+    g_segmentKey = segmentKey;
+    g_lockWaitLimitMs = lockWaitLimitMs;
+    ZKSetLockWaitWatch(WatchLockWait);
     if (hostPid <= 0 || hostPid > INT32_MAX)
         return;
+    g_hostPid = hostPid;
     const pid_t pid = static_cast<pid_t>(hostPid);
 #ifdef SYS_pidfd_open
     // A pidfd is close-on-exec and cannot be fooled by a reused process id.
-    const int fd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+    g_hostFd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
 #else
-    const int fd = -1;
     errno = ENOSYS;
 #endif
-    if (fd < 0 && errno == ESRCH)
-        HostGone(hostPid, segmentKey);
-    std::thread([fd, pid, hostPid, segmentKey] {
-        if (fd >= 0) {
-            pollfd watched{fd, POLLIN, 0};
+    if (g_hostFd < 0 && errno == ESRCH)
+        HostGone();
+    std::thread([] {
+        if (g_hostFd >= 0) {
+            pollfd watched{g_hostFd, POLLIN, 0};
             while (poll(&watched, 1, -1) < 0 && errno == EINTR) {}
         } else {
-            while (HostAlive(pid))
+            while (HostAlive())
                 usleep(100000);
         }
-        HostGone(hostPid, segmentKey);
+        HostGone();
     }).detach();
 }

@@ -44,10 +44,10 @@ TArgumentMap ZKMakeArgumentMap(int argc, char* argv[])
 
 int main_utf8(TArgumentMap& arguments)
 {
-    return RunServiceEntry(arguments, kServiceCommandTimeoutSeconds);
+    return RunServiceEntry(arguments, kServiceCommandTimeoutSeconds, kLockWaitLimitMs);
 }
 
-int RunServiceEntry(TArgumentMap& arguments, int commandTimeoutSeconds)
+int RunServiceEntry(TArgumentMap& arguments, int commandTimeoutSeconds, unsigned int lockWaitLimitMs)
 {
     // The application object gets the program path only, from a buffer of its
     // own that lives as long as the object.
@@ -81,7 +81,7 @@ int RunServiceEntry(TArgumentMap& arguments, int commandTimeoutSeconds)
         std::cerr << "Error: " << refused << std::endl;
         return 2;
     }
-    StartHostWatch(clientProcessId, clientShmKey);
+    StartHostWatch(clientProcessId, clientShmKey, lockWaitLimitMs);
 
     try {
         ExternalVideoCompressorService service(static_cast<unsigned long long>(clientProcessId), clientApplicationName,

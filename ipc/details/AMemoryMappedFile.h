@@ -22,6 +22,16 @@ std::string ZKLastError();
 // Assigns text to str unless it is null or empty; tells whether it did.
 bool zk_set_str(std::string& str, const char* text);
 
+// A process may bound its waits for a segment's locks (the file's named lock and
+// the lock of the shared record): while one is not taken, the watch is called
+// every kLockWatchSliceMs with the milliseconds waited so far and ends the
+// process when the wait must stop. Without a watch (the default) these waits
+// have no bound.
+typedef void (*TLockWaitWatch)(unsigned int waitedMs);
+constexpr unsigned int kLockWatchSliceMs = 100;
+void ZKSetLockWaitWatch(TLockWaitWatch watch);
+TLockWaitWatch ZKLockWaitWatch();
+
 // Millisecond stopwatch started at construction.
 class CASystemTime {
 public:

@@ -1,5 +1,6 @@
 #include "ipc/details/AMemoryMappedFile.h"
 
+#include <atomic>
 #include <cassert>
 #include <cerrno>
 #include <cstdlib>
@@ -74,6 +75,20 @@ bool pollUntil(unsigned int ms, Attempt attempt)
 
 // ---------------------------------------------------------------------------
 // Free functions
+
+namespace {
+std::atomic<TLockWaitWatch> g_lockWaitWatch{nullptr};
+}  // namespace
+
+void ZKSetLockWaitWatch(TLockWaitWatch watch)
+{
+    g_lockWaitWatch.store(watch);
+}
+
+TLockWaitWatch ZKLockWaitWatch()
+{
+    return g_lockWaitWatch.load();
+}
 
 void ZKEncodeBase64(const std::vector<unsigned char>& bytes, std::string& out)
 {
@@ -461,6 +476,11 @@ std::string CAMemoryMappedFile::name() const
 bool CAMemoryMappedFile::lock()
 {
     assert(m_private && "lock of an empty mapped file");
+    if (const TLockWaitWatch watch = ZKLockWaitWatch(); m_private && watch != nullptr) {
+        for (unsigned int waited = 0; !m_private->m_lock.timedWait(kLockWatchSliceMs);)
+            watch(waited += kLockWatchSliceMs);
+        return true;
+    }
     if (!m_private || !m_private->m_lock.wait()) {
         ZK_REPORT_ERROR();
         return false;

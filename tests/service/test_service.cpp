@@ -59,19 +59,35 @@ TEST(ServiceProgram, CommandLineAndStartUpFailures)
     }
 }
 
-TEST(ServiceProgram, ASilentClientEndsTheLoopWithStatusZero)
+// Both end the service on their own, whatever the host-death watch does.
+TEST(ServiceProgram, ASilentClientOrALockNeverReleasedEndsTheService)
 {
-    std::string key;
-    {
-        ServiceHarness harness(1 << 20, "bin/evc-service-short-timeout");
-        key = harness.key();
-        ASSERT_TRUE(harness.WaitResponse());
-        EXPECT_EQ(harness.WaitExit(10000), 0);
-        EXPECT_EQ(harness.process().lastErrorLines(),
-                  "serviceLoop ExternalVideoCompressorService.mpi.readClient exception:\n"
-                  "serviceLoop ExternalVideoCompressorService timed out: ");
+    const struct {
+        const char* name;
+        bool holdLock;
+        int status;
+        const char* errors;
+    } rows[] = {
+        {"silent client", false, 0,
+         "serviceLoop ExternalVideoCompressorService.mpi.readClient exception:\n"
+         "serviceLoop ExternalVideoCompressorService timed out: "},
+        {"lock never released", true, 4, "evc-service: the segment's lock was not released within 500 ms; exiting"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        std::string key;
+        {
+            ServiceHarness harness(1 << 20, "bin/evc-service-short-timeout");
+            key = harness.key();
+            ASSERT_TRUE(harness.WaitResponse());
+            CAMemoryMappedFile file;
+            ASSERT_TRUE(!row.holdLock || (file.attach(key.c_str()) && file.lock()));
+            EXPECT_EQ(harness.WaitExit(10000), row.status);
+            ASSERT_TRUE(!row.holdLock || file.unlock());
+            EXPECT_EQ(harness.process().lastErrorLines(), row.errors);
+        }
+        EXPECT_FALSE(Exists(key) || LockExists(key));
     }
-    EXPECT_FALSE(Exists(key) || LockExists(key));
 }
 
 TEST_F(Service, CommandsBeforeACompressorAndBadPresets)
