@@ -62,29 +62,21 @@ TEST(ServiceProgram, CommandLineAndStartUpFailures)
 // Both end the service on their own, whatever the host-death watch does.
 TEST(ServiceProgram, ASilentClientOrALockNeverReleasedEndsTheService)
 {
-    const struct {
-        const char* name;
-        bool holdLock;
-        int status;
-        const char* errors;
-    } rows[] = {
-        {"silent client", false, 0,
-         "serviceLoop ExternalVideoCompressorService.mpi.readClient exception:\n"
-         "serviceLoop ExternalVideoCompressorService timed out: "},
-        {"lock never released", true, 4, "evc-service: the segment's lock was not released within 500 ms; exiting"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const bool holdLock : {false, true}) {
+        SCOPED_TRACE(holdLock ? "lock never released" : "silent client");
         std::string key;
         {
             ServiceHarness harness(1 << 20, "bin/evc-service-short-timeout");
             key = harness.key();
             ASSERT_TRUE(harness.WaitResponse());
             CAMemoryMappedFile file;
-            ASSERT_TRUE(!row.holdLock || (file.attach(key.c_str()) && file.lock()));
-            EXPECT_EQ(harness.WaitExit(10000), row.status);
-            ASSERT_TRUE(!row.holdLock || file.unlock());
-            EXPECT_EQ(harness.process().lastErrorLines(), row.errors);
+            ASSERT_TRUE(!holdLock || (file.attach(key.c_str()) && file.lock()));
+            EXPECT_EQ(harness.WaitExit(10000), holdLock ? 4 : 0);
+            ASSERT_TRUE(!holdLock || file.unlock());
+            EXPECT_EQ(harness.process().lastErrorLines(),
+                      holdLock ? "evc-service: the segment's lock was not released within 500 ms; exiting"
+                               : "serviceLoop ExternalVideoCompressorService.mpi.readClient exception:\n"
+                                 "serviceLoop ExternalVideoCompressorService timed out: ");
         }
         EXPECT_FALSE(Exists(key) || LockExists(key));
     }
