@@ -58,10 +58,6 @@ JoinResult JoinChunks(const std::vector<std::string>& segments, OutputPlan plan,
     format.expectedFrames = chunks.front().second.totalFrames;
     plan.codec = chunks.front().second.codec;
     plan.chunk.reset();
-    if (audio && audio->times.size() != format.expectedFrames)
-        throw EncodeError("the audio's input holds " + std::to_string(audio->times.size()) + " pictures, the chunks " +
-                          std::to_string(format.expectedFrames) + ": not the input of the chunks (or other --ss, " +
-                          "--seek or --frames)");
     std::unique_ptr<OutputWriter> writer;
     try {
         const std::vector<AudioTrack> none;
@@ -84,6 +80,9 @@ JoinResult JoinChunks(const std::vector<std::string>& segments, OutputPlan plan,
         }
     };
     JoinResult result;
+    // Where the pictures start and end, in the input's time scale.
+    int64_t first = INT64_MAX, end = 0;
+    const AVRational inputScale{1, int(std::min<uint64_t>(format.timeScale, INT_MAX))};
     for (const auto& [path, chunk] : chunks) {
         TZKIntermediateSegment segment;
         if (!segment.open(path))
@@ -105,6 +104,12 @@ JoinResult JoinChunks(const std::vector<std::string>& segments, OutputPlan plan,
             frame.streamValue = record.streamValue;
             frame.streamFlags = record.streamFlags;
             pictures += frame.packets.size();
+            for (const Packet& packet : frame.packets) {
+                const AVRational base{
+                    1, int(std::min<uint64_t>(packet.timeBase ? packet.timeBase : uint64_t(inputScale.den), INT_MAX))};
+                first = std::min(first, av_rescale_q(int64_t(packet.time), base, inputScale));
+                end = std::max(end, av_rescale_q(int64_t(packet.time + packet.duration), base, inputScale));
+            }
             const uint64_t scale = frame.timeScale != 0 ? frame.timeScale : format.timeScale;
             const AVRational timeBase{1, int(std::min<uint64_t>(scale, INT_MAX))};
             try {
@@ -119,10 +124,14 @@ JoinResult JoinChunks(const std::vector<std::string>& segments, OutputPlan plan,
         if (pictures != chunk.frames)
             throw EncodeError(path + ": holds " + std::to_string(pictures) + " of the chunk's " +
                               std::to_string(chunk.frames) + " pictures");
+        if (audio && !audio->times.empty() && chunk.index == 0 && int64_t(audio->times.front()) != first)
+            throw EncodeError("the audio's input starts at " + std::to_string(audio->times.front()) + "/" +
+                              std::to_string(inputScale.den) + ", the chunks at " + std::to_string(first) +
+                              ": not the input of the chunks (or another --ss or --seek)");
         result.frames += pictures;
     }
     try {
-        writeAudioUntil(nullptr, 0);
+        writeAudioUntil(audio && audio->toPictureEnd ? &inputScale : nullptr, end);
         writer->close();
     } catch (const std::exception& e) {
         throw EncodeError(e.what());

@@ -21,9 +21,9 @@ struct JoinResult {
 
 // The segment files may come in any order; they must be every chunk of one
 // input exactly once. plan.codec is taken from the chunks. The audio of a
-// scan of the same input (when given) goes beside the pictures, on their
-// clock; the packets are taken from it. Throws EncodeError naming the file
-// at fault.
+// scan of the same input (when given; at least its first picture) goes
+// beside the pictures, on their clock; the packets are taken from it.
+// Throws EncodeError naming the file at fault.
 JoinResult JoinChunks(const std::vector<std::string>& segments, OutputPlan plan, Progress* progress,
                       SceneScan* audio = nullptr);
 

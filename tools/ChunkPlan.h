@@ -53,6 +53,9 @@ struct SceneScan {
     std::vector<uint64_t> times;
     std::vector<AudioTrack> tracks;
     std::vector<AudioPacket> audio;
+    // The audio after the pictures' end is left out (it was read to the end
+    // of an input whose pictures were cut short).
+    bool toPictureEnd = false;
 };
 SceneScan ScanScenes(FrameSource& source);
 

@@ -81,6 +81,11 @@ public:
 
     bool next(Picture& picture, std::vector<AudioPacket>& audio) override
     {
+        if (m_plan.audioOnly && m_havePts) {
+            while (!m_drained)
+                ReadPacket();
+            m_done = true;
+        }
         while (!m_done) {
             if (m_plan.maxFrames != 0 && m_delivered >= m_plan.maxFrames)
                 break;
@@ -290,6 +295,10 @@ private:
             if (index == m_video) {
                 if (m_packet->pos >= 0)
                     m_videoEnd = m_packet->pos + m_packet->size;
+                if (m_plan.audioOnly && m_havePts) {
+                    av_packet_unref(m_packet.get());
+                    continue;
+                }
                 const int sent = avcodec_send_packet(m_decoder.get(), m_packet.get());
                 av_packet_unref(m_packet.get());
                 if (sent < 0 && sent != AVERROR(EAGAIN))

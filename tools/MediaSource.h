@@ -34,6 +34,9 @@ struct InputPlan {
     // before it, times staying on that clock. Where the input cannot seek
     // (a pipe, a stream without times) it reads on from the start.
     uint64_t chunkStart = 0;
+    // Only the audio after the first picture (which sets the clock): no
+    // other picture is decoded or given.
+    bool audioOnly = false;
     bool verbose = false;     // say on stderr what is converted
     // The plug-in's colour formats; a source in one of them is sent as it
     // is, any other is converted to 8-bit 4:2:0 (6). Empty: 6 only.

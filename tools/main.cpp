@@ -153,19 +153,20 @@ int Join(const EncodeOptions& options, const std::string& format, const std::str
         if (!FormatHoldsVideo(format, output.codec))
             return Fail(outputName + ": the " + format + " format cannot hold " +
                         (CodecName(output.codec).empty() ? "this compressor's" : CodecName(output.codec)) + " video");
-        // The audio is the input's, read once more beside the pictures that
-        // place it on their clock.
+        // The audio is the input's, read once more; only the first picture
+        // is decoded, to place it on the pictures' clock.
         std::optional<SceneScan> audio;
         if (!options.audioFrom.empty() && !options.noAudio) {
             InputPlan plan;
             plan.path = options.audioFrom;
             plan.seekFrames = options.seekFrames;
             plan.seekSeconds = options.seekSeconds;
-            plan.maxFrames = options.frames;
+            plan.audioOnly = true;
             plan.audioAccepted = [format](int codecId) { return FormatHoldsAudio(format, codecId); };
             plan.acceptedFormats = AcceptedFormats(output.codec);
             try {
                 audio = ScanScenes(*OpenMediaSource(plan));
+                audio->toPictureEnd = options.frames != 0;
             } catch (const InputError& e) {
                 return Fail(options.audioFrom + ": " + e.what());
             }
