@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 
 namespace evc {
 
@@ -30,7 +31,7 @@ std::string ParentFolder(const std::string& path)
 }
 
 // The folder of the object this code was linked into: the program, or
-// libevc-client.so in PREFIX/lib.
+// libevc-client.so in PREFIX/LIBDIR.
 std::string CodeFolder()
 {
     Dl_info info{};
@@ -43,15 +44,24 @@ std::string CodeFolder()
     return ParentFolder(path);
 }
 
+// An installed path, from an installed folder and the relative path between them.
+std::string Installed(const std::string& from, const char* relative)
+{
+    return (std::filesystem::path(from) / relative).lexically_normal().string();
+}
+
 // evc-service beside the program (a build tree, an installed evc-encode),
-// else in the bin/ beside the lib/ that holds this library.
+// else in the installation's BINDIR, found from the LIBDIR that holds this
+// library, else (a program linked with libevc-client.a) in the BINDIR of the
+// prefix the library was built for.
 std::string DefaultServicePath()
 {
     const std::string besideProgram = ProgramFolder() + "/evc-service";
-    if (access(besideProgram.c_str(), X_OK) == 0)
-        return besideProgram;
-    const std::string installed = ParentFolder(CodeFolder()) + "/bin/evc-service";
-    return access(installed.c_str(), X_OK) == 0 ? installed : besideProgram;
+    for (const std::string& path : {besideProgram, Installed(CodeFolder(), EVC_BINDIR_FROM_LIBDIR "/evc-service"),
+                                    std::string(EVC_INSTALL_FULL_BINDIR "/evc-service")})
+        if (access(path.c_str(), X_OK) == 0)
+            return path;
+    return besideProgram;
 }
 
 }  // namespace
@@ -76,8 +86,11 @@ std::string ApplicationFolder(const ClientOptions& options, const std::string& s
 {
     if (!options.applicationFolder.empty())
         return options.applicationFolder;
-    const std::string prefix = ParentFolder(ParentFolder(servicePath));
-    return access((prefix + "/" + HostBundle(options)).c_str(), F_OK) == 0 ? prefix : prefix + "/lib/evc";
+    const std::string serviceFolder = ParentFolder(servicePath);
+    const std::string buildTree = ParentFolder(serviceFolder);
+    return access((buildTree + "/" + HostBundle(options)).c_str(), F_OK) == 0
+               ? buildTree
+               : Installed(serviceFolder, EVC_APPDIR_FROM_BINDIR);
 }
 
 }  // namespace evc

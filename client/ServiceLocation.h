@@ -8,12 +8,15 @@
 
 namespace evc {
 
-// options.servicePath, else $EVC_SERVICE, else evc-service beside the program.
+// options.servicePath, else $EVC_SERVICE, else evc-service beside the program,
+// else the installation's, found from the folder of libevc-client.so (or, in
+// a program linked statically, the configured prefix's).
 std::string ServicePath(const ClientOptions& options);
 // options.hostBundle, else $EVC_HOST_BUNDLE, else Evc.app.
 std::string HostBundle(const ClientOptions& options);
 // options.applicationFolder, else the parent of the service's folder when the
-// host bundle is there (a build tree), else PREFIX/lib/evc (an installation).
+// host bundle is there (a build tree), else PREFIX/LIBDIR/evc (an
+// installation), found from the service's folder.
 std::string ApplicationFolder(const ClientOptions& options, const std::string& servicePath);
 
 }  // namespace evc

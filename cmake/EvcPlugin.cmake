@@ -6,9 +6,11 @@
 # Builds the compressor bundle dir/Name.qv64/Contents/Linux/Name (dir defaults
 # to the current binary folder) from a MODULE target called Name that uses
 # evc::plugin, with hidden visibility and the four entry points as its only
-# exports. INSTALL_DESTINATION installs the bundle folder there, e.g.
-# lib/evc/Evc.app/Contents/PlugIns. The bundle's folder is left in the
-# target's EVC_BUNDLE_DIR property.
+# exports. INSTALL_DESTINATION installs the bundle folder there:
+# ${EVC_PLUGIN_INSTALL_DIR} (relative to the project's prefix, e.g.
+# lib/x86_64-linux-gnu/evc/Evc.app/Contents/PlugIns under /usr) when the
+# project installs into evc's prefix, ${EVC_PLUGIN_DIR} for that folder itself.
+# The bundle's folder is left in the target's EVC_BUNDLE_DIR property.
 include_guard(GLOBAL)
 include(${CMAKE_CURRENT_LIST_DIR}/EvcPluginBundle.cmake)
 set(EVC_PLUGIN_EXPORTS_MAP ${CMAKE_CURRENT_LIST_DIR}/plugin-exports.map)

@@ -1,6 +1,8 @@
 #include "service/ServiceEntry.h"
 
 #include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
 #include <cstring>
 #include <iostream>
 #include <stdexcept>
@@ -15,20 +17,23 @@ namespace {
 
 constexpr const char kListCodecsOption[] = "--list-codecs";
 
-// evc-service --list-codecs [APP_FOLDER [HOST_BUNDLE]]: the folder defaults to
-// the parent of the program's folder (a build tree), the bundle to Evc.app.
+// evc-service --list-codecs [APP_FOLDER [HOST_BUNDLE]]: the bundle defaults to
+// Evc.app, the folder to the parent of the program's folder when the bundle is
+// there (a build tree), else to the installed one.
 int RunListing(TArgumentMap& arguments)
 {
     if (arguments.size() > 4) {
         std::cerr << "USAGE: " << arguments[0] << " " << kListCodecsOption << " [appFolder [hostBundle]]" << std::endl;
         return 1;
     }
+    const std::string bundle = arguments.size() > 3 ? arguments[3] : std::string("Evc.app");
     std::string folder = arguments.size() > 2 ? arguments[2] : std::string();
     if (folder.empty()) {
         const std::string program = QCoreApplication::applicationDirPath().toStdString();
         folder = program.substr(0, program.rfind('/'));
+        if (!QFileInfo::exists(QString::fromStdString(folder + "/" + bundle)))
+            folder = QDir::cleanPath(QString::fromStdString(program + "/" EVC_APPDIR_FROM_BINDIR)).toStdString();
     }
-    const std::string bundle = arguments.size() > 3 ? arguments[3] : std::string("Evc.app");
     return ListCodecs(std::cout, folder, bundle);
 }
 

@@ -263,8 +263,8 @@ std::string ResolvePresetPath(const std::string& preset, const std::string& code
     std::vector<std::string> folders;
     if (const char* fromEnvironment = std::getenv("EVC_PRESETS"); fromEnvironment != nullptr && *fromEnvironment)
         folders.push_back(fromEnvironment);
-    folders.push_back(programFolder + "/../../presets");         // build/bin in the source tree
-    folders.push_back(programFolder + "/../share/evc/presets");  // installed
+    folders.push_back(programFolder + "/../../presets");               // build/bin in the source tree
+    folders.push_back(programFolder + "/" EVC_PRESETDIR_FROM_BINDIR);  // installed
     for (const std::string& folder : folders)
         if (Readable(folder + "/" + name))
             return folder + "/" + name;

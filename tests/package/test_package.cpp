@@ -77,17 +77,21 @@ evctest::CommandResult InstalledPackage::s_install;
 
 TEST_F(InstalledPackage, PkgConfigPointsIntoThePrefix)
 {
-    const evctest::CommandResult flags = RunCommand("PKG_CONFIG_PATH=" + Quote(Prefix() + "/lib/pkgconfig") +
+    const std::string lib = std::string("/") + EVC_INSTALL_LIBDIR;
+    const evctest::CommandResult flags = RunCommand("PKG_CONFIG_PATH=" + Quote(Prefix() + lib + "/pkgconfig") +
                                                     " pkg-config --cflags --libs evc-client evc-plugin");
     ASSERT_EQ(flags.status, 0) << flags.output;
-    for (const char* part : {"/include", "/lib -levc-client", "/lib/cmake/evc/plugin-exports.map"}) {
+    for (const std::string& part :
+         {std::string("/include"), lib + " -levc-client", lib + "/cmake/evc/plugin-exports.map"}) {
         SCOPED_TRACE(part);
         EXPECT_NE(flags.output.find(Prefix() + part), std::string::npos) << flags.output;
     }
     EXPECT_EQ(flags.output.find("/usr/local"), std::string::npos) << flags.output;
-    for (const char* file : {"lib/cmake/evc/evcConfig.cmake", "lib/cmake/evc/EvcPlugin.cmake", "bin/evc-inspect",
-                             "share/man/man1/evc-encode.1", "share/man/man1/evc-service.1",
-                             "share/bash-completion/completions/evc-encode"}) {
+    const std::string bin = EVC_INSTALL_BINDIR, data = EVC_INSTALL_DATADIR, man = EVC_INSTALL_MANDIR;
+    for (const std::string& file :
+         {lib + "/cmake/evc/evcConfig.cmake", lib + "/cmake/evc/EvcPlugin.cmake", lib + "/libevc-client.so.0",
+          lib + "/evc/Evc.app/Contents/PlugIns/h264.qv64", bin + "/evc-inspect", data + "/evc/presets/h264-quality.xml",
+          man + "/man1/evc-encode.1", man + "/man1/evc-service.1", data + "/bash-completion/completions/evc-encode"}) {
         SCOPED_TRACE(file);
         EXPECT_TRUE(std::filesystem::exists(Prefix() + "/" + file));
     }
