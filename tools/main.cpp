@@ -9,10 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "evc/Av1Codec.h"
-#include "evc/H264Codec.h"
-#include "evc/HevcCodec.h"
-#include "evc/Vp9Codec.h"
+#include "evc/Codecs.h"
 #include "tools/ChunkJoin.h"
 #include "tools/ChunkPlan.h"
 #include "tools/CodecList.h"
@@ -108,22 +105,14 @@ std::vector<SettingOverride> Overrides(const EncodeOptions& o, const VideoFormat
     return list;
 }
 
-// The colour formats a compressor takes as they are.
+// The colour formats a compressor takes as they are; 8-bit 4:2:0 for one we
+// do not ship.
 std::vector<uint32_t> AcceptedFormats(uint32_t codec)
 {
-    auto list = [](const auto& formats) { return std::vector<uint32_t>(std::begin(formats), std::end(formats)); };
-    switch (codec) {
-    case evc::h264::kCodec:
-        return list(evc::h264::kInputColorFormats);
-    case evc::hevc::kCodec:
-        return list(evc::hevc::kInputColorFormats);
-    case evc::vp9::kCodec:
-        return list(evc::vp9::kInputColorFormats);
-    case evc::av1::kCodec:
-        return list(evc::av1::kInputColorFormats);
-    default:
+    const evc::ShippedCodec* shipped = evc::FindShippedCodec(codec);
+    if (shipped == nullptr)
         return {6};
-    }
+    return {shipped->inputColorFormats, shipped->inputColorFormats + shipped->inputColorFormatCount};
 }
 
 // What a chunk plan is computed from: the input (as far as a file can be

@@ -1,5 +1,6 @@
-// EVC_CLIENT_API marks what the shared client library exports; everything
-// else in it is built with hidden visibility. Harmless in a static build.
+/// @file
+/// EVC_CLIENT_API marks what the shared client library exports; everything
+/// else in it is built with hidden visibility. Harmless in a static build.
 #pragma once
 
 #if defined(__GNUC__)

@@ -1,29 +1,30 @@
-// The setting interfaces through which a compressor exposes its parameters.
-// Plug-ins are compiled apart from the host, which calls these operations by
-// their position in the operation table (counting from 0, the two destructor
-// entries first). The ReservedNN operations hold positions the host never
-// calls; they keep every named operation in its place. Never reorder, insert
-// or remove an operation.
+/// @file
+/// The setting interfaces through which a compressor exposes its parameters.
+/// Plug-ins are compiled apart from the host, which calls these operations by
+/// their position in the operation table (counting from 0, the two destructor
+/// entries first). The ReservedNN operations hold positions the host never
+/// calls; they keep every named operation in its place. Never reorder, insert
+/// or remove an operation.
 #pragma once
 
 #include <cstdint>
 
-// One named parameter. Its kind decides which of the interfaces below the
-// object really implements. A setting cannot be asked its kind: the host calls
-// SetValue at the position of the kind a preset names, so a preset that names
-// the wrong kind would reach an operation the object lacks. Describe the
-// settings through EVCGetVideoCompressorSettings (VideoCompressorPlugin.h) so
-// such presets are refused before they reach the setting; a setting that
-// fills the other kinds' SetValue positions with operations that ignore their
-// argument stays safe even without that.
+/// One named parameter. Its kind decides which of the interfaces below the
+/// object really implements. A setting cannot be asked its kind: the host calls
+/// SetValue at the position of the kind a preset names, so a preset that names
+/// the wrong kind would reach an operation the object lacks. Describe the
+/// settings through EVCGetVideoCompressorSettings (VideoCompressorPlugin.h) so
+/// such presets are refused before they reach the setting; a setting that
+/// fills the other kinds' SetValue positions with operations that ignore their
+/// argument stays safe even without that.
 class ISetting {
 public:
-    virtual ~ISetting() = default;  // positions 0 and 1
+    virtual ~ISetting() = default;  ///< positions 0 and 1
     virtual void Reserved02() {}
     virtual void Reserved03() {}
     virtual void Reserved04() {}
     virtual void Reserved05() {}
-    // Position 6: the name, NUL-terminated and owned by the setting.
+    /// Position 6: the name, NUL-terminated and owned by the setting.
     virtual const char* GetName() const = 0;
     virtual void Reserved07() {}
     virtual void Reserved08() {}
@@ -40,39 +41,39 @@ public:
     virtual void Reserved19() {}
 };
 
-// Kind "eBool".
+/// Kind "eBool".
 class IBoolSetting : public ISetting {
 public:
-    virtual void SetValue(bool value) = 0;  // position 20
+    virtual void SetValue(bool value) = 0;  ///< position 20
 };
 
-// Kind "eEnum": the value is the enumerator's text.
+/// Kind "eEnum": the value is the enumerator's text.
 class IEnumSetting : public ISetting {
 public:
-    virtual void SetValue(const char* value) = 0;  // position 20
+    virtual void SetValue(const char* value) = 0;  ///< position 20
 };
 
-// Kinds "eInt" and "eUnsignedInt"; an unsigned setting receives the same
-// 32-bit pattern.
+/// Kinds "eInt" and "eUnsignedInt"; an unsigned setting receives the same
+/// 32-bit pattern.
 class IIntSetting : public ISetting {
 public:
     virtual void Reserved20() {}
     virtual void Reserved21() {}
-    virtual void SetValue(int32_t value) = 0;  // position 22
+    virtual void SetValue(int32_t value) = 0;  ///< position 22
 };
 
-// Kind "eDouble".
+/// Kind "eDouble".
 class IDoubleSetting : public ISetting {
 public:
     virtual void Reserved20() {}
     virtual void Reserved21() {}
-    virtual void SetValue(double value) = 0;  // position 22
+    virtual void SetValue(double value) = 0;  ///< position 22
 };
 
-// An ordered list of settings; the array keeps the settings it lends.
+/// An ordered list of settings; the array keeps the settings it lends.
 class ISettingArray {
 public:
-    virtual ~ISettingArray() = default;  // positions 0 and 1
+    virtual ~ISettingArray() = default;  ///< positions 0 and 1
     virtual void Reserved02() {}
     virtual void Reserved03() {}
     virtual void Reserved04() {}
@@ -90,6 +91,6 @@ public:
     virtual void Reserved16() {}
     virtual void Reserved17() {}
     virtual void Reserved18() {}
-    virtual int32_t GetCount() const = 0;                   // position 19
-    virtual ISetting* GetSetting(int32_t index) const = 0;  // position 20; null when out of range
+    virtual int32_t GetCount() const = 0;                   ///< position 19
+    virtual ISetting* GetSetting(int32_t index) const = 0;  ///< position 20; null when out of range
 };

@@ -1,8 +1,9 @@
-// The compressor interface a plug-in's objects implement. The host calls the
-// operations by their position in the operation table (counting from 0, the
-// two destructor entries first), so the positions are the contract: never
-// reorder, insert or remove an operation. The ReservedNN operations hold
-// positions the host never calls.
+/// @file
+/// The compressor interface a plug-in's objects implement. The host calls the
+/// operations by their position in the operation table (counting from 0, the
+/// two destructor entries first), so the positions are the contract: never
+/// reorder, insert or remove an operation. The ReservedNN operations hold
+/// positions the host never calls.
 #pragma once
 
 #include <cstdint>
@@ -11,15 +12,19 @@
 #include "evc/ZKImage.h"
 #include "evc/ZKResult.h"
 
+/// One compressor: the prototype a bundle's CreateVideoCompressor returns,
+/// and every instance the host makes from it (CreateInstance), one per
+/// stream. The service calls one instance from one thread at a time; the
+/// bundles a compressor hands out stay its own (see CompressFrame).
 class IVideoCompressor {
 public:
-    virtual ~IVideoCompressor() = default;  // positions 0 and 1
+    virtual ~IVideoCompressor() = default;  ///< positions 0 and 1
     virtual void Reserved02() {}
     virtual void Reserved03() {}
-    // Position 4. The hint values are the client's; the host gives them no meaning.
+    /// Position 4. The hint values are the client's; the host gives them no meaning.
     virtual void SetFileFormatHint(uint32_t hint) = 0;
     virtual void Reserved05() {}
-    virtual void SetStreamModeHint(uint32_t hint) = 0;  // position 6
+    virtual void SetStreamModeHint(uint32_t hint) = 0;  ///< position 6
     virtual void Reserved07() {}
     virtual void Reserved08() {}
     virtual void Reserved09() {}
@@ -30,24 +35,24 @@ public:
     virtual void Reserved14() {}
     virtual void Reserved15() {}
     virtual void Reserved16() {}
-    // Position 17. Starts a stream whose frames look like sample (null when
-    // the client sent none); the status goes to the client, 0 is success.
+    /// Position 17. Starts a stream whose frames look like sample (null when
+    /// the client sent none); the status goes to the client, 0 is success.
     virtual uint32_t Begin(const ZKEncImage_t* sample, bool flag) = 0;
     virtual void Reserved18() {}
     virtual void Reserved19() {}
     virtual void Reserved20() {}
     virtual void Reserved21() {}
-    // Position 22. Compresses one frame (input may be null) and fills output
-    // (may be null) with packet bundles that stay the compressor's.
+    /// Position 22. Compresses one frame (input may be null) and fills output
+    /// (may be null) with packet bundles that stay the compressor's.
     virtual uint32_t CompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool isLastFrame,
                                    ZKEncImage_t* output) = 0;
-    virtual void End() = 0;  // position 23
+    virtual void End() = 0;  ///< position 23
     virtual void Reserved24() {}
-    virtual bool IsLastPassEncodingReady() = 0;  // position 25
+    virtual bool IsLastPassEncodingReady() = 0;  ///< position 25
     virtual void Reserved26() {}
     virtual void Reserved27() {}
     virtual void Reserved28() {}
-    // Position 29. A new compressor of the same kind, owned by the caller, or null.
+    /// Position 29. A new compressor of the same kind, owned by the caller, or null.
     virtual IVideoCompressor* CreateInstance() = 0;
     virtual void Reserved30() {}
     virtual void Reserved31() {}
@@ -68,8 +73,12 @@ public:
     virtual void Reserved46() {}
     virtual void Reserved47() {}
     virtual void Reserved48() {}
-    // Positions 49 and 50; either may be null. The compressor keeps the arrays.
+    /// Position 49: the standard settings ("Bitrate", "KeyFrameInterval",
+    /// ...) a preset's StandardSettings fill, or null. The compressor keeps
+    /// the array.
     virtual ISettingArray* GetStandardSettings() = 0;
+    /// Position 50: the codec's own settings a preset's NonStandardSettings
+    /// fill, or null. The compressor keeps the array.
     virtual ISettingArray* GetNonStandardSettings() = 0;
     virtual void Reserved51() {}
     virtual void Reserved52() {}
@@ -79,5 +88,5 @@ public:
     virtual void Reserved56() {}
     virtual void Reserved57() {}
     virtual void Reserved58() {}
-    virtual void SetInputColorFormat(uint32_t colorFormat) = 0;  // position 59
+    virtual void SetInputColorFormat(uint32_t colorFormat) = 0;  ///< position 59
 };

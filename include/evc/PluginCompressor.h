@@ -1,19 +1,20 @@
-// A base for compressor plug-ins over planar YUV pictures: it does what every
-// such compressor does the same way, so a plug-in writes only what is specific
-// to its codec (open the encoder, feed one picture, drain at the end).
-//
-// The base checks the Begin sample (format among the accepted ones, size,
-// time scale, every setting within its row), checks each picture against the
-// stream (format, size, planes, row bytes, buffer size) and refuses a wrong
-// one with a status instead of reading wrong bytes, hands the codec top-down
-// planes (a bottom-up or misaligned picture is copied first), keeps the
-// pictures' times in the stream's time base, gives each packet the duration up
-// to the next picture, sends the stream headers once in the descriptors with
-// the first output that holds a picture, and keeps the bundles it hands out
-// until the next CompressFrame or End. An exception from the codec becomes a
-// failure status; it never reaches the host.
-//
-// Header-only, so a plug-in links nothing of ours.
+/// @file
+/// A base for compressor plug-ins over planar YUV pictures: it does what every
+/// such compressor does the same way, so a plug-in writes only what is specific
+/// to its codec (open the encoder, feed one picture, drain at the end).
+///
+/// The base checks the Begin sample (format among the accepted ones, size,
+/// time scale, every setting within its row), checks each picture against the
+/// stream (format, size, planes, row bytes, buffer size) and refuses a wrong
+/// one with a status instead of reading wrong bytes, hands the codec top-down
+/// planes (a bottom-up or misaligned picture is copied first), keeps the
+/// pictures' times in the stream's time base, gives each packet the duration up
+/// to the next picture, sends the stream headers once in the descriptors with
+/// the first output that holds a picture, and keeps the bundles it hands out
+/// until the next CompressFrame or End. An exception from the codec becomes a
+/// failure status; it never reaches the host.
+///
+/// Header-only, so a plug-in links nothing of ours.
 #pragma once
 
 #include <algorithm>
@@ -27,6 +28,7 @@
 #include <utility>
 #include <vector>
 
+#include "evc/Codecs.h"
 #include "evc/IVideoCompressor.h"
 #include "evc/ZKResult.h"
 #include "evc/PluginPackets.h"
@@ -35,22 +37,23 @@
 namespace evc {
 namespace plugin {
 
-// The packet types of the pictures the compressors of this project hand out.
-constexpr uint32_t kPicturePacket = 0;
-constexpr uint32_t kKeyPicturePacket = 1;  // a random access point
+// The packet types of the pictures the compressors of this project hand out
+// (evc/Codecs.h): any picture, and a random access point.
+using codecs::kKeyPicturePacket;
+using codecs::kPicturePacket;
 
-// One planar YUV colour format: three planes, samples of one or two bytes
-// (two bytes hold a 10-bit value in the low bits, little-endian).
+/// One planar YUV colour format: three planes, samples of one or two bytes
+/// (two bytes hold a 10-bit value in the low bits, little-endian).
 struct TPlanarFormat {
-    uint32_t colorFormat;
-    unsigned bitDepth;
-    unsigned bytesPerSample;
-    unsigned chromaShiftX;  // chroma width = width >> shift
-    unsigned chromaShiftY;
-    const char* name;
+    uint32_t colorFormat;     ///< the EColorFormats value
+    unsigned bitDepth;        ///< 8 or 10
+    unsigned bytesPerSample;  ///< 1 or 2
+    unsigned chromaShiftX;    ///< chroma width = width >> shift
+    unsigned chromaShiftY;    ///< chroma height = height >> shift
+    const char* name;         ///< e.g. "10-bit 4:2:0", for messages
 };
 
-// The planar formats a compressor may accept; null for any other.
+/// The planar formats a compressor may accept; null for any other.
 inline const TPlanarFormat* FindPlanarFormat(uint32_t colorFormat)
 {
     static const TPlanarFormat kFormats[] = {
@@ -63,28 +66,31 @@ inline const TPlanarFormat* FindPlanarFormat(uint32_t colorFormat)
     return nullptr;
 }
 
-// The stream Begin opened, as the codec needs it.
+/// The stream Begin opened, as the codec needs it.
 struct TStreamInfo {
-    TPlanarFormat format;
-    uint32_t width;
-    uint32_t height;
-    uint64_t timeScale;  // units per second of every time below
+    TPlanarFormat format;  ///< the Begin sample's format
+    uint32_t width;        ///< pixels, at most 16384, whole chroma samples
+    uint32_t height;       ///< pixels, at most 16384, whole chroma samples
+    uint64_t timeScale;    ///< units per second of every time below
 };
 
-// One picture for the codec: top-down planes (Y, Cb, Cr), each row at least
-// (plane width x bytes per sample) long, valid during the Encode call.
+/// One picture for the codec: top-down planes (Y, Cb, Cr), each row at least
+/// (plane width x bytes per sample) long, valid during the Encode call.
 struct TInputPicture {
-    const uint8_t* planes[3];
-    int rowBytes[3];
-    int64_t pts;        // in the stream's time base, increasing
-    uint64_t duration;  // expected: the last spacing of pictures, or the nominal one
-    bool forceKey;      // the host asked for a key picture here
+    const uint8_t* planes[3];  ///< Y, Cb, Cr; the compressor's or the host's, read-only
+    int rowBytes[3];           ///< the stride of each plane, in bytes
+    int64_t pts;               ///< in the stream's time base, increasing
+    uint64_t duration;         ///< expected: the last spacing of pictures, or the nominal one
+    bool forceKey;             ///< the host asked for a key picture here
 };
 
+/// The IVideoCompressor of a planar YUV codec: derive from it, implement
+/// Open, Encode, Drain and Close, and call CloseStream() in the destructor.
+/// The host owns each instance; CreateInstance is the derived class's.
 class TCompressor : public IVideoCompressor {
 public:
-    // name prefixes the messages on standard error; formats lists the colour
-    // formats the codec accepts (each one FindPlanarFormat knows).
+    /// name prefixes the messages on standard error; formats lists the colour
+    /// formats the codec accepts (each one FindPlanarFormat knows).
     TCompressor(const char* name, std::vector<uint32_t> formats, std::vector<TSettingRow> standard,
                 std::vector<TSettingRow> nonStandard)
         : m_standard(std::move(standard)), m_nonStandard(std::move(nonStandard)), m_name(name),
@@ -94,30 +100,30 @@ public:
     TCompressor(const TCompressor&) = delete;
     TCompressor& operator=(const TCompressor&) = delete;
 
-    // The hints and the announced input format mean nothing here: the Begin
-    // sample decides the format. They are kept only.
+    /// The hints and the announced input format mean nothing here: the Begin
+    /// sample decides the format. They are kept only.
     void SetFileFormatHint(uint32_t hint) override { m_fileFormatHint = hint; }
     void SetStreamModeHint(uint32_t hint) override { m_streamModeHint = hint; }
     void SetInputColorFormat(uint32_t colorFormat) override { m_inputColorFormat = colorFormat; }
     bool IsLastPassEncodingReady() override { return true; }
-    ISettingArray* GetStandardSettings() override { return &m_standard; }
-    ISettingArray* GetNonStandardSettings() override { return &m_nonStandard; }
-    // Both tables as EVCGetVideoCompressorSettings describes them; the texts
-    // live as long as this compressor.
+    ISettingArray* GetStandardSettings() override { return &m_standard; }        ///< m_standard
+    ISettingArray* GetNonStandardSettings() override { return &m_nonStandard; }  ///< m_nonStandard
+    /// Both tables as EVCGetVideoCompressorSettings describes them; the texts
+    /// live as long as this compressor.
     void DescribeSettings(std::vector<EVCSettingInfo>& infos) const
     {
         m_standard.Describe(true, infos);
         m_nonStandard.Describe(false, infos);
     }
 
-    // Opens a stream from the sample's format, size and time scale and the
-    // settings as they are now; the flag has no meaning here. A stream that
-    // was open is closed first (its delayed pictures are dropped). The sample
-    // is only read, its pixels never. Answers kZKNoErr; kZKErrFormatMismatch
-    // for a colour format the codec does not accept; kZKErrBadArgument for a
-    // null sample, an empty, odd (where chroma needs even) or over-16384 size,
-    // a time scale of 0 or over 32 bits, or a setting outside its row; else
-    // what Open answers (kZKErrGeneral when it throws). Never throws.
+    /// Opens a stream from the sample's format, size and time scale and the
+    /// settings as they are now; the flag has no meaning here. A stream that
+    /// was open is closed first (its delayed pictures are dropped). The sample
+    /// is only read, its pixels never. Answers kZKNoErr; kZKErrFormatMismatch
+    /// for a colour format the codec does not accept; kZKErrBadArgument for a
+    /// null sample, an empty, odd (where chroma needs even) or over-16384 size,
+    /// a time scale of 0 or over 32 bits, or a setting outside its row; else
+    /// what Open answers (kZKErrGeneral when it throws). Never throws.
     uint32_t Begin(const ZKEncImage_t* sample, bool /*flag*/) override
     {
         CloseStream();
@@ -152,17 +158,17 @@ public:
         return kZKNoErr;
     }
 
-    // Feeds input (a key picture when isKeyFrame) and puts every picture the
-    // codec hands back into output. isLastFrame drains every delayed picture
-    // into the same output and finishes the stream; input may then be null.
-    // The output's bundles stay the compressor's until the next CompressFrame
-    // or End; both are set to null first, and stay null when no picture came
-    // out. Answers kZKNoErr; kZKErrGeneral before Begin, after the last frame,
-    // or when the codec fails; kZKErrFormatMismatch for a picture whose format
-    // or size differs from the stream's or whose planes overrun its buffer;
-    // kZKErrBadArgument for a missing output, missing planes, rows shorter
-    // than the width, or a time that does not follow the previous one (the
-    // stream then goes on as if the call had not happened). Never throws.
+    /// Feeds input (a key picture when isKeyFrame) and puts every picture the
+    /// codec hands back into output. isLastFrame drains every delayed picture
+    /// into the same output and finishes the stream; input may then be null.
+    /// The output's bundles stay the compressor's until the next CompressFrame
+    /// or End; both are set to null first, and stay null when no picture came
+    /// out. Answers kZKNoErr; kZKErrGeneral before Begin, after the last frame,
+    /// or when the codec fails; kZKErrFormatMismatch for a picture whose format
+    /// or size differs from the stream's or whose planes overrun its buffer;
+    /// kZKErrBadArgument for a missing output, missing planes, rows shorter
+    /// than the width, or a time that does not follow the previous one (the
+    /// stream then goes on as if the call had not happened). Never throws.
     uint32_t CompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool isLastFrame, ZKEncImage_t* output) override
     {
         ReleaseOutput();
@@ -206,8 +212,8 @@ public:
         return status;
     }
 
-    // Closes the stream; pictures still delayed in the codec are dropped (a
-    // last frame delivers them). Releases the last output's bundles.
+    /// Closes the stream; pictures still delayed in the codec are dropped (a
+    /// last frame delivers them). Releases the last output's bundles.
     void End() override
     {
         CloseStream();
@@ -215,28 +221,28 @@ public:
     }
 
 protected:
-    // A derived class calls CloseStream() in its destructor: the codec's
-    // Close cannot be reached from this one.
+    /// A derived class calls CloseStream() in its destructor: the codec's
+    /// Close cannot be reached from this one.
     ~TCompressor() override { ReleaseOutput(); }
 
-    // What a codec implements. Open starts the encoder (the settings have
-    // passed their rows' checks) and announces the stream headers with
-    // AddHeader; Encode feeds one picture, Drain everything still delayed,
-    // both handing each compressed picture to Emit; Close releases the
-    // encoder and must accept being called when nothing is open or Open
-    // failed half-way. Each returns a status (kZKNoErr or a code of
-    // evc/ZKResult.h); an exception they throw becomes kZKErrGeneral.
+    /// What a codec implements. Open starts the encoder (the settings have
+    /// passed their rows' checks) and announces the stream headers with
+    /// AddHeader; Encode feeds one picture, Drain everything still delayed,
+    /// both handing each compressed picture to Emit; Close releases the
+    /// encoder and must accept being called when nothing is open or Open
+    /// failed half-way. Each returns a status (kZKNoErr or a code of
+    /// evc/ZKResult.h); an exception they throw becomes kZKErrGeneral.
     virtual uint32_t Open(const TStreamInfo& stream) = 0;
-    virtual uint32_t Encode(const TInputPicture& picture) = 0;
-    virtual uint32_t Drain() = 0;
-    virtual void Close() = 0;
+    virtual uint32_t Encode(const TInputPicture& picture) = 0;  ///< see Open
+    virtual uint32_t Drain() = 0;                               ///< see Open
+    virtual void Close() = 0;                                   ///< see Open
 
-    // A stream header, sent once in the descriptors.
+    /// A stream header, sent once in the descriptors.
     void AddHeader(uint32_t type, const uint8_t* data, size_t size)
     {
         m_headers.emplace_back(type, std::vector<uint8_t>(data, data + size));
     }
-    // One compressed picture whose presentation time is pts.
+    /// One compressed picture whose presentation time is pts.
     void Emit(uint32_t type, const uint8_t* data, size_t size, int64_t pts)
     {
         uint64_t duration = 0;
@@ -251,20 +257,25 @@ protected:
         if (m_pictures != nullptr)
             m_pictures->append(new TPacket(type, data, size, uint64_t(pts), m_stream.timeScale, duration));
     }
-    // The stream Begin opened (valid from Open on).
+    /// The stream Begin opened (valid from Open on).
     const TStreamInfo& Stream() const { return m_stream; }
-    // The spacing of pictures assumed before two have arrived.
+    /// The spacing of pictures assumed before two have arrived.
     void SetNominalDuration(uint64_t duration) { m_nominalDuration = std::max<uint64_t>(1, duration); }
+    /// The duration a picture is expected to have: the last spacing of
+    /// pictures, or the nominal one before two have arrived.
     uint64_t ExpectedDuration() const { return m_lastInterval != 0 ? m_lastInterval : m_nominalDuration; }
 
-    // One line on standard error, prefixed with the compressor's name.
+    /// One line on standard error, prefixed with the compressor's name.
     void Complain(const std::string& text) const { std::fprintf(stderr, "%s: %s\n", m_name, text.c_str()); }
+    /// Complains with text and returns status.
     uint32_t Refuse(uint32_t status, const std::string& text) const
     {
         Complain(text);
         return status;
     }
 
+    /// Closes the codec (Close) and forgets the stream: headers, times,
+    /// durations. Safe when nothing is open.
     void CloseStream()
     {
         Close();
@@ -278,8 +289,8 @@ protected:
         m_durations.clear();
     }
 
-    TSettingTable m_standard;
-    TSettingTable m_nonStandard;
+    TSettingTable m_standard;     ///< the standard settings, from the constructor's rows
+    TSettingTable m_nonStandard;  ///< the codec's own settings, from the constructor's rows
 
 private:
     static constexpr uint32_t kMaxSide = 16384;
@@ -304,8 +315,8 @@ private:
         return text;
     }
 
-    // The usual 4:2:0 layout leaves row bytes 2 at 0: both chroma planes
-    // then share row bytes 1.
+    /// The usual 4:2:0 layout leaves row bytes 2 at 0: both chroma planes
+    /// then share row bytes 1.
     static uint32_t PlaneRowBytes(const ZKImage_t& image, int plane)
     {
         return plane == 2 && image.rowBytes[2] == 0 ? image.rowBytes[1] : image.rowBytes[plane];
@@ -397,7 +408,7 @@ private:
     uint32_t m_streamModeHint = 0;
     uint32_t m_inputColorFormat = 0;
 
-    // The open stream.
+    /// The open stream.
     TStreamInfo m_stream{};
     bool m_open = false;
     bool m_finished = false;
@@ -407,12 +418,12 @@ private:
     int64_t m_lastPts = 0;
     uint64_t m_lastInterval = 0;
     uint64_t m_nominalDuration = 1;
-    // Duration of each picture still in the codec; 0 until the next input's
-    // time is known.
+    /// Duration of each picture still in the codec; 0 until the next input's
+    /// time is known.
     std::map<int64_t, uint64_t> m_durations;
     std::vector<uint8_t> m_scratch;
 
-    // The bundle the current call fills, and what the last call handed out.
+    /// The bundle the current call fills, and what the last call handed out.
     TBundle* m_pictures = nullptr;
     TBundlePtr m_data;
     TBundlePtr m_descriptors;

@@ -1,11 +1,12 @@
-// The entry points of a bundle that offers one compressor, from one macro:
-// the bundle reports the pair of codes, makes the compressor for that pair
-// only, describes its settings when COMPRESSOR can (DescribeSettings, as
-// evc::plugin::TCompressor has), and never lets an exception reach the host.
-//
-//     EVC_COMPRESSOR_PLUGIN(evc::FourCC("acme"), evc::FourCC("raw "), TMyCompressor)
-//
-// Use it once, at namespace scope, in one source file of the bundle.
+/// @file
+/// The entry points of a bundle that offers one compressor, from one macro:
+/// the bundle reports the pair of codes, makes the compressor for that pair
+/// only, describes its settings when COMPRESSOR can (DescribeSettings, as
+/// evc::plugin::TCompressor has), and never lets an exception reach the host.
+///
+///     EVC_COMPRESSOR_PLUGIN(evc::FourCC("acme"), evc::FourCC("raw "), TMyCompressor)
+///
+/// Use it once, at namespace scope, in one source file of the bundle.
 #pragma once
 
 #include <cstdint>
@@ -28,9 +29,9 @@ struct THasDescribeSettings<Compressor, std::void_t<decltype(std::declval<const 
                                             std::declval<std::vector<EVCSettingInfo>&>()))>> : std::true_type {
 };
 
-// The settings of one compressor kept for the life of the code, so the
-// descriptions handed to the host stay valid; 0 for a compressor that cannot
-// describe them.
+/// The settings of one compressor kept for the life of the code, so the
+/// descriptions handed to the host stay valid; 0 for a compressor that cannot
+/// describe them.
 template <class Compressor>
 uint64_t DescribeSettingsOf(const EVCSettingInfo** settings)
 {
@@ -53,6 +54,9 @@ uint64_t DescribeSettingsOf(const EVCSettingInfo** settings)
 }  // namespace plugin
 }  // namespace evc
 
+/// Defines the bundle's entry points for one compressor, COMPRESSOR (default
+/// constructible; new COMPRESSOR is the prototype), offered under the codes
+/// MANUFACTURER and CODEC. See the file's description.
 #define EVC_COMPRESSOR_PLUGIN(MANUFACTURER, CODEC, COMPRESSOR)                                                         \
     EVC_PLUGIN_EXPORT uint64_t QVGetNumberVideoCompressors()                                                           \
     {                                                                                                                  \

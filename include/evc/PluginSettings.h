@@ -1,9 +1,10 @@
-// A settings table for plug-in authors: one row per setting (name, kind,
-// default, range or enumerators) builds an ISettingArray the host can fill
-// from a preset. A setting only stores what it is given; Check() tells, with a
-// message, which value lies outside its row, so a compressor refuses a bad
-// preset when a stream begins instead of dropping a value quietly.
-// Header-only, so a plug-in links nothing of ours.
+/// @file
+/// A settings table for plug-in authors: one row per setting (name, kind,
+/// default, range or enumerators) builds an ISettingArray the host can fill
+/// from a preset. A setting only stores what it is given; Check() tells, with a
+/// message, which value lies outside its row, so a compressor refuses a bad
+/// preset when a stream begins instead of dropping a value quietly.
+/// Header-only, so a plug-in links nothing of ours.
 #pragma once
 
 #include <cstdint>
@@ -20,39 +21,48 @@
 namespace evc {
 namespace plugin {
 
+/// A row's kind, and the preset kind it takes: "eBool", "eInt", "eDouble",
+/// "eEnum".
 enum class ESettingKind { Bool, Int, Double, Enum };
 
-// One row of a table. Build rows with the helpers below.
+/// One row of a table. Build rows with the helpers below.
 struct TSettingRow {
-    const char* name;
-    ESettingKind kind;
-    double initial;  // Bool, Int, Double
-    double minimum;  // Int, Double: the value must lie in [minimum, maximum]
-    double maximum;
-    std::vector<std::string> enumerators;  // Enum
-    std::string initialText;               // Enum
+    const char* name;                      ///< the element name a preset gives it; must outlive the table
+    ESettingKind kind;                     ///< which interface the setting implements
+    double initial;                        ///< the starting value of a Bool (0 or 1), Int or Double row
+    double minimum;                        ///< Int, Double: the value must lie in [minimum, maximum]
+    double maximum;                        ///< see minimum
+    std::vector<std::string> enumerators;  ///< the texts an Enum row accepts
+    std::string initialText;               ///< the starting text of an Enum row
 };
 
+/// A yes/no setting (kind "eBool") whose value starts as initial.
 inline TSettingRow BoolRow(const char* name, bool initial)
 {
     return {name, ESettingKind::Bool, initial ? 1.0 : 0.0, 0, 1, {}, {}};
 }
+/// A whole-number setting (kind "eInt") starting at initial; Check() wants it
+/// within [minimum, maximum].
 inline TSettingRow IntRow(const char* name, int32_t initial, int32_t minimum = std::numeric_limits<int32_t>::min(),
                           int32_t maximum = std::numeric_limits<int32_t>::max())
 {
     return {name, ESettingKind::Int, double(initial), double(minimum), double(maximum), {}, {}};
 }
+/// A real-number setting (kind "eDouble") starting at initial; Check() wants
+/// it within [minimum, maximum] (NaN never is).
 inline TSettingRow DoubleRow(const char* name, double initial, double minimum, double maximum)
 {
     return {name, ESettingKind::Double, initial, minimum, maximum, {}, {}};
 }
+/// A text setting (kind "eEnum") starting at initial; Check() wants one of
+/// enumerators, compared exactly.
 inline TSettingRow EnumRow(const char* name, std::vector<std::string> enumerators, const char* initial)
 {
     return {name, ESettingKind::Enum, 0, 0, 0, std::move(enumerators), initial};
 }
 
-// The texts of a null-terminated list, as libraries publish their preset
-// names, after an optional first one: enumerators for EnumRow.
+/// The texts of a null-terminated list, as libraries publish their preset
+/// names, after an optional first one: enumerators for EnumRow.
 inline std::vector<std::string> NameList(const char* const* names, const char* first = nullptr)
 {
     std::vector<std::string> result;
@@ -76,9 +86,9 @@ private:
     TSettingRow m_row;
 };
 
-// A preset that gives a bool or enum setting a number kind reaches the
-// operation at position 22 (the numbers' SetValue), which these two classes
-// fill, with position 21, by operations that ignore their argument.
+/// A preset that gives a bool or enum setting a number kind reaches the
+/// operation at position 22 (the numbers' SetValue), which these two classes
+/// fill, with position 21, by operations that ignore their argument.
 class TBool : public TRowSetting<IBoolSetting> {
 public:
     explicit TBool(const TSettingRow& row) : TRowSetting(row), value(row.initial != 0) {}
@@ -105,8 +115,8 @@ public:
 class TEnum : public TRowSetting<IEnumSetting> {
 public:
     explicit TEnum(const TSettingRow& row) : TRowSetting(row), value(row.initialText) {}
-    // Given the kind "eBool", SetValue receives a bool where the text should
-    // be: no text lives in the first page of memory, so such a value is ignored.
+    /// Given the kind "eBool", SetValue receives a bool where the text should
+    /// be: no text lives in the first page of memory, so such a value is ignored.
     void SetValue(const char* v) override
     {
         if (v == nullptr)
@@ -136,11 +146,12 @@ inline std::string Number(double value)
 
 }  // namespace detail
 
-// The settings of one array, in row order. Lookups by name throw
-// std::logic_error for a name or kind the table does not hold: that is a
-// fault of the plug-in, not of the preset.
+/// The settings of one array, in row order. Lookups by name throw
+/// std::logic_error for a name or kind the table does not hold: that is a
+/// fault of the plug-in, not of the preset.
 class TSettingTable : public ISettingArray {
 public:
+    /// One setting per row, in order, each holding its row's initial value.
     explicit TSettingTable(std::vector<TSettingRow> rows)
     {
         for (const TSettingRow& row : rows) {
@@ -171,14 +182,19 @@ public:
         return index >= 0 && index < GetCount() ? m_settings[size_t(index)].get() : nullptr;
     }
 
+    /// Whether a row is called name.
     bool Has(const char* name) const { return Index(name) >= 0; }
+    /// The current value of the Bool row name.
     bool Bool(const char* name) const { return Get<detail::TBool>(name, ESettingKind::Bool).value; }
+    /// The current value of the Int row name.
     int32_t Int(const char* name) const { return Get<detail::TInt>(name, ESettingKind::Int).value; }
+    /// The current value of the Double row name.
     double Double(const char* name) const { return Get<detail::TDouble>(name, ESettingKind::Double).value; }
+    /// The current text of the Enum row name, valid until it is set again.
     const std::string& Enum(const char* name) const { return Get<detail::TEnum>(name, ESettingKind::Enum).value; }
 
-    // Each row as the optional entry point EVCGetVideoCompressorSettings
-    // describes it; the texts live as long as the table.
+    /// Each row as the optional entry point EVCGetVideoCompressorSettings
+    /// describes it; the texts live as long as the table.
     void Describe(bool standard, std::vector<EVCSettingInfo>& infos) const
     {
         for (size_t i = 0; i < m_rows.size(); ++i) {
@@ -187,8 +203,8 @@ public:
         }
     }
 
-    // True when every value lies in its row's range or enumerators; otherwise
-    // false with a sentence naming the first one that does not.
+    /// True when every value lies in its row's range or enumerators; otherwise
+    /// false with a sentence naming the first one that does not.
     bool Check(std::string& problem) const
     {
         for (size_t i = 0; i < m_rows.size(); ++i)
@@ -230,7 +246,7 @@ private:
         return false;
     }
 
-    // Kind, default and range of a row, as a preset writes them.
+    /// Kind, default and range of a row, as a preset writes them.
     static std::vector<std::string> DescriptionTexts(const TSettingRow& row)
     {
         switch (row.kind) {
