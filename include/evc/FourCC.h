@@ -7,7 +7,8 @@
 
 namespace evc {
 
-/// The first character goes into the most significant byte.
+/// The number of a four-character code such as "avc1" (a literal of exactly
+/// four characters); the first character goes into the most significant byte.
 constexpr uint32_t FourCC(const char (&code)[5])
 {
     return (uint32_t(uint8_t(code[0])) << 24) | (uint32_t(uint8_t(code[1])) << 16) | (uint32_t(uint8_t(code[2])) << 8) |

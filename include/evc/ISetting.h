@@ -44,13 +44,18 @@ public:
 /// Kind "eBool".
 class IBoolSetting : public ISetting {
 public:
-    virtual void SetValue(bool value) = 0;  ///< position 20
+    /// Position 20: the preset's Value, true when it reads "True". Called
+    /// while the service applies a preset, before Begin.
+    virtual void SetValue(bool value) = 0;
 };
 
 /// Kind "eEnum": the value is the enumerator's text.
 class IEnumSetting : public ISetting {
 public:
-    virtual void SetValue(const char* value) = 0;  ///< position 20
+    /// Position 20: the preset's Value text, NUL-terminated and valid during
+    /// the call only (copy it). Called while the service applies a preset,
+    /// before Begin.
+    virtual void SetValue(const char* value) = 0;
 };
 
 /// Kinds "eInt" and "eUnsignedInt"; an unsigned setting receives the same
@@ -59,7 +64,10 @@ class IIntSetting : public ISetting {
 public:
     virtual void Reserved20() {}
     virtual void Reserved21() {}
-    virtual void SetValue(int32_t value) = 0;  ///< position 22
+    /// Position 22: the preset's Value as a 32-bit integer (a Value that is
+    /// not one leaves the setting untouched). Called while the service
+    /// applies a preset, before Begin.
+    virtual void SetValue(int32_t value) = 0;
 };
 
 /// Kind "eDouble".
@@ -67,7 +75,10 @@ class IDoubleSetting : public ISetting {
 public:
     virtual void Reserved20() {}
     virtual void Reserved21() {}
-    virtual void SetValue(double value) = 0;  ///< position 22
+    /// Position 22: the preset's Value as a number (a Value that is not one
+    /// leaves the setting untouched). Called while the service applies a
+    /// preset, before Begin.
+    virtual void SetValue(double value) = 0;
 };
 
 /// An ordered list of settings; the array keeps the settings it lends.
@@ -91,6 +102,8 @@ public:
     virtual void Reserved16() {}
     virtual void Reserved17() {}
     virtual void Reserved18() {}
-    virtual int32_t GetCount() const = 0;                   ///< position 19
-    virtual ISetting* GetSetting(int32_t index) const = 0;  ///< position 20; null when out of range
+    virtual int32_t GetCount() const = 0;  ///< position 19: the number of settings
+    /// Position 20: the setting at index (from 0), lent for the array's
+    /// lifetime; null when out of range.
+    virtual ISetting* GetSetting(int32_t index) const = 0;
 };

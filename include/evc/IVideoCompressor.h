@@ -13,18 +13,21 @@
 #include "evc/ZKResult.h"
 
 /// One compressor: the prototype a bundle's CreateVideoCompressor returns,
-/// and every instance the host makes from it (CreateInstance), one per
-/// stream. The service calls one instance from one thread at a time; the
-/// bundles a compressor hands out stay its own (see CompressFrame).
+/// and every instance the host makes from it (CreateInstance), one per preset
+/// applied. The service calls an instance from one thread at a time. Every
+/// status is passed to the client as is: 0 for success, else a code of
+/// evc/ZKResult.h or the codec's own. An exception that leaves an operation
+/// ends the service (the client gets a ServiceError): return a status instead.
 class IVideoCompressor {
 public:
     virtual ~IVideoCompressor() = default;  ///< positions 0 and 1
     virtual void Reserved02() {}
     virtual void Reserved03() {}
-    /// Position 4. The hint values are the client's; the host gives them no meaning.
+    /// Position 4: the client's file format hint; the host gives it no meaning.
     virtual void SetFileFormatHint(uint32_t hint) = 0;
     virtual void Reserved05() {}
-    virtual void SetStreamModeHint(uint32_t hint) = 0;  ///< position 6
+    /// Position 6: the client's stream mode hint; the host gives it no meaning.
+    virtual void SetStreamModeHint(uint32_t hint) = 0;
     virtual void Reserved07() {}
     virtual void Reserved08() {}
     virtual void Reserved09() {}
@@ -36,19 +39,29 @@ public:
     virtual void Reserved15() {}
     virtual void Reserved16() {}
     /// Position 17. Starts a stream whose frames look like sample (null when
-    /// the client sent none); the status goes to the client, 0 is success.
+    /// the client sent none), after the settings are applied; flag is the
+    /// client's. The sample (and its pixels, if any) is valid during the call
+    /// only. Returns the status for the client.
     virtual uint32_t Begin(const ZKEncImage_t* sample, bool flag) = 0;
     virtual void Reserved18() {}
     virtual void Reserved19() {}
     virtual void Reserved20() {}
     virtual void Reserved21() {}
-    /// Position 22. Compresses one frame (input may be null) and fills output
-    /// (may be null) with packet bundles that stay the compressor's.
+    /// Position 22. Compresses one frame and describes what came out. input
+    /// (null for a flush) and its pixels are valid during the call only.
+    /// output (null when the client sent no output description) is to be
+    /// given the data packets and descriptors bundles; they stay the
+    /// compressor's (the service writes them to the client as soon as the
+    /// call returns and never releases them), so keep them until the next
+    /// CompressFrame or End. isLastFrame asks for every delayed picture.
+    /// Returns the status for the client.
     virtual uint32_t CompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool isLastFrame,
                                    ZKEncImage_t* output) = 0;
-    virtual void End() = 0;  ///< position 23
+    /// Position 23: ends the stream. The client is answered 0.
+    virtual void End() = 0;
     virtual void Reserved24() {}
-    virtual bool IsLastPassEncodingReady() = 0;  ///< position 25
+    /// Position 25: the answer the client's IsLastPassEncodingReady gets.
+    virtual bool IsLastPassEncodingReady() = 0;
     virtual void Reserved26() {}
     virtual void Reserved27() {}
     virtual void Reserved28() {}
@@ -88,5 +101,6 @@ public:
     virtual void Reserved56() {}
     virtual void Reserved57() {}
     virtual void Reserved58() {}
-    virtual void SetInputColorFormat(uint32_t colorFormat) = 0;  ///< position 59
+    /// Position 59: the colour format (EColorFormats) the client announced.
+    virtual void SetInputColorFormat(uint32_t colorFormat) = 0;
 };
