@@ -28,23 +28,39 @@ std::string Hex(uint32_t status)
     return text;
 }
 
-// A picture kept as the element the client would write for it: one copy,
-// whatever the layout of the caller's planes, read back when it is re-sent.
+// A picture kept for re-sending: either as the element the client would
+// write for it (one copy, whatever the layout of the caller's planes, into a
+// buffer recycled from pictures already handed out), or, when the caller
+// vouches for its pixels, as the caller's record and the owner that keeps
+// them alive (no copy).
 class KeptPicture {
 public:
-    KeptPicture(const ZKEncImage_t& record, ExternalVideoProxy& proxy)
+    KeptPicture(const ZKEncImage_t& record, ExternalVideoProxy& proxy, std::vector<uint8_t> buffer)
+        : m_bytes(std::move(buffer))
     {
         uint32_t size = 0;
         proxy.Begin(nullptr, 0);
         proxy.SerializeFrame(&record, size, false);
+        // A recycled buffer of the size is used as it is (resize zeroes only
+        // what it adds); one too small is not copied along when it grows.
+        if (m_bytes.capacity() < size)
+            m_bytes = std::vector<uint8_t>();
         m_bytes.resize(size);
         proxy.Begin(m_bytes.data(), size);
         if (size == 0 || proxy.SerializeFrame(&record, size, false) != 0)
             throw UsageError("the picture cannot be described as a frame element");
     }
+    KeptPicture(const ZKEncImage_t& record, std::shared_ptr<const void> owner)
+        : m_owner(std::move(owner)), m_record(record)
+    {
+        if (record.descriptors != nullptr || record.image.dataPackets != nullptr)
+            throw UsageError("a picture kept by its owner cannot carry packet bundles");
+    }
     // The record over a frame that lives until the next call.
     const ZKEncImage_t& Record(ExternalVideoProxy& proxy)
     {
+        if (m_owner)
+            return m_record;
         proxy.Begin(m_bytes.data(), static_cast<uint32_t>(m_bytes.size()));
         m_frame = proxy.DeSerializeFrame(static_cast<uint32_t>(m_bytes.size()));
         if (!m_frame)
@@ -52,9 +68,12 @@ public:
         m_record = m_frame->GetZKEncImage();
         return m_record;
     }
+    // The copy's buffer, for the next picture kept.
+    std::vector<uint8_t> TakeBuffer() { return std::move(m_bytes); }
 
 private:
     std::vector<uint8_t> m_bytes;
+    std::shared_ptr<const void> m_owner;
     TZKImageFramePtr m_frame;
     ZKEncImage_t m_record{};
 };
@@ -78,7 +97,7 @@ struct Received {
 class EVC_CLIENT_LOCAL EncodeSession::TPrivate {
 public:
     TPrivate(const SessionOptions& options, const std::string& presetXml, const ZKEncImage_t& description)
-        : m_options(options), m_preset(presetXml), m_description(description, m_proxy)
+        : m_options(options), m_preset(presetXml), m_description(description, m_proxy, {})
     {
         Start();
     }
@@ -96,6 +115,11 @@ public:
     void Absorb(const EncodedFrame& reply, bool last);
     void Release(bool everything);
     Pending* Find(const Packet& packet);
+    // Sends a new picture, kept as given for re-sending.
+    void Submit(const ZKEncImage_t& picture, std::unique_ptr<KeptPicture> kept, bool key, bool last,
+                std::vector<EncodedFrame>& output);
+    // A buffer of a picture handed out, for the next copy.
+    std::vector<uint8_t> SpareBuffer();
 
     SessionOptions m_options;
     std::string m_preset;
@@ -111,6 +135,7 @@ public:
     bool m_finished = false;
     unsigned m_restartsInRow = 0;
     std::vector<RecoveryEvent> m_recoveries;
+    std::vector<std::vector<uint8_t>> m_spares;  // buffers of kept copies handed out
 };
 
 std::unique_ptr<Client> EncodeSession::TPrivate::StartService() const
@@ -207,6 +232,9 @@ void EncodeSession::TPrivate::Release(bool everything)
     while (!m_pending.empty() && m_pending.front().index < complete &&
            std::none_of(m_received.begin(), m_received.end(),
                         [&](const Received& r) { return r.frame == m_pending.front().index; })) {
+        // A few buffers are enough: about one picture leaves per picture sent.
+        if (m_spares.size() < 4)
+            m_spares.push_back(m_pending.front().picture->TakeBuffer());
         m_pending.pop_front();
         ++released;
     }
@@ -294,24 +322,45 @@ EncodeSession::EncodeSession(const SessionOptions& options, const std::string& p
 
 EncodeSession::~EncodeSession() = default;
 
+std::vector<uint8_t> EncodeSession::TPrivate::SpareBuffer()
+{
+    if (m_spares.empty())
+        return {};
+    std::vector<uint8_t> buffer = std::move(m_spares.back());
+    m_spares.pop_back();
+    return buffer;
+}
+
+void EncodeSession::TPrivate::Submit(const ZKEncImage_t& picture, std::unique_ptr<KeptPicture> kept, bool key,
+                                     bool last, std::vector<EncodedFrame>& output)
+{
+    m_pending.push_back({m_next, picture.image.time, picture.image.timeScale, key, false, std::move(kept)});
+    ++m_next;
+    m_finished = last;
+    m_sink = &output;
+    // The caller's own picture goes out; the kept one serves re-sending.
+    SendRecovering(&picture, key, last);
+}
+
 void EncodeSession::Encode(const ZKEncImage_t& picture, bool isKeyFrame, bool isLastFrame,
                            std::vector<EncodedFrame>& output)
 {
     TPrivate& p = *m_private;
     if (p.m_finished)
         throw UsageError("the stream was finished; no picture can follow");
-    Pending frame{p.m_next,
-                  picture.image.time,
-                  picture.image.timeScale,
-                  isKeyFrame,
-                  false,
-                  std::make_unique<KeptPicture>(picture, p.m_proxy)};
-    p.m_pending.push_back(std::move(frame));
-    ++p.m_next;
-    p.m_finished = isLastFrame;
-    p.m_sink = &output;
-    // The caller's own picture goes out; the kept copy serves re-sending.
-    p.SendRecovering(&picture, isKeyFrame, isLastFrame);
+    p.Submit(picture, std::make_unique<KeptPicture>(picture, p.m_proxy, p.SpareBuffer()), isKeyFrame, isLastFrame,
+             output);
+}
+
+void EncodeSession::Encode(const ZKEncImage_t& picture, std::shared_ptr<const void> owner, bool isKeyFrame,
+                           bool isLastFrame, std::vector<EncodedFrame>& output)
+{
+    TPrivate& p = *m_private;
+    if (p.m_finished)
+        throw UsageError("the stream was finished; no picture can follow");
+    if (!owner)
+        throw UsageError("a picture kept by its owner needs an owner");
+    p.Submit(picture, std::make_unique<KeptPicture>(picture, std::move(owner)), isKeyFrame, isLastFrame, output);
 }
 
 void EncodeSession::Finish(std::vector<EncodedFrame>& output)

@@ -50,10 +50,11 @@ std::string ReadCompressReply(uint8_t* payload, uint64_t capacity, int32_t reply
     ExternalVideoProxy proxy;
     proxy.Begin(payload, static_cast<uint32_t>(replyBytes));
     proxy.LimitFrameBytes(capacity);
-    TZKImageFramePtr frame = proxy.DeSerializeFrame(static_cast<uint32_t>(replyBytes));
+    // Only the packets are taken: pixels a reply may carry stay unread.
+    ZKEncImage_t reply{};
+    TZKImageFramePtr frame = proxy.DeSerializeFrameInPlace(static_cast<uint32_t>(replyBytes), reply);
     if (!frame)
         return "the reply of " + std::to_string(replyBytes) + " bytes is not a frame element";
-    const ZKEncImage_t reply = frame->GetZKEncImage();
     out = EncodedFrame();
     out.replyBytes = static_cast<uint32_t>(replyBytes);
     CopyPackets(reply.descriptors, 0, out.descriptors);

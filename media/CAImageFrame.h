@@ -39,6 +39,10 @@ public:
     // An end-of-stream frame describes no data. All zero on failure.
     ZKEncImage_t GetZKEncImage();
     ZKImage_t GetZKImage();
+    // The description as it stands, never laid out: a frame without a buffer
+    // (a description of a picture, not a picture) has null planes and a data
+    // size of 0. The bundles stay the frame's.
+    const ZKEncImage_t& Description() const { return m_record; }
 
     // Adopt a description whose planes lie inside the frame's buffer; the
     // frame takes over the record's bundles (an old bundle is destroyed).

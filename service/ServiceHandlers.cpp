@@ -119,7 +119,9 @@ void ExternalVideoCompressorService::ServiceCompressFrame()
         inputPointer = &input;
     }
     if (outputLength > 0) {
-        if (!ReadFrameItem(m_videoProxy, payloadCapacity(), outputLength, outputFrame, output))
+        // A description the compressor fills with packets: read in place, so
+        // one sent without pixels gets no buffer and the reply carries none.
+        if (!ReadFrameItem(m_videoProxy, payloadCapacity(), outputLength, outputFrame, output, true))
             return refuse();
         outputPointer = &output;
     }

@@ -17,6 +17,10 @@
 #include "tools/MediaSource.h"
 #include "tools/PictureQueue.h"
 
+extern "C" {
+#include <libavutil/imgutils.h>
+}
+
 namespace evc {
 namespace tools {
 
@@ -69,6 +73,102 @@ ZKEncImage_t Lend(Client& client, const VideoFormat& format, const Picture& pict
     image.timeScale = format.timeScale;
     return record;
 }
+
+// Pictures as records over pixels that live as long as an owner, for a
+// session that keeps each picture until its packets are out: the decoder's
+// or the source's own pixels when they already lie as the record's standard
+// layout puts them (a raw source's frames do), else a copy in a buffer
+// recycled from the pictures the session let go of.
+class PictureKeeper {
+public:
+    explicit PictureKeeper(const VideoFormat& format) : m_format(format), m_spares(std::make_shared<Spares>()) {}
+
+    ZKEncImage_t Keep(Picture& picture, std::shared_ptr<const void>& owner)
+    {
+        const uint32_t bytes = uint32_t(m_format.frameBytes());
+        uint8_t* source[4] = {};
+        int sourceRows[4] = {};
+        const uint8_t* first = nullptr;
+        const uint8_t* end = nullptr;
+        if (picture.frame) {
+            const AVBufferRef* buffer = picture.frame->buf[0];
+            for (int p = 0; p < 3; ++p) {
+                source[p] = picture.frame->data[p];
+                sourceRows[p] = picture.frame->linesize[p];
+            }
+            // One buffer must hold every plane.
+            if (buffer != nullptr && picture.frame->buf[1] == nullptr) {
+                first = buffer->data;
+                end = buffer->data + buffer->size;
+            }
+        } else if (picture.pixels.size() >= bytes) {
+            av_image_fill_arrays(source, sourceRows, picture.pixels.data(), AVPixelFormat(m_format.pixelFormat),
+                                 int(m_format.width), int(m_format.height), 1);
+            first = picture.pixels.data();
+            end = first + picture.pixels.size();
+        }
+        ZKEncImage_t record = Describe(source[0], bytes, picture.time);
+        bool asTheyLie = first != nullptr && source[0] >= first && uint64_t(end - source[0]) >= bytes;
+        for (int p = 0; p < 3 && asTheyLie; ++p)
+            asTheyLie = record.image.planes[p] == source[p] && int(RowBytes(record, p)) == sourceRows[p];
+        if (asTheyLie) {
+            if (picture.frame)
+                owner = std::shared_ptr<const AVFrame>(picture.frame.release(), FrameFree());
+            else
+                owner = std::make_shared<const std::vector<uint8_t>>(std::move(picture.pixels));
+            return record;
+        }
+        std::shared_ptr<std::vector<uint8_t>> copy = Spare(bytes);
+        record = Describe(copy->data(), bytes, picture.time);
+        const uint32_t rowBytes[3] = {RowBytes(record, 0), RowBytes(record, 1), RowBytes(record, 2)};
+        CopyPicture(picture, m_format, record.image.planes, rowBytes);
+        owner = std::move(copy);
+        return record;
+    }
+
+private:
+    using Spares = std::vector<std::unique_ptr<std::vector<uint8_t>>>;
+
+    ZKEncImage_t Describe(uint8_t* pixels, uint32_t bytes, uint64_t time) const
+    {
+        ZKEncImage_t record{};
+        if (InitZKImage(&record.image, bytes, pixels, m_format.colorFormat, false, int(m_format.width),
+                        int(m_format.height), false, time, m_format.timeScale) != 0)
+            throw EncodeError("cannot describe a picture");
+        return record;
+    }
+
+    // 4:2:0 records leave the second chroma plane's row bytes at 0.
+    static uint32_t RowBytes(const ZKEncImage_t& record, int plane)
+    {
+        const uint32_t* rows = record.image.rowBytes;
+        return plane == 2 && rows[2] == 0 ? rows[1] : rows[plane];
+    }
+
+    // A buffer of bytes that returns to the spares when its last owner lets go.
+    std::shared_ptr<std::vector<uint8_t>> Spare(uint32_t bytes)
+    {
+        std::unique_ptr<std::vector<uint8_t>> buffer;
+        if (!m_spares->empty()) {
+            buffer = std::move(m_spares->back());
+            m_spares->pop_back();
+        } else {
+            buffer = std::make_unique<std::vector<uint8_t>>();
+        }
+        buffer->resize(bytes);
+        std::weak_ptr<Spares> spares = m_spares;
+        return std::shared_ptr<std::vector<uint8_t>>(buffer.release(), [spares](std::vector<uint8_t>* b) {
+            std::unique_ptr<std::vector<uint8_t>> owned(b);
+            if (const std::shared_ptr<Spares> list = spares.lock())
+                if (list->size() < kSpareBuffers)
+                    list->push_back(std::move(owned));
+        });
+    }
+
+    static constexpr size_t kSpareBuffers = 8;
+    VideoFormat m_format;
+    std::shared_ptr<Spares> m_spares;
+};
 
 // Reads the source on a thread of its own into the queue, ending with an
 // item marked end (also after a failure, which it keeps for the loop). A
@@ -177,7 +277,8 @@ namespace {
 class Channel {
 public:
     virtual ~Channel() = default;
-    virtual void send(const Picture& picture, bool key, bool last, std::vector<EncodedFrame>& output) = 0;
+    // May take the picture's pixels (its time and duration stay).
+    virtual void send(Picture& picture, bool key, bool last, std::vector<EncodedFrame>& output) = 0;
     // Ends the stream and quits the service.
     virtual void close() = 0;
 };
@@ -211,7 +312,7 @@ public:
     }
     ~DirectChannel() override { SetServiceToKill(0); }
 
-    void send(const Picture& picture, bool key, bool last, std::vector<EncodedFrame>& output) override
+    void send(Picture& picture, bool key, bool last, std::vector<EncodedFrame>& output) override
     {
         ZKEncImage_t input = Lend(m_client, m_format, picture);
         EncodedFrame encoded;
@@ -243,7 +344,7 @@ private:
 class SessionChannel : public Channel {
 public:
     SessionChannel(const EncodeJob& job, const VideoFormat& format, const ClientOptions& options)
-        : m_format(format), m_pixels(format.frameBytes())
+        : m_keeper(format)
     {
         SessionOptions session;
         session.client = options;
@@ -266,22 +367,13 @@ public:
     }
     ~SessionChannel() override { SetServiceToKill(0); }
 
-    void send(const Picture& picture, bool key, bool last, std::vector<EncodedFrame>& output) override
+    void send(Picture& picture, bool key, bool last, std::vector<EncodedFrame>& output) override
     {
-        uint8_t* planes[3] = {};
-        uint32_t rowBytes[3] = {};
-        ZKEncImage_t input{};
-        if (InitZKImage(&input.image, uint32_t(m_pixels.size()), m_pixels.data(), m_format.colorFormat, false,
-                        int(m_format.width), int(m_format.height), false, picture.time, m_format.timeScale) != 0)
-            throw EncodeError("cannot describe a picture");
-        for (int p = 0; p < 3; ++p) {
-            planes[p] = input.image.planes[p];
-            rowBytes[p] = input.image.rowBytes[p] != 0 ? input.image.rowBytes[p] : input.image.rowBytes[1];
-        }
-        CopyPicture(picture, m_format, planes, rowBytes);
+        std::shared_ptr<const void> owner;
+        const ZKEncImage_t input = m_keeper.Keep(picture, owner);
         const uint64_t frame = m_session->framesSent();
         try {
-            m_session->Encode(input, key, last, output);
+            m_session->Encode(input, std::move(owner), key, last, output);
         } catch (const StatusError& e) {
             throw EncodeError(PictureFailure(frame, e.status()));
         } catch (const ServiceError&) {
@@ -304,8 +396,8 @@ public:
     }
 
 private:
-    VideoFormat m_format;
-    std::vector<uint8_t> m_pixels;
+    // Before the session: the pictures it keeps return their buffers here.
+    PictureKeeper m_keeper;
     std::unique_ptr<EncodeSession> m_session;
 };
 

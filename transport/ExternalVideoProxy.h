@@ -38,8 +38,9 @@ public:
     TZKImageFramePtr DeSerializeFrame(uint32_t size);
     // The same, with the pixels left where they lie in the area: record
     // receives the frame's description with its planes in the area, valid
-    // while the area is unchanged and the frame lives. Spares the copy of the
-    // pixels when they are read only once, before the area is written again.
+    // while the area is unchanged and the frame lives (an element without
+    // pixels gives null planes). Spares the copy of the pixels when they are
+    // read only once, before the area is written again.
     TZKImageFramePtr DeSerializeFrameInPlace(uint32_t size, ZKEncImage_t& record);
     // Frames read from now on may not describe a picture whose buffer takes
     // more than bytes (a peer's description must not buy more memory than

@@ -140,8 +140,9 @@ TZKImageFramePtr TZKEncImage::exportFrame(const CATime& offset, ZKEncImage_t* in
         return TZKImageFramePtr();
     if (inPlace != nullptr) {
         // The frame's record brings the bundles; pixels stay in place.
-        const ZKEncImage_t withBundles = frame->GetZKEncImage();
+        const ZKEncImage_t& withBundles = frame->Description();
         if (dataSize == 0) {
+            // A description without pixels stays one: no buffer is laid out.
             *inPlace = withBundles;
         } else {
             inPlace->descriptors = withBundles.descriptors;

@@ -42,8 +42,10 @@ public:
     // The same checks and bundles, but the pixels stay where the loaded bytes
     // lie (one contiguous run, such as the shared payload area): record
     // receives the description with its planes over those bytes and the
-    // frame's bundles, valid while both the bytes and the frame are. An empty
-    // pointer also when the bytes are not one run in memory.
+    // frame's bundles, valid while both the bytes and the frame are; an
+    // element without pixels gives null planes and a data size of 0 (no
+    // buffer is laid out for a mere description). An empty pointer also when
+    // the bytes are not one run in memory.
     TZKImageFramePtr exportFrameInPlace(const CATime& offset, ZKEncImage_t& record,
                                         uint64_t maxBuffer = UINT64_MAX) const;
 

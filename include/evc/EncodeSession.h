@@ -111,6 +111,12 @@ public:
     /// RecoveryError, ServiceError (maxRestarts 0), StatusError, UsageError
     /// (after the last frame).
     void Encode(const ZKEncImage_t& picture, bool isKeyFrame, bool isLastFrame, std::vector<EncodedFrame>& output);
+    /// The same without the copy kept for re-sending: owner keeps the pixels
+    /// the record points at alive and unchanged until the session lets go of
+    /// it (once the picture's packets are handed out, or with the session).
+    /// The picture may not carry packet bundles (UsageError).
+    void Encode(const ZKEncImage_t& picture, std::shared_ptr<const void> owner, bool isKeyFrame, bool isLastFrame,
+                std::vector<EncodedFrame>& output);
     /// Flushes without a new picture, when no last frame was sent. The same
     /// errors as Encode.
     void Finish(std::vector<EncodedFrame>& output);
