@@ -1,5 +1,6 @@
 // Demuxing, decoding and conversion of the input with the libav libraries.
 #include "tools/MediaSource.h"
+#include "tools/Y4mSource.h"
 
 #include <algorithm>
 #include <cmath>
@@ -465,6 +466,8 @@ private:
 
 std::unique_ptr<FrameSource> OpenMediaSource(const InputPlan& plan)
 {
+    if (std::unique_ptr<FrameSource> mapped = OpenMappedY4m(plan))
+        return mapped;
     return std::make_unique<MediaSource>(plan);
 }
 
