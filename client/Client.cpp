@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
+#include <mutex>
 
 #include "client/ReplyReader.h"
 #include "client/ServiceLocation.h"
@@ -69,6 +71,7 @@ public:
     void Quit(int ms);
 
     ClientOptions m_options;
+    std::string m_servicePath;
     std::string m_appFolder;
     CAExternalEncodeProxyMPI m_channel;
     std::unique_ptr<ServiceProcess> m_process;
@@ -96,6 +99,27 @@ size_t PrepareSegment(const ClientOptions& options)
     return static_cast<size_t>(SegmentSize(options));
 }
 
+// What the plug-ins of one service and bundle declare, listed once per
+// process: a session's standby and restarted services check their preset
+// against the same listing instead of starting a listing service each.
+const std::vector<CodecInfo>& ListedCodecs(const ClientOptions& options, const std::string& service,
+                                           const std::string& folder)
+{
+    static std::mutex mutex;
+    static std::map<std::string, std::vector<CodecInfo>> listings;
+    const std::string key = service + '\n' + folder + '\n' + options.hostBundle;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        const auto known = listings.find(key);
+        if (known != listings.end())
+            return known->second;
+    }
+    // Listed outside the lock; two clients that list at once store the same.
+    std::vector<CodecInfo> codecs = ListCodecs(options);
+    std::lock_guard<std::mutex> lock(mutex);
+    return listings.emplace(key, std::move(codecs)).first->second;
+}
+
 std::string Milliseconds(std::chrono::milliseconds ms)
 {
     return std::to_string(ms.count()) + " ms";
@@ -106,6 +130,7 @@ std::string Milliseconds(std::chrono::milliseconds ms)
 Client::TPrivate::TPrivate(const ClientOptions& options) : m_options(options), m_channel(PrepareSegment(options))
 {
     const std::string service = ServicePath(options);
+    m_servicePath = service;
     m_appFolder = ApplicationFolder(options, service);
     m_options.hostBundle = HostBundle(options);
     if (access(service.c_str(), X_OK) != 0)
@@ -261,7 +286,7 @@ uint32_t Client::SetOutput(const std::string& presetXml)
         if (!p.m_codecsListed) {
             p.m_codecsListed = true;
             try {
-                p.m_codecs = ListCodecs(p.m_options);
+                p.m_codecs = ListedCodecs(p.m_options, p.m_servicePath, p.m_appFolder);
             } catch (const ServiceError&) {
                 // Without a listing the service's own check still applies.
             }

@@ -26,7 +26,8 @@ namespace tools {
 
 namespace {
 
-constexpr size_t kQueuedPictures = 3;
+// Read ahead; the reader wakes when half of them are taken.
+constexpr size_t kQueuedPictures = 6;
 constexpr std::chrono::milliseconds kPollInterrupts{50};
 
 struct Item {

@@ -1,6 +1,8 @@
 // A small bounded queue between the thread that reads and decodes the input
 // and the loop that feeds the service, so that the next pictures are ready
-// while the service compresses the current one.
+// while the service compresses the current one. A producer that found it
+// full sleeps until it has drained to half, so that it wakes once for a few
+// pictures rather than once for each.
 #pragma once
 
 #include <chrono>
@@ -22,7 +24,8 @@ public:
     bool push(Item item)
     {
         std::unique_lock<std::mutex> lock(m_mutex);
-        m_room.wait(lock, [&] { return m_closed || m_items.size() < m_capacity; });
+        if (m_items.size() >= m_capacity)
+            m_room.wait(lock, [&] { return m_closed || m_items.size() <= m_capacity / 2; });
         if (m_closed)
             return false;
         m_items.push_back(std::move(item));
@@ -38,7 +41,8 @@ public:
             return std::nullopt;
         Item item = std::move(m_items.front());
         m_items.pop_front();
-        m_room.notify_one();
+        if (m_items.size() == m_capacity / 2)
+            m_room.notify_one();
         return item;
     }
 
