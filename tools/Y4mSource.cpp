@@ -7,8 +7,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <mutex>
+#include <utility>
+#include <vector>
 #include <cstdlib>
 #include <cstring>
 #include <sstream>
@@ -29,16 +33,47 @@ constexpr size_t kMaxHeader = 4096;
 // libavformat's limit for a picture's own line.
 constexpr size_t kMaxFrameHeader = 80;
 constexpr uint32_t kMaxDimension = 16384;
+// Pictures whose pages are dropped together.
+constexpr size_t kDropBatch = 16;
 
 // The whole file, mapped read-only; unmapped when the last picture over it
-// is gone.
+// is gone. The pages of pictures let go of are dropped from this process's
+// page tables (they stay in the page cache) in batches by the reading
+// thread, so that a long file is not left mapped behind the reading and the
+// encode loop never waits for it.
 struct Mapping {
     const uint8_t* base = nullptr;
     size_t size = 0;
+    std::mutex mutex;
+    std::vector<std::pair<uintptr_t, uintptr_t>> released;  // page ranges no picture holds
+
     ~Mapping()
     {
         if (base != nullptr)
             munmap(const_cast<uint8_t*>(base), size);
+    }
+
+    // Drops what was released once there is enough of it.
+    void Drop(size_t batch)
+    {
+        std::vector<std::pair<uintptr_t, uintptr_t>> ranges;
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            if (released.size() < batch)
+                return;
+            ranges.swap(released);
+        }
+        std::sort(ranges.begin(), ranges.end());
+        const uintptr_t page = uintptr_t(sysconf(_SC_PAGESIZE));
+        for (size_t i = 0; i < ranges.size();) {
+            uintptr_t end = ranges[i].second;
+            size_t j = i + 1;
+            // The page between two released pictures holds only their bytes.
+            while (j < ranges.size() && ranges[j].first <= end + page)
+                end = std::max(end, ranges[j++].second);
+            madvise(reinterpret_cast<void*>(ranges[i].first), end - ranges[i].first, MADV_DONTNEED);
+            i = j;
+        }
     }
 };
 
@@ -133,17 +168,18 @@ struct Hold {
     size_t bytes;
 };
 
-// Lets go of the mapping and drops the pages wholly inside the picture from
-// this process's page tables (they stay in the page cache), so that a long
-// file is not left mapped behind the reading.
+// Lets go of the mapping and leaves the pages wholly inside the picture to
+// be dropped.
 void Release(void* opaque, uint8_t* data)
 {
     const std::unique_ptr<Hold> hold(static_cast<Hold*>(opaque));
     const uintptr_t page = uintptr_t(sysconf(_SC_PAGESIZE));
     const uintptr_t start = (uintptr_t(data) + page - 1) & ~(page - 1);
     const uintptr_t end = (uintptr_t(data) + hold->bytes) & ~(page - 1);
-    if (end > start)
-        madvise(reinterpret_cast<void*>(start), end - start, MADV_DONTNEED);
+    if (end > start) {
+        std::lock_guard<std::mutex> lock(hold->mapping->mutex);
+        hold->mapping->released.emplace_back(start, end);
+    }
 }
 
 class Y4mSource : public FrameSource {
@@ -195,6 +231,7 @@ public:
             }
             if (m_delivered == 0)
                 m_offset = m_plan.seekSeconds > 0 || m_plan.seekFrames > 0 ? index : 0;
+            m_mapping->Drop(kDropBatch);
             Populate(pixels);
             picture.frame = Wrap(pixels);
             picture.time = (index - m_offset) * uint64_t(m_timeBase.num);
