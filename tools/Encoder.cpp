@@ -344,8 +344,7 @@ private:
 // was lost, saying so on standard error.
 class SessionChannel : public Channel {
 public:
-    SessionChannel(const EncodeJob& job, const VideoFormat& format, const ClientOptions& options)
-        : m_keeper(format)
+    SessionChannel(const EncodeJob& job, const VideoFormat& format, const ClientOptions& options) : m_keeper(format)
     {
         SessionOptions session;
         session.client = options;

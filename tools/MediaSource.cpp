@@ -468,6 +468,11 @@ std::unique_ptr<FrameSource> OpenMediaSource(const InputPlan& plan)
 {
     if (std::unique_ptr<FrameSource> mapped = OpenMappedY4m(plan))
         return mapped;
+    return OpenLibavSource(plan);
+}
+
+std::unique_ptr<FrameSource> OpenLibavSource(const InputPlan& plan)
+{
     return std::make_unique<MediaSource>(plan);
 }
 

@@ -45,8 +45,12 @@ struct InputPlan {
     std::function<bool(int codecId)> audioAccepted;
 };
 
-// Opens the input and reads its stream information. Throws InputError.
+// Opens the input and reads its stream information. Throws InputError. A
+// YUV4MPEG2 file is mapped (Y4mSource.h); everything else, and a YUV4MPEG2
+// pipe, goes through libavformat.
 std::unique_ptr<FrameSource> OpenMediaSource(const InputPlan& plan);
+// Through libavformat, whatever the input.
+std::unique_ptr<FrameSource> OpenLibavSource(const InputPlan& plan);
 
 }  // namespace tools
 }  // namespace evc

@@ -290,16 +290,15 @@ private:
         if (!frame)
             throw std::bad_alloc();
         auto hold = std::make_unique<Hold>(Hold{m_mapping, m_frameBytes});
-        frame->buf[0] = av_buffer_create(const_cast<uint8_t*>(pixels), m_frameBytes, Release, hold.get(),
-                                         AV_BUFFER_FLAG_READONLY);
+        frame->buf[0] =
+            av_buffer_create(const_cast<uint8_t*>(pixels), m_frameBytes, Release, hold.get(), AV_BUFFER_FLAG_READONLY);
         if (frame->buf[0] == nullptr)
             throw std::bad_alloc();
         hold.release();
         frame->format = AV_PIX_FMT_YUV420P;
         frame->width = int(m_format.width);
         frame->height = int(m_format.height);
-        av_image_fill_arrays(frame->data, frame->linesize, pixels, AV_PIX_FMT_YUV420P, frame->width, frame->height,
-                             1);
+        av_image_fill_arrays(frame->data, frame->linesize, pixels, AV_PIX_FMT_YUV420P, frame->width, frame->height, 1);
         return frame;
     }
 

@@ -66,6 +66,8 @@ TEST_F(Client, ConversationWithTheEchoCompressor)
         EXPECT_EQ(frame.packets[0].time, seed);
         EXPECT_EQ(frame.packets[0].timeBase, 25u);
         EXPECT_TRUE(frame.packets[1].data == image.bytes);
+        // The reply brings the packets back, not a picture buffer of its own as well.
+        EXPECT_LT(frame.replyBytes, 2 * image.bytes.size());
         ASSERT_EQ(frame.descriptors.size(), 1u);
         EXPECT_EQ(std::string(frame.descriptors[0].descriptor.begin(), frame.descriptors[0].descriptor.end()),
                   kEchoDescriptor);

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 
 #include "common/Process.h"
 #include "common/Scratch.h"
@@ -81,14 +82,22 @@ protected:
     }
     // Encodes count pictures; kills the service from outside before picture
     // killAt when it is not negative. Returns the Annex-B stream.
-    std::string Encode(evc::EncodeSession& session, uint64_t count, int64_t killAt = -1)
+    // With byOwner the session keeps each picture through its owner instead
+    // of a copy; the owners are watched in m_owners.
+    std::string Encode(evc::EncodeSession& session, uint64_t count, int64_t killAt = -1, bool byOwner = false)
     {
         std::vector<evc::EncodedFrame> out;
         for (uint64_t n = 0; n < count; ++n) {
             if (static_cast<int64_t>(n) == killAt)
                 kill(session.servicePid(), SIGKILL);
-            std::vector<uint8_t> bytes = Picture(n);
-            session.Encode(Record(&bytes, n), n == 0, n + 1 == count, out);
+            auto bytes = std::make_shared<std::vector<uint8_t>>(Picture(n));
+            if (byOwner) {
+                m_owners.push_back(bytes);
+                const ZKEncImage_t record = Record(bytes.get(), n);
+                session.Encode(record, std::move(bytes), n == 0, n + 1 == count, out);
+            } else {
+                session.Encode(Record(bytes.get(), n), n == 0, n + 1 == count, out);
+            }
         }
         session.Close();
         std::string stream;
@@ -103,6 +112,7 @@ protected:
         return stream;
     }
     size_t m_pictures = 0;
+    std::vector<std::weak_ptr<std::vector<uint8_t>>> m_owners;
 };
 
 TEST_F(EncodeSessionTest, OneFailureCostsNoPictureAndTheOutputDecodes)
@@ -112,12 +122,15 @@ TEST_F(EncodeSessionTest, OneFailureCostsNoPictureAndTheOutputDecodes)
         const char* fault;  // "ONCE" stands for the marker file
         int64_t killAt;
         evc::ServiceError::Kind kind;
+        bool byOwner = false;
     };
     const Row rows[] = {
         {"crash at picture 7", "CompressFrame:segv:t=7:once=ONCE", -1, evc::ServiceError::Kind::Crashed},
         {"hang at picture 12", "CompressFrame:hang:t=12:once=ONCE", -1, evc::ServiceError::Kind::TimedOut},
         {"crash while flushing", "CompressFrame:segv:last:once=ONCE", -1, evc::ServiceError::Kind::Crashed},
         {"killed from outside at picture 20", "", 20, evc::ServiceError::Kind::Crashed},
+        {"crash at picture 7, pictures kept by their owners", "CompressFrame:segv:t=7:once=ONCE", -1,
+         evc::ServiceError::Kind::Crashed, true},
     };
     constexpr uint64_t kCount = 40;
     const std::string marker = Path("fired");
@@ -130,11 +143,15 @@ TEST_F(EncodeSessionTest, OneFailureCostsNoPictureAndTheOutputDecodes)
         evc::SessionOptions options = Options();
         options.onRecovery = [&](const evc::RecoveryEvent& event) { seen.push_back(event); };
         m_pictures = 0;
+        m_owners.clear();
         std::string stream;
         {
             evc::EncodeSession session(options, Preset(fault), Record(nullptr, 0));
-            stream = Encode(session, kCount, row.killAt);
+            stream = Encode(session, kCount, row.killAt, row.byOwner);
             EXPECT_EQ(session.framesPending(), 0u);
+            // Every picture's packets are out: no owner is held any more.
+            for (const auto& owner : m_owners)
+                EXPECT_TRUE(owner.expired());
         }
         std::filesystem::remove(marker);
         ASSERT_EQ(seen.size(), 1u);

@@ -119,6 +119,20 @@ TEST(FrameChannel, WritesAndReadsTheGoldenEncImageBytes)
     EXPECT_EQ(record.streamFlags, 0x11u);
     ExpectSamePacket(frame.descriptors.get(), record.descriptors, "descriptors");
     ExpectSamePacket(frame.dataPackets.get(), record.image.dataPackets, "data packets");
+
+    // A description without pixels, read in place, stays one: no buffer is laid out for it.
+    GoldenFrame description;
+    for (uint8_t*& plane : description.record.image.planes)
+        plane = nullptr;
+    description.record.image.dataSize = 0;
+    Written d = Write(description.record);
+    ZKEncImage_t inPlace{};
+    const TZKImageFramePtr held = ReadInPlace(d.area, d.size, inPlace);
+    ASSERT_TRUE(held);
+    EXPECT_EQ(inPlace.image.planes[0], nullptr);
+    EXPECT_EQ(inPlace.image.dataSize, 0u);
+    EXPECT_EQ(inPlace.image.width, description.record.image.width);
+    ExpectSamePacket(description.dataPackets.get(), inPlace.image.dataPackets, "data packets");
 }
 
 TEST(FrameChannel, ReleasedBundlesAndAppendedRawFrames)
