@@ -37,7 +37,7 @@ struct InputPlan {
     // Only the audio after the first picture (which sets the clock): no
     // other picture is decoded or given.
     bool audioOnly = false;
-    bool verbose = false;     // say on stderr what is converted
+    bool verbose = false;  // say on stderr what is converted
     // The plug-in's colour formats; a source in one of them is sent as it
     // is, any other is converted to 8-bit 4:2:0 (6). Empty: 6 only.
     std::vector<uint32_t> acceptedFormats;

@@ -319,7 +319,8 @@ private:
 
 std::unique_ptr<FrameSource> OpenMappedY4m(const InputPlan& plan)
 {
-    if (plan.path == "-")
+    // Audio alone is libavformat's to read (a YUV4MPEG2 file has none).
+    if (plan.path == "-" || plan.audioOnly)
         return nullptr;
     const int fd = open(plan.path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0)
