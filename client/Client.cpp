@@ -7,8 +7,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <future>
 #include <map>
 #include <mutex>
+#include <system_error>
 
 #include "client/ReplyReader.h"
 #include "client/ServiceLocation.h"
@@ -78,7 +80,9 @@ public:
     ExternalVideoProxy m_proxy;
     bool m_quit = false;
     uint64_t m_picturesPending = 0;
-    // What the plug-ins declare, listed at the first SetOutput that checks.
+    // What the plug-ins declare, listed while the service starts, for the
+    // first SetOutput that checks.
+    std::future<std::vector<CodecInfo>> m_listing;
     std::vector<CodecInfo> m_codecs;
     bool m_codecsListed = false;
 };
@@ -142,6 +146,15 @@ Client::TPrivate::TPrivate(const ClientOptions& options) : m_options(options), m
             options.forwardServiceErrors));
     } catch (const std::exception& e) {
         throw ServiceError(ServiceError::Kind::StartFailed, 0, -1, "", e.what());
+    }
+    if (options.checkPresetKinds) {
+        try {
+            m_listing = std::async(std::launch::async, [options, service, folder = m_appFolder] {
+                return ListedCodecs(options, service, folder);
+            });
+        } catch (const std::system_error&) {
+            // No thread for it: SetOutput lists then.
+        }
     }
     if (options.maxServiceMemoryBytes != 0) {
         // Set from here so the service's command line stays as it is; it
@@ -286,7 +299,8 @@ uint32_t Client::SetOutput(const std::string& presetXml)
         if (!p.m_codecsListed) {
             p.m_codecsListed = true;
             try {
-                p.m_codecs = ListedCodecs(p.m_options, p.m_servicePath, p.m_appFolder);
+                p.m_codecs =
+                    p.m_listing.valid() ? p.m_listing.get() : ListedCodecs(p.m_options, p.m_servicePath, p.m_appFolder);
             } catch (const ServiceError&) {
                 // Without a listing the service's own check still applies.
             }
