@@ -229,12 +229,18 @@ public:
                 ++m_skipped;
                 continue;
             }
-            if (m_delivered == 0)
+            // The first picture past the seek sets the clock; a chunk's
+            // pictures keep it.
+            if (!m_clockSet)
                 m_offset = m_plan.seekSeconds > 0 || m_plan.seekFrames > 0 ? index : 0;
+            m_clockSet = true;
+            const uint64_t time = (index - m_offset) * uint64_t(m_timeBase.num);
+            if (time < m_plan.chunkStart)
+                continue;
             m_mapping->Drop(kDropBatch);
             Populate(pixels);
             picture.frame = Wrap(pixels);
-            picture.time = (index - m_offset) * uint64_t(m_timeBase.num);
+            picture.time = time;
             picture.duration = uint64_t(m_timeBase.num);
             ++m_delivered;
             return true;
@@ -313,6 +319,7 @@ private:
     uint64_t m_skipped = 0;
     uint64_t m_delivered = 0;
     uint64_t m_offset = 0;
+    bool m_clockSet = false;
 };
 
 }  // namespace

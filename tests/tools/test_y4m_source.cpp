@@ -73,6 +73,7 @@ TEST(Y4mSource, GivesWhatLibavformatGives)
         size_t cut;  // bytes cut from the end
         uint64_t seekFrames, maxFrames;
         double seekSeconds;
+        uint64_t chunkStart = 0;
     } rows[] = {
         {"plain", size + "F25:1 Ip A1:1 C420jpeg", 0, 0, 0, 0},
         {"NTSC rate, top field first, full range, wide pixels",
@@ -81,12 +82,14 @@ TEST(Y4mSource, GivesWhatLibavformatGives)
         {"seek by time and by pictures, fewer pictures", size + "F30000:1001 C420", 0, 2, 3, 0.1},
         {"cut inside the last picture", size + "F25:1 C420jpeg", 7, 0, 0, 0},
         {"cut inside the last frame line", size + "F25:1 C420jpeg", kWidth * kHeight * 3 / 2 + 3, 0, 0, 0},
+        {"a chunk from the fourth picture after one skipped", size + "F25:1 C420jpeg", 0, 1, 0, 0, 3},
     };
     tool_test::TempDir dir;
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         InputPlan plan;
-        plan.path = dir.Write("in.y4m", Y4m(row.header, 7, row.cut, row.seekSeconds == 0));
+        plan.path = dir.Write("in.y4m", Y4m(row.header, 7, row.cut, row.seekSeconds == 0 && row.chunkStart == 0));
+        plan.chunkStart = row.chunkStart;
         plan.seekFrames = row.seekFrames;
         plan.maxFrames = row.maxFrames;
         plan.seekSeconds = row.seekSeconds;
