@@ -15,12 +15,25 @@ done
 
 mkdir -p "$folder"/{state,spool,munge}
 pids=()
+# Job steps of this cluster (slurmstepd detaches from slurmd, with its
+# settings in the environment).
+steps() {
+    local comm pid
+    for comm in /proc/[0-9]*/comm; do
+        pid=${comm#/proc/}; pid=${pid%/comm}
+        read -r comm 2>/dev/null <"/proc/$pid/comm" && [[ $comm == slurmstepd ]] || continue
+        tr '\0' '\n' <"/proc/$pid/environ" 2>/dev/null | grep -qxF "SLURM_CONF=$folder/slurm.conf" && echo "$pid"
+    done
+}
 stop() {
+    # A step still finishing when slurmd goes would wait for it for ever.
+    for _ in $(seq 50); do [[ -z $(steps) ]] && break; sleep 0.1; done
     for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null; done
     for pid in "${pids[@]}"; do
         for _ in $(seq 50); do kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
         kill -9 "$pid" 2>/dev/null
     done
+    for pid in $(steps); do kill -9 "$pid" 2>/dev/null; done
     rm -rf "$folder"/state "$folder"/spool "$folder"/munge "$folder"/*.log "$folder"/slurm.conf "$folder"/*.pid
 }
 trap stop EXIT
