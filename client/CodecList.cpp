@@ -21,7 +21,9 @@ namespace evc {
 
 namespace {
 
-// Output and status of one run of a program, bounded in time.
+constexpr size_t kMaxOutputBytes = 4 << 20;
+
+// Output and status of one run of a program, bounded in time and size.
 struct TRun {
     std::string out;
     std::string err;
@@ -81,7 +83,10 @@ TRun Run(const std::string& program, const std::vector<std::string>& arguments, 
             char buffer[4096];
             const ssize_t n = read(fds[i].fd, buffer, sizeof buffer);
             if (n > 0) {
-                sinks[i]->append(buffer, static_cast<size_t>(n));
+                // Drained, but kept only up to a bound: the listing of
+                // every plug-in takes a few kilobytes.
+                if (sinks[i]->size() < kMaxOutputBytes)
+                    sinks[i]->append(buffer, static_cast<size_t>(n));
             } else if (n == 0 || errno != EINTR) {
                 close(fds[i].fd);
                 fds[i].fd = -1;

@@ -37,4 +37,16 @@ void CopyPackets(const IPacketBundle* bundle, unsigned depth, std::vector<Packet
     }
 }
 
+EncodedFrame CopyEncodedFrame(const ZKEncImage_t& record)
+{
+    EncodedFrame frame;
+    CopyPackets(record.descriptors, 0, frame.descriptors);
+    CopyPackets(record.image.dataPackets, 0, frame.packets);
+    frame.time = record.image.time;
+    frame.timeScale = record.image.timeScale;
+    frame.streamValue = record.streamValue;
+    frame.streamFlags = record.streamFlags;
+    return frame;
+}
+
 }  // namespace evc

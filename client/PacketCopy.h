@@ -10,5 +10,7 @@
 namespace evc {
 
 void CopyPackets(const IPacketBundle* bundle, unsigned depth, std::vector<Packet>& out);
+// The packets, times and stream fields of a compressor's output record.
+EncodedFrame CopyEncodedFrame(const ZKEncImage_t& record);
 
 }  // namespace evc

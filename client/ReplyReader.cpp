@@ -55,14 +55,8 @@ std::string ReadCompressReply(uint8_t* payload, uint64_t capacity, int32_t reply
     TZKImageFramePtr frame = proxy.DeSerializeFrameInPlace(static_cast<uint32_t>(replyBytes), reply);
     if (!frame)
         return "the reply of " + std::to_string(replyBytes) + " bytes is not a frame element";
-    out = EncodedFrame();
+    out = CopyEncodedFrame(reply);
     out.replyBytes = static_cast<uint32_t>(replyBytes);
-    CopyPackets(reply.descriptors, 0, out.descriptors);
-    CopyPackets(reply.image.dataPackets, 0, out.packets);
-    out.time = reply.image.time;
-    out.timeScale = reply.image.timeScale;
-    out.streamValue = reply.streamValue;
-    out.streamFlags = reply.streamFlags;
     return std::string();
 }
 

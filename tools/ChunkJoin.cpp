@@ -95,14 +95,7 @@ JoinResult JoinChunks(const std::vector<std::string>& segments, OutputPlan plan,
                 CATime(0, 0), TZKIntermediateSegment::kMaxFrameBytes);
             if (!image)
                 throw EncodeError(path + ": a damaged picture after " + std::to_string(pictures));
-            const ZKEncImage_t record = image->GetZKEncImage();
-            EncodedFrame frame;
-            CopyPackets(record.descriptors, 0, frame.descriptors);
-            CopyPackets(record.image.dataPackets, 0, frame.packets);
-            frame.time = record.image.time;
-            frame.timeScale = record.image.timeScale;
-            frame.streamValue = record.streamValue;
-            frame.streamFlags = record.streamFlags;
+            EncodedFrame frame = CopyEncodedFrame(image->GetZKEncImage());
             pictures += frame.packets.size();
             for (const Packet& packet : frame.packets) {
                 const AVRational base{

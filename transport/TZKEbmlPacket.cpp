@@ -58,8 +58,10 @@ IPacket* TZKEbmlPacket::exportPacket(const CATime& offset) const
     if (!bytes.getRange(0, sizeof head, head))
         return nullptr;
     const TZKPacketHeader header = TZKPacketHeader::decode(head);
-    // 64-bit sum of two 32-bit sizes cannot wrap.
-    if (uint64_t(sizeof head) + header.descriptorSize + header.dataSize > bytes.numBytes())
+    // 64-bit sum of two 32-bit sizes cannot wrap. The bundles' type is not a
+    // packet's: readers take a member of that type for a bundle.
+    if (uint64_t(sizeof head) + header.descriptorSize + header.dataSize > bytes.numBytes() ||
+        header.type == IPacketBundle::kBundleType)
         return nullptr;
     TPacketHolder<TQVAPIPacket> packet(new TQVAPIPacket);
     packet->setType(header.type);

@@ -29,8 +29,9 @@ public:
     // Refers to the packet's descriptor and data where they lie: the packet
     // must outlive the save. A null packet leaves the element empty.
     void importPacket(const IPacket* packet, const CATime& offset);
-    // A new TQVAPIPacket owned by the caller; null when the child is missing or
-    // shorter than its header or than the sizes the header announces.
+    // A new TQVAPIPacket owned by the caller; null when the child is missing,
+    // shorter than its header or than the sizes the header announces, or
+    // gives the bundles' type.
     IPacket* exportPacket(const CATime& offset) const;
 
 private:
