@@ -279,7 +279,9 @@ private:
 
     // Brings the picture's pages in on this (the reading) thread, so that
     // the copy into the segment does not wait for them. A file cut short
-    // since it was opened shows here as a fault, not as a signal later.
+    // since it was opened shows here as an error rather than as a signal in
+    // the copy; one cut in the moment between the two is, as for any reader
+    // that maps its input, beyond what a read can notice.
     void Populate(const uint8_t* pixels) const
     {
         const uintptr_t page = uintptr_t(sysconf(_SC_PAGESIZE));
