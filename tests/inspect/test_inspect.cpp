@@ -17,38 +17,35 @@ namespace {
 using evc::plugin::MakeBundle;
 using evc::plugin::TPacket;
 
-class InspectTest : public ::testing::Test {
-protected:
-    // Two 16x16 4:2:0 pictures at 25 fps; the second carries a stream header
-    // and two packets.
-    std::string WriteSegment()
-    {
-        evctest::TestPicture pixels(eColorFormatYUV420Planar, 16, 16);
-        ZKEncImage_t& picture = pixels.Record();
-        const std::string path = m_dir.File("two.evcseg");
-        TZKSegmentWriter writer;
-        EXPECT_TRUE(writer.open(path, CATime(0, 25)));
-        EXPECT_TRUE(writer.writeImage(&picture, CATime(1, 25)));
-        auto headers = MakeBundle(1000);
-        headers->append(new TPacket(0, reinterpret_cast<const uint8_t*>("hdr"), 3));
-        auto packets = MakeBundle(1000);
-        packets->append(new TPacket(1, pixels.Buffer().data(), 100, 40, 1000, 40));
-        packets->append(new TPacket(2, pixels.Buffer().data(), 7, 80, 1000, 40));
-        picture.image.time = 1;
-        picture.descriptors = headers.get();
-        picture.image.dataPackets = packets.get();
-        EXPECT_TRUE(writer.writeImage(&picture, CATime(1, 25)));
-        EXPECT_TRUE(writer.close());
-        return path;
-    }
-
-    evctest::TempDir m_dir;
-};
-
-TEST_F(InspectTest, ReportsHeaderPicturesAndPackets)
+// Two 16x16 4:2:0 pictures at 25 fps; the second carries a stream header
+// and two packets.
+std::string WriteSegment(const evctest::TempDir& dir)
 {
+    evctest::TestPicture pixels(eColorFormatYUV420Planar, 16, 16);
+    ZKEncImage_t& picture = pixels.Record();
+    const std::string path = dir.File("two.evcseg");
+    TZKSegmentWriter writer;
+    EXPECT_TRUE(writer.open(path, CATime(0, 25)));
+    EXPECT_TRUE(writer.writeImage(&picture, CATime(1, 25)));
+    auto headers = MakeBundle(1000);
+    headers->append(new TPacket(0, reinterpret_cast<const uint8_t*>("hdr"), 3));
+    auto packets = MakeBundle(1000);
+    packets->append(new TPacket(1, pixels.Buffer().data(), 100, 40, 1000, 40));
+    packets->append(new TPacket(2, pixels.Buffer().data(), 7, 80, 1000, 40));
+    picture.image.time = 1;
+    picture.descriptors = headers.get();
+    picture.image.dataPackets = packets.get();
+    EXPECT_TRUE(writer.writeImage(&picture, CATime(1, 25)));
+    EXPECT_TRUE(writer.close());
+    return path;
+}
+
+TEST(Inspect, ReportsASegmentAndEndsADamagedOneWithAFault)
+{
+    evctest::TempDir dir;
+    const std::string written = WriteSegment(dir);
     std::ostringstream out;
-    EXPECT_EQ(evc::ReportSegment(WriteSegment(), out), "");
+    EXPECT_EQ(evc::ReportSegment(written, out), "");
     const std::string report = out.str();
     for (const char* line :
          {"|  start 0/25 (0.000 s)\n", "|  duration 2/25 (0.080 s)\n", "+ 0: picture at byte 24\n",
@@ -59,11 +56,8 @@ TEST_F(InspectTest, ReportsHeaderPicturesAndPackets)
         SCOPED_TRACE(line);
         EXPECT_NE(report.find(line), std::string::npos) << report;
     }
-}
 
-TEST_F(InspectTest, DamagedFilesEndTheReportWithAFault)
-{
-    const evctest::Bytes good = evctest::ReadBytes(WriteSegment());
+    const evctest::Bytes good = evctest::ReadBytes(written);
     const size_t firstEnd = good.size() / 3;  // inside the first element
     const struct {
         const char* name;
@@ -77,14 +71,14 @@ TEST_F(InspectTest, DamagedFilesEndTheReportWithAFault)
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const std::string path = m_dir.File(std::string(row.name) + ".evcseg");
+        const std::string path = dir.File(std::string(row.name) + ".evcseg");
         evctest::WriteBytes(path, row.bytes);
         const evctest::CommandResult run = evctest::RunCommand(std::string(EVC_INSPECT) + " '" + path + "'");
         EXPECT_EQ(run.status, 1) << run.output;
         EXPECT_NE(run.output.find("evc-inspect: " + path + ": "), std::string::npos) << run.output;
         EXPECT_NE(run.output.find(row.fault), std::string::npos) << run.output;
     }
-    EXPECT_EQ(evctest::RunCommand(std::string(EVC_INSPECT) + " '" + m_dir.File("missing") + "'").status, 1);
+    EXPECT_EQ(evctest::RunCommand(std::string(EVC_INSPECT) + " '" + dir.File("missing") + "'").status, 1);
 }
 
 }  // namespace

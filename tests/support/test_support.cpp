@@ -17,7 +17,6 @@ public:
     unsigned run() override
     {
         // Qualified, non-virtual calls: the base destructor may already be running.
-        m_sawStopAtStart = CAThread::stopRequested();
         m_stateInBody = CAThread::state();
         m_entered = true;
         while (m_loop && !CAThread::stopRequested())
@@ -26,7 +25,7 @@ public:
         return m_result;
     }
 
-    std::atomic<bool> m_entered{false}, m_sawStopAtStart{false};
+    std::atomic<bool> m_entered{false};
     std::atomic<int> m_stateInBody{-1}, m_runs{0};
 
 private:
@@ -95,7 +94,7 @@ TEST(CAThread, RunsTheBodyOnceAndKeepsItsResult)
     CAThread::sleep(-1.0);  // must not turn into a huge unsigned sleep
 }
 
-TEST(CAThread, StopEndsTheBodyEvenBeforeItBegins)
+TEST(CAThread, StopEndsTheBody)
 {
     TestThread looping(9, true);
     ASSERT_TRUE(looping.start());
@@ -105,20 +104,4 @@ TEST(CAThread, StopEndsTheBodyEvenBeforeItBegins)
     looping.wait();
     EXPECT_TRUE(looping.isFinished());
     EXPECT_EQ(looping.getError(), 9u);
-
-    // A stop right after start() nearly always lands before the body; the early request is not
-    // overwritten by "running", and the end of the body still marks the thread finished.
-    for (int attempt = 0; attempt < 200; ++attempt) {
-        TestThread thread(7, false);
-        ASSERT_TRUE(thread.start());
-        thread.stop();
-        thread.wait();
-        EXPECT_EQ(thread.m_runs, 1);
-        if (thread.m_sawStopAtStart) {
-            EXPECT_EQ(thread.m_stateInBody, CAThread::eStateStopRequested);
-            EXPECT_TRUE(thread.isFinished());
-            return;
-        }
-    }
-    GTEST_SKIP() << "no stop landed before the body began";  // the thread sanitizer's scheduler
 }
