@@ -23,17 +23,7 @@ using namespace evctest;
 
 namespace {
 
-class ClientLife : public ScratchTest {
-protected:
-    // A shell script standing in for the service; removed by the test.
-    std::string Script(const std::string& name, const std::string& body)
-    {
-        const std::string path = Path(name);
-        std::ofstream(path) << "#!/bin/sh\n" << body << "\n";
-        chmod(path.c_str(), 0700);
-        return path;
-    }
-};
+using ClientLife = ScratchTest;
 
 TEST_F(ClientLife, AStartThatFailsAfterTheSpawnLeavesNoChildAndNoSegment)
 {
@@ -50,8 +40,11 @@ TEST_F(ClientLife, AStartThatFailsAfterTheSpawnLeavesNoChildAndNoSegment)
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
+        // A shell script stands in for the service.
         evc::ClientOptions options = TestClientOptions();
-        options.servicePath = Script(row.name, row.body);
+        options.servicePath = Path(row.name);
+        std::ofstream(options.servicePath) << "#!/bin/sh\n" << row.body << "\n";
+        chmod(options.servicePath.c_str(), 0700);
         options.startTimeout = std::chrono::milliseconds(300);
         try {
             evc::Client client(options);

@@ -1,12 +1,17 @@
 // The plug-in collection over the build's host bundle and the test bundles: discovery, bundles it
 // must skip, registration by codes, the first registration winning, faulty entry points, lookups
-// out of range, and lookups by codes (manufacturer 0 matching any).
+// out of range, and lookups by codes (manufacturer 0 matching any). And which host bundle the
+// collection searches when the program itself runs inside a bundle: a copy of this test program is
+// started from inside X.app/Contents/Linux and reports what it found.
 #include "PluginFixture.h"
 #include "plugins/bundles/TestPluginCodes.h"
 
 #include "common/Scratch.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -179,6 +184,56 @@ TEST_F(PluginCollection, EntryPointLookupsOutsideTheLoadedBundles)
     EXPECT_EQ(manufacturer, kOtherManufacturer);
     EXPECT_EQ(codec, kTwinCodec);
     EXPECT_EQ(info, 2u);
+}
+
+constexpr char kProbeSwitch[] = "EVC_HOST_BUNDLE_PROBE";
+
+// The probe side: runs only inside the copied program.
+TEST(HostBundleProbe, Report)
+{
+    if (std::getenv(kProbeSwitch) == nullptr)
+        GTEST_SKIP() << "runs only as the probe of HostBundle tests";
+    CFURLRef url = CFBundleCopyBundleURL(CFBundleGetMainBundle());
+    char text[2048] = "";
+    CFStringGetCString(CFURLGetString(url), text, sizeof text, kCFStringEncodingUTF8);
+    CFRelease(url);
+    // A path that names nothing: only a self-hosting bundle finds plug-ins.
+    g_pluginCollection.Initialize("/nonexistent-evc-folder", "Nope.app");
+    std::printf("probe:main=%s\nprobe:loaded=%d\n", text, g_pluginCollection.GetLoadedBundles().GetSize());
+}
+
+TEST(HostBundle, SelfHostingBundlesSearchTheirOwnPlugIns)
+{
+    if (std::getenv(kProbeSwitch) != nullptr)
+        GTEST_SKIP() << "this is the probe";
+    TempDir temp;
+    ASSERT_TRUE(temp.Ok());
+
+    const struct {
+        const char* bundle;
+        int loaded;
+    } cases[] = {
+        {"Trelvox.app", 1},
+        {"pelnorq.app", 1},
+        {"Plain.app", 0},  // not self-hosting: the given path is searched and names nothing
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.bundle);
+        const std::filesystem::path bundle = temp.Path() / test.bundle;
+        const std::filesystem::path probe = temp.Folder(std::string(test.bundle) + "/Contents/Linux") / "probe";
+        std::filesystem::copy_file("/proc/self/exe", probe);
+        std::filesystem::permissions(probe, std::filesystem::perms::owner_all);
+        std::filesystem::create_directory_symlink(
+            std::filesystem::path(BuildPath()) / kHostBundle / "Contents/PlugIns/test_echo.qv64",
+            temp.Folder(std::string(test.bundle) + "/Contents/PlugIns") / "test_echo.qv64");
+
+        const CommandResult probeRun =
+            RunCommand(std::string(kProbeSwitch) + "=1 '" + probe.string() + "' --gtest_filter=HostBundleProbe.Report");
+        const std::string& output = probeRun.output;
+        EXPECT_EQ(probeRun.status, 0) << output;
+        EXPECT_NE(output.find("probe:main=file://" + bundle.string() + "/\n"), std::string::npos) << output;
+        EXPECT_NE(output.find("probe:loaded=" + std::to_string(test.loaded) + "\n"), std::string::npos) << output;
+    }
 }
 
 }  // namespace
