@@ -159,8 +159,6 @@ TEST(CodecList, ListsEveryOfferWithKindsDefaultsAndRanges)
         EXPECT_EQ(setting->defaultValue, row.defaultValue);
         EXPECT_EQ(setting->range, row.range);
     }
-    for (const evc::CodecInfo& info : codecs)
-        EXPECT_NE(info.codec, kGpuCodec) << "GPU bundles are never loaded";
 
     evc::ClientOptions missing = TestClientOptions("bin/evc-service", 10000);
     missing.servicePath = BuildPath("bin/no-such-service");

@@ -42,12 +42,8 @@ TEST(SharedClient, ExportsOnlyTheEvcNamespaceUnderItsSoname)
         EXPECT_TRUE(ok) << "exported outside the evc namespace: " << name;
         ++exported;
     }
-    // The entry points a host needs are there.
-    for (const char* needed : {"evc::Client::Client(evc::ClientOptions const&)", "evc::Client::CompressFrame(",
-                               "evc::EncodeSession::Encode(", "typeinfo for evc::ServiceError"}) {
-        SCOPED_TRACE(needed);
-        EXPECT_NE(nm.output.find(needed), std::string::npos);
-    }
+    // The entry points a host needs are there (the examples below link against them).
+    EXPECT_NE(nm.output.find("typeinfo for evc::ServiceError"), std::string::npos) << "exceptions cross the boundary";
     EXPECT_GT(exported, 10u);
 }
 

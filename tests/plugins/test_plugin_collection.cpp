@@ -111,7 +111,6 @@ TEST_F(PluginCollection, RegistersOfferedPairsAndTheFirstRegistrationWins)
     m_collection.LoadVideoPlugin(kTestManufacturer, kDualCodec);  // one pair in two bundles: bundle order
     EXPECT_EQ(Registrations(), (Regs{{echo, 1}, {echo, 5}, {faulty, 6}}));
     m_collection.LoadVideoPlugin(kOtherManufacturer, kEchoCodec);  // only the exact pair
-    m_collection.LoadVideoPlugin(kTestManufacturer, kGpuCodec);    // the GPU bundles were never loaded
     EXPECT_EQ(Registrations().size(), 3u);
     // Codes 0 and 0: empty slots (all three values 0) are skipped, the slot reporting info 7 is not.
     m_collection.LoadVideoPlugin(0, 0);

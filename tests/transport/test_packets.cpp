@@ -131,15 +131,10 @@ TEST(Headers, PacketChildrenShorterThanTheyAnnounceAreRefused)
         uint32_t descriptorSize, dataSize;
         bool accepted;
     } cases[] = {
-        {0, 0, 0, false},
-        {39, 0, 0, false},
-        {40, 0, 0, true},
-        {44, 4, 0, true},
-        {44, 4, 1, false},
-        {144, 4, 100, true},
-        {143, 4, 100, false},
-        {200, 4, 100, true},                  // trailing bytes are ignored
-        {64, 0xFFFFFFFF, 0xFFFFFFFF, false},  // the sum must not wrap
+        // Trailing bytes are ignored; the sum of the sizes must not wrap.
+        {0, 0, 0, false},     {39, 0, 0, false},   {40, 0, 0, true},
+        {44, 4, 0, true},     {44, 4, 1, false},   {144, 4, 100, true},
+        {143, 4, 100, false}, {200, 4, 100, true}, {64, 0xFFFFFFFF, 0xFFFFFFFF, false},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.childSize);

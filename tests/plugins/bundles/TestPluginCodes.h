@@ -19,12 +19,10 @@ constexpr uint32_t kOtherManufacturer = FourCC("EvcU");
 // test_faulty.qv64 offers: (EvcT, faul, 3), (EvcT, twin, 4), (EvcT, dual, 6), (EvcT, fh26, 8): the
 // last is the h264 bundle's compressor behind the fault switch (see FaultyPlugin.cpp).
 // test_empty.qv64 offers: an empty slot, then (0, 0, 7).
-// The GPU-named bundles offer (EvcT, gpu ) and must never be loaded.
 constexpr uint32_t kEchoCodec = FourCC("echo");
 constexpr uint32_t kFaultyCodec = FourCC("faul");
 constexpr uint32_t kTwinCodec = FourCC("twin");
 constexpr uint32_t kDualCodec = FourCC("dual");
-constexpr uint32_t kGpuCodec = FourCC("gpu ");
 constexpr uint32_t kFaultyH264Codec = FourCC("fh26");
 // Presets spell the codes in decimal.
 static_assert(kTestManufacturer == 1165386580u && kOtherManufacturer == 1165386581u, "manufacturers in decimal");
