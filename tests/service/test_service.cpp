@@ -101,9 +101,7 @@ TEST_F(Service, CommandsBeforeACompressorAndBadPresets)
 TEST_F(Service, PresetHintsAndFramesReachTheCompressorIntact)
 {
     ASSERT_EQ(harness->SetOutput(EchoPreset("<StandardSettings><Bitrate Type=\"eInt\" Value=\"1234\"/>"
-                                            "<TwoPass Type=\"eBool\" Value=\"true\"/></StandardSettings>"
-                                            "<NonStandardSettings><Twin Type=\"eInt\" Value=\"3\"/>"
-                                            "<Twin Type=\"eInt\" Value=\"9\"/></NonStandardSettings>")),
+                                            "<TwoPass Type=\"eBool\" Value=\"true\"/></StandardSettings>")),
               0u);
     const std::pair<int, uint32_t CAExternalVideoProxySharedData::*> hints[] = {
         {6, &CAExternalVideoProxySharedData::m_inputColorFormat},
@@ -140,9 +138,6 @@ TEST_F(Service, PresetHintsAndFramesReachTheCompressorIntact)
     };
     for (const auto& [name, value] : expected)
         EXPECT_EQ(EchoValue(report, name), value) << name;
-    const auto twins = report.equal_range("setting.Twin");  // both get each value; the later wins
-    ASSERT_EQ(std::distance(twins.first, twins.second), 2);
-    EXPECT_EQ(twins.first->second, "9 sets=2");
 
     // The Begin record travels in the descriptors (the pixels' round trip is the client test's).
     ExternalVideoProxy proxy;
