@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <deque>
 #include <future>
+#include <optional>
 
 #include "transport/ExternalVideoProxy.h"
 
@@ -107,6 +108,8 @@ public:
     // Takes the standby service when it is ready and alive, else starts one;
     // then readies the next standby in the background.
     void Start();
+    // Starts the next standby in the background.
+    void ReadyStandby();
     // Sends one command; index names the picture it carries (for errors).
     void Send(const ZKEncImage_t* picture, bool key, bool last, uint64_t index);
     // Sends with recovery: on a service failure restarts and re-sends.
@@ -127,6 +130,8 @@ public:
     KeptPicture m_description;
     std::unique_ptr<Client> m_client;
     std::future<std::unique_ptr<Client>> m_standby;
+    std::optional<std::chrono::steady_clock::time_point> m_standbyDue;  // the first standby's start
+    bool m_restarted = false;                                           // Start ran before
     std::deque<Pending> m_pending;  // by index; the front is the oldest not handed out
     std::deque<Received> m_received;
     std::vector<Packet> m_headers;  // stream headers waiting for their first picture
@@ -167,8 +172,20 @@ void EncodeSession::TPrivate::Start()
     }
     if (!m_client)
         m_client = StartService();
-    if (m_options.standbyService)
-        m_standby = std::async(std::launch::async, [this] { return StartService(); });
+    if (!m_options.standbyService)
+        return;
+    // The first start may put the standby off; a recovery readies it at once.
+    if (m_restarted || m_options.standbyDelay.count() <= 0)
+        ReadyStandby();
+    else
+        m_standbyDue = std::chrono::steady_clock::now() + m_options.standbyDelay;
+    m_restarted = true;
+}
+
+void EncodeSession::TPrivate::ReadyStandby()
+{
+    m_standbyDue.reset();
+    m_standby = std::async(std::launch::async, [this] { return StartService(); });
 }
 
 Pending* EncodeSession::TPrivate::Find(const Packet& packet)
@@ -334,6 +351,8 @@ std::vector<uint8_t> EncodeSession::TPrivate::SpareBuffer()
 void EncodeSession::TPrivate::Submit(const ZKEncImage_t& picture, std::unique_ptr<KeptPicture> kept, bool key,
                                      bool last, std::vector<EncodedFrame>& output)
 {
+    if (m_standbyDue && std::chrono::steady_clock::now() >= *m_standbyDue)
+        ReadyStandby();
     m_pending.push_back({m_next, picture.image.time, picture.image.timeScale, key, false, std::move(kept)});
     ++m_next;
     m_finished = last;

@@ -29,6 +29,7 @@ namespace {
 // Read ahead; the reader wakes when half of them are taken.
 constexpr size_t kQueuedPictures = 6;
 constexpr std::chrono::milliseconds kPollInterrupts{50};
+constexpr std::chrono::milliseconds kStandbyDelay{2000};
 
 struct Item {
     Picture picture;
@@ -349,6 +350,9 @@ public:
         SessionOptions session;
         session.client = options;
         session.maxRestarts = unsigned(job.maxRestarts);
+        // A standby costs a service's start-up, more than a short encode
+        // would lose to a cold restart: only longer encodes keep one.
+        session.standbyDelay = kStandbyDelay;
         session.onRecovery = [](const RecoveryEvent& event) {
             // The fault itself, without the service's last words.
             const std::string fault = event.message.substr(0, event.message.find_first_of(";\n"));

@@ -54,6 +54,11 @@ struct SessionOptions {
     /// the background, so a recovery need not wait for a start-up. It costs
     /// one idle process and its segment.
     bool standbyService = true;
+    /// How long a session encodes before it readies its first standby: an
+    /// encode shorter than that never pays for one (a recovery then starts
+    /// a service from cold). After a recovery the next standby starts at
+    /// once. 0: with the first service.
+    std::chrono::milliseconds standbyDelay{0};
     /// Called after each recovery (also listed by recoveries()), on the
     /// thread that called Encode, Finish or Close; may be empty.
     std::function<void(const RecoveryEvent&)> onRecovery;

@@ -122,6 +122,7 @@ TEST_F(EncodeSessionTest, OneFailureCostsNoPictureAndTheOutputDecodes)
         int64_t killAt;
         evc::ServiceError::Kind kind;
         bool byOwner = false;
+        bool cold = false;  // no standby yet: the recovery starts a service
     };
     const Row rows[] = {
         {"crash at picture 7", "CompressFrame:segv:t=7:once=ONCE", -1, evc::ServiceError::Kind::Crashed},
@@ -130,6 +131,8 @@ TEST_F(EncodeSessionTest, OneFailureCostsNoPictureAndTheOutputDecodes)
         {"killed from outside at picture 20", "", 20, evc::ServiceError::Kind::Crashed},
         {"crash at picture 7, pictures kept by their owners", "CompressFrame:segv:t=7:once=ONCE", -1,
          evc::ServiceError::Kind::Crashed, true},
+        {"crash at picture 7 before the standby is due", "CompressFrame:segv:t=7:once=ONCE", -1,
+         evc::ServiceError::Kind::Crashed, false, true},
     };
     constexpr uint64_t kCount = 40;
     const std::string marker = Path("fired");
@@ -141,6 +144,8 @@ TEST_F(EncodeSessionTest, OneFailureCostsNoPictureAndTheOutputDecodes)
         std::vector<evc::RecoveryEvent> seen;
         evc::SessionOptions options = Options();
         options.onRecovery = [&](const evc::RecoveryEvent& event) { seen.push_back(event); };
+        if (row.cold)
+            options.standbyDelay = std::chrono::hours(1);
         m_pictures = 0;
         m_owners.clear();
         std::string stream;
