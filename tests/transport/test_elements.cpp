@@ -103,27 +103,6 @@ TEST(Elements, BundleListKeepsOrderAndNestingAndCopiesDeeply)
     EXPECT_EQ(Save(*copy), original);
 }
 
-TEST(Elements, TimeOffsetIsAddedBothWays)
-{
-    const CATime offset(10, 1000);
-    Bytes pixels(12);
-    TPacketBundlePtr packets(MakeBundle(0, 5, 1000, 0, {}, {MakePacket(1, 0, 2, 90000, 0, {}, {1})}));
-    ZKEncImage_t record = ImageRecord(pixels, 5, 1000);
-    record.image.dataPackets = packets.get();
-    TZKEncImageElt element;
-    element->importFrame(&record, offset);
-    Loaded<TZKEncImageElt> loaded(Save(element));
-    TZKImageFramePtr frame = loaded.element->exportFrame(offset);
-    ASSERT_TRUE(frame);
-    const ZKEncImage_t back = frame->GetZKEncImage();
-    EXPECT_EQ(back.image.time, 25u);
-    ASSERT_NE(back.image.dataPackets, nullptr);
-    EXPECT_EQ(back.image.dataPackets->getTime(), 25u);
-    // 10 ms at 90 kHz is 900 units, added on the way in and again on the way out.
-    EXPECT_EQ(back.image.dataPackets->get(0)->getTime(), 2u + 900 + 900);
-    EXPECT_EQ(loaded.element->exportFrame(kNoOffset)->GetZKEncImage().image.time, 15u);
-}
-
 TEST(Elements, AudioRoundTripsAndReadsTheShortInformationForm)
 {
     Bytes samples = Pattern(1024 * 4);

@@ -135,43 +135,6 @@ TEST(FrameChannel, WritesAndReadsTheGoldenEncImageBytes)
     ExpectSamePacket(description.dataPackets.get(), inPlace.image.dataPackets, "data packets");
 }
 
-TEST(FrameChannel, ReleasedBundlesAndAppendedRawFrames)
-{
-    GoldenFrame first, second;
-    second.pixels[0] = 0x99;
-    second.record.image.time = 6;
-    Bytes area(2048);
-    ExternalVideoProxy proxy;
-    proxy.Begin(area.data(), static_cast<uint32_t>(area.size()));
-    uint32_t size0 = 0, size1 = 0, size2 = 0, written = 0;
-    // Released by the proxy: the holders let go first.
-    first.descriptors.release();
-    first.dataPackets.release();
-    ASSERT_EQ(proxy.SerializeFrame(&first.record, size0, true), 0u);
-    EXPECT_EQ(Bytes(area.begin(), area.begin() + size0), GoldenBytes());
-    // The raw form always destroys the data packets and carries no descriptors.
-    GoldenFrame raw;
-    raw.dataPackets.release();
-    second.dataPackets.release();
-    ASSERT_EQ(proxy.SerializeFrame(&raw.record.image, size1, true), 0u);
-    EXPECT_EQ(raw.record.image.dataPackets, nullptr);
-    ASSERT_EQ(proxy.SerializeFrame(&second.record.image, size2, true), 0u);
-    EXPECT_EQ(proxy.GetMemory(written), area.data());
-    EXPECT_EQ(written, size0 + size1 + size2);
-
-    proxy.Begin(area.data() + size0, size1 + size2);
-    TZKImageFramePtr a = proxy.DeSerializeFrame(size1);
-    TZKImageFramePtr b = proxy.DeSerializeFrame(size2);
-    ASSERT_TRUE(a && b);
-    EXPECT_EQ(a->GetZKEncImage().image.time, 5u);
-    EXPECT_EQ(a->GetZKEncImage().descriptors, nullptr);
-    EXPECT_EQ(a->GetZKEncImage().streamValue, 0u);
-    EXPECT_EQ(b->GetZKEncImage().image.time, 6u);
-    EXPECT_EQ(b->GetZKEncImage().image.planes[0][0], 0x99);
-    EXPECT_FALSE(proxy.DeSerializeFrame(100)) << "nothing left";
-    EXPECT_FALSE(ExternalVideoProxy().DeSerializeFrame(100)) << "no area at all";
-}
-
 TEST(FrameChannel, LyingSizesRefuseTheFrame)
 {
     const struct {
