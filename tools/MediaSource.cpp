@@ -201,7 +201,7 @@ private:
             const AVStream* stream = m_input->streams[i];
             if (stream->codecpar->codec_type != AVMEDIA_TYPE_AUDIO)
                 continue;
-            if (!m_plan.audioAccepted(stream->codecpar->codec_id)) {
+            if (!m_plan.audioAccepted(*stream->codecpar)) {
                 std::cerr << "evc-encode: " << name() << ": audio stream " << i << " ("
                           << avcodec_get_name(stream->codecpar->codec_id)
                           << ") is left out: the output format cannot hold it\n";

@@ -13,6 +13,8 @@
 
 #include "tools/FrameSource.h"
 
+struct AVCodecParameters;  // libavcodec's description of a stream
+
 namespace evc {
 namespace tools {
 
@@ -42,7 +44,7 @@ struct InputPlan {
     // is, any other is converted to 8-bit 4:2:0 (6). Empty: 6 only.
     std::vector<uint32_t> acceptedFormats;
     // Whether the output can hold an audio codec (unset: no audio is kept).
-    std::function<bool(int codecId)> audioAccepted;
+    std::function<bool(const AVCodecParameters&)> audioAccepted;
 };
 
 // Opens the input and reads its stream information. Throws InputError. A

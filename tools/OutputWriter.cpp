@@ -235,10 +235,29 @@ bool FormatHoldsVideo(const std::string& format, uint32_t codec)
            avformat_query_codec(muxer, descriptor->id, FF_COMPLIANCE_NORMAL) == 1;
 }
 
-bool FormatHoldsAudio(const std::string& format, int codecId)
+bool FormatHoldsAudio(const std::string& format, const AVCodecParameters& audio)
 {
     const AVOutputFormat* muxer = format == "h264" || format == "evcseg" ? nullptr : Muxer(format);
-    return muxer != nullptr && avformat_query_codec(muxer, AVCodecID(codecId), FF_COMPLIANCE_NORMAL) == 1;
+    if (muxer == nullptr || avformat_query_codec(muxer, audio.codec_id, FF_COMPLIANCE_NORMAL) != 1)
+        return false;
+    // Set up a file of that stream alone in memory: the muxer's own checks decide.
+    AVFormatContext* probe = nullptr;
+    if (avformat_alloc_output_context2(&probe, muxer, nullptr, nullptr) < 0)
+        return false;
+    AVStream* stream = avformat_new_stream(probe, nullptr);
+    bool holds = stream != nullptr && avcodec_parameters_copy(stream->codecpar, &audio) >= 0 &&
+                 avio_open_dyn_buf(&probe->pb) >= 0;
+    if (holds) {
+        stream->codecpar->codec_tag = 0;  // the input container's tag; the muxer picks its own
+        stream->time_base = AVRational{1, audio.sample_rate > 0 ? audio.sample_rate : 48000};
+        holds = avformat_init_output(probe, nullptr) >= 0;
+        uint8_t* bytes = nullptr;
+        avio_close_dyn_buf(probe->pb, &bytes);
+        av_free(bytes);
+        probe->pb = nullptr;
+    }
+    avformat_free_context(probe);
+    return holds;
 }
 
 std::unique_ptr<OutputWriter> MakeOutputWriter(const OutputPlan& plan, const VideoFormat& format,

@@ -15,6 +15,8 @@
 #include "tools/ChunkTrailer.h"
 #include "tools/FrameSource.h"
 
+struct AVCodecParameters;  // libavcodec's description of a stream
+
 namespace evc {
 namespace tools {
 
@@ -31,9 +33,10 @@ struct OutputPlan {
 // it is empty, the path's extension; "" when neither names a format.
 std::string OutputFormat(const std::string& path, const std::string& requested);
 // Whether the format can hold video of the compressor's code, and an audio
-// codec (a libavcodec id).
+// stream copied unchanged (asked of the muxer itself: some accept a codec's
+// tag yet refuse it when the file is set up, e.g. FLAC in .mov).
 bool FormatHoldsVideo(const std::string& format, uint32_t codec);
-bool FormatHoldsAudio(const std::string& format, int codecId);
+bool FormatHoldsAudio(const std::string& format, const AVCodecParameters& audio);
 // The libavcodec name of a compressor's code, e.g. "h264".
 std::string CodecName(uint32_t codec);
 

@@ -151,7 +151,7 @@ int Join(const EncodeOptions& options, const std::string& format, const std::str
             plan.seekFrames = options.seekFrames;
             plan.seekSeconds = options.seekSeconds;
             plan.audioOnly = true;
-            plan.audioAccepted = [format](int codecId) { return FormatHoldsAudio(format, codecId); };
+            plan.audioAccepted = [format](const AVCodecParameters& audio) { return FormatHoldsAudio(format, audio); };
             plan.acceptedFormats = AcceptedFormats(output.codec);
             try {
                 audio = ScanScenes(*OpenMediaSource(plan));
@@ -230,7 +230,7 @@ int Run(const EncodeOptions& options)
             plan.seekSeconds = options.seekSeconds;
             plan.maxFrames = options.frames;
             plan.verbose = options.verbose;
-            plan.audioAccepted = [format](int codecId) { return FormatHoldsAudio(format, codecId); };
+            plan.audioAccepted = [format](const AVCodecParameters& audio) { return FormatHoldsAudio(format, audio); };
             plan.acceptedFormats = AcceptedFormats(preset.codec());
             return OpenMediaSource(plan);
         };

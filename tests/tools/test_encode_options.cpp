@@ -97,9 +97,21 @@ TEST(EncodeOptions, TimesAndFormats)
     for (const auto& [path, requested, format] : formats)
         EXPECT_EQ(OutputFormat(path, requested), format) << path << " " << requested;
     // Which codec a container holds is seen end to end (a webm output of h264 is refused there).
-    EXPECT_FALSE(FormatHoldsAudio("h264", AV_CODEC_ID_AAC));
-    EXPECT_TRUE(FormatHoldsAudio("mp4", AV_CODEC_ID_AAC));
-    EXPECT_FALSE(FormatHoldsAudio("webm", AV_CODEC_ID_AAC));
+    // The muxer's own set-up decides: .mov takes a tag for FLAC and Opus, then refuses them.
+    const struct {
+        const char* format;
+        AVCodecID codec;
+        bool holds;
+    } audio[] = {{"h264", AV_CODEC_ID_AAC, false}, {"mp4", AV_CODEC_ID_AAC, true},   {"webm", AV_CODEC_ID_AAC, false},
+                 {"mov", AV_CODEC_ID_FLAC, false}, {"mov", AV_CODEC_ID_OPUS, false}, {"mkv", AV_CODEC_ID_FLAC, true}};
+    for (const auto& row : audio) {
+        AVCodecParameters parameters{};
+        parameters.codec_type = AVMEDIA_TYPE_AUDIO;
+        parameters.codec_id = row.codec;
+        parameters.sample_rate = 48000;
+        av_channel_layout_default(&parameters.ch_layout, 2);
+        EXPECT_EQ(FormatHoldsAudio(row.format, parameters), row.holds) << row.format << " " << row.codec;
+    }
 }
 
 TEST(PresetDocument, OptionsOverrideTheFileAndKeepItsKinds)
