@@ -12,6 +12,7 @@
 #include <string>
 
 #include "inspect/SegmentReport.h"
+#include "media/CABufferPool.h"
 #include "tools/ChunkJoin.h"
 
 namespace {
@@ -51,5 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     } catch (const std::exception&) {
         // A damaged or foreign file is refused; that is the expected answer.
     }
+    // The pool keeps every size it handed out; a run sees thousands of sizes up to the cap.
+    CABufferPool::GetBufferPool()->ReleaseBuffers();
     return 0;
 }
