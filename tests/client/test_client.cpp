@@ -51,10 +51,13 @@ TEST_F(Client, ConversationWithTheEchoCompressor)
     EXPECT_TRUE(client.serviceAlive());
     EXPECT_EQ(client.Begin(nullptr), kZKErrNoCompressor);
     EXPECT_EQ(client.SetOutput("<nope/>"), kZKErrBadPreset);
-    ASSERT_EQ(client.SetOutput(EchoPreset("<StandardSettings><Bitrate Type=\"eInt\" Value=\"800\"/>"
-                                          "</StandardSettings>")),
+    ASSERT_EQ(client.SetOutput(EchoPreset("<StandardSettings><Bitrate Type=\"eInt\" Value=\"800\"/><TwoPass "
+                                          "Type=\"eBool\" Value=\"true\"/></StandardSettings>")),
               0u);
     EXPECT_EQ(client.SetStreamModeHint(3), 0u);
+    EXPECT_EQ(client.SetFileFormatHint(4), 0u);
+    EXPECT_EQ(client.SetInputColorFormat(5), 0u);
+    EXPECT_EQ(client.Begin(nullptr), 0u) << "no sample";
     const TestImage sample(64, 64, 3, 25, 9);
     EXPECT_EQ(client.Begin(&sample.record, true), 0u);
     for (uint8_t seed : {1, 2}) {
@@ -75,7 +78,11 @@ TEST_F(Client, ConversationWithTheEchoCompressor)
         const TEchoReport report =
             ParseEchoReport(std::string(frame.packets[0].data.begin(), frame.packets[0].data.end()));
         EXPECT_EQ(EchoValue(report, "setting.Bitrate"), "800 sets=1");
+        EXPECT_EQ(EchoValue(report, "setting.TwoPass"), "false sets=1") << "only \"True\" is true";
         EXPECT_EQ(EchoValue(report, "streamModeHint"), "3");
+        EXPECT_EQ(EchoValue(report, "fileFormatHint"), "4");
+        EXPECT_EQ(EchoValue(report, "inputColorFormat"), "5");
+        EXPECT_EQ(EchoValue(report, "begins"), "2");
         EXPECT_EQ(EchoValue(report, "keyFrame"), seed == 1 ? "1" : "0");
         EXPECT_EQ(frame.packets[0].time, seed);
         EXPECT_EQ(frame.packets[0].timeBase, 25u);
@@ -85,6 +92,10 @@ TEST_F(Client, ConversationWithTheEchoCompressor)
         ASSERT_EQ(frame.descriptors.size(), 1u);
         EXPECT_EQ(std::string(frame.descriptors[0].descriptor.begin(), frame.descriptors[0].descriptor.end()),
                   kEchoDescriptor);
+        const TEchoReport begin =
+            ParseEchoReport(std::string(frame.descriptors[0].data.begin(), frame.descriptors[0].data.end()));
+        EXPECT_EQ(EchoValue(begin, "begin.flag"), "1");
+        EXPECT_EQ(EchoValue(begin, "begin.sample.time"), "3");
     }
     EXPECT_THROW(client.LendPicture(eColorFormatYUV420Planar, 16384, 16384), evc::UsageError);
     EXPECT_THROW(client.LendPicture(eColorFormatCount, 64, 64), std::invalid_argument);

@@ -4,7 +4,6 @@
 // network ends the service with a report naming the call; the host only gets a ServiceError.
 #include "ServiceHarness.h"
 #include "plugins/bundles/EchoReport.h"
-#include "transport/ExternalVideoProxy.h"
 
 #include <csignal>
 #include <fstream>
@@ -86,72 +85,6 @@ TEST(ServiceProgram, ASilentClientOrALockNeverReleasedEndsTheService)
         }
         EXPECT_FALSE(Exists(key) || LockExists(key));
     }
-}
-
-TEST_F(Service, CommandsBeforeACompressorAndBadPresets)
-{
-    for (int command : {1, 2, 3, 4, 6, 7, 8})
-        EXPECT_EQ(harness->Send(command), kZKErrNoCompressor) << "command " << command;
-    EXPECT_EQ(harness->SetOutput(EchoPreset("", "none")), kZKErrNoCompressor) << "codes nobody offers";
-    for (const char* preset : {"", "<Input/>", "not xml at all", "<?xml version=\"1.0\"?><output/>"})
-        EXPECT_EQ(harness->SetOutput(preset), kZKErrBadPreset) << preset;
-    EXPECT_EQ(harness->Send(2), kZKErrNoCompressor);
-}
-
-TEST_F(Service, PresetHintsAndFramesReachTheCompressorIntact)
-{
-    ASSERT_EQ(harness->SetOutput(EchoPreset("<StandardSettings><Bitrate Type=\"eInt\" Value=\"1234\"/>"
-                                            "<TwoPass Type=\"eBool\" Value=\"true\"/></StandardSettings>")),
-              0u);
-    const std::pair<int, uint32_t CAExternalVideoProxySharedData::*> hints[] = {
-        {6, &CAExternalVideoProxySharedData::m_inputColorFormat},
-        {7, &CAExternalVideoProxySharedData::m_fileFormatHint},
-        {8, &CAExternalVideoProxySharedData::m_streamModeHint}};
-    for (const auto& [command, field] : hints) {
-        Record().*field = 0xAB00u + command;
-        EXPECT_EQ(harness->Send(command), 0u);
-    }
-    // Command 1 without a sample, then with one.
-    Record().m_payloadSize0 = 0;
-    EXPECT_EQ(harness->Send(1), 0u);
-    TestImage sample(32, 16, 0, 25);
-    Record().m_payloadSize0 = static_cast<int32_t>(harness->WriteFrame(0, sample.record));
-    Record().m_beginFlag = 1;
-    EXPECT_EQ(harness->Send(1), 0u);
-
-    TestImage image(32, 16, 1001, 30000, 5);
-    ASSERT_EQ(harness->Compress(image, false, true), 0u);
-    const TEchoReport report = Report();
-    const std::pair<const char*, std::string> expected[] = {
-        {"setting.Bitrate", "1234 sets=1"},
-        {"setting.TwoPass", "false sets=1"},  // only "True" is true
-        {"keyFrame", "0"},
-        {"lastFrame", "1"},
-        {"input.width", "32"},
-        {"input.time", "1001"},
-        {"input.timeScale", "30000"},
-        {"input.dataSize", std::to_string(image.bytes.size())},
-        {"inputColorFormat", std::to_string(0xAB06)},
-        {"fileFormatHint", std::to_string(0xAB07)},
-        {"streamModeHint", std::to_string(0xAB08)},
-        {"begins", "2"},
-    };
-    for (const auto& [name, value] : expected)
-        EXPECT_EQ(EchoValue(report, name), value) << name;
-
-    // The Begin record travels in the descriptors (the pixels' round trip is the client test's).
-    ExternalVideoProxy proxy;
-    proxy.Begin(harness->channel().payload(), static_cast<uint32_t>(Record().m_payloadSize0));
-    TZKImageFramePtr reply = proxy.DeSerializeFrame(static_cast<uint32_t>(Record().m_payloadSize0));
-    ASSERT_TRUE(reply);
-    const TEchoReport begin = ParseEchoReport(PacketData(reply->GetZKEncImage().descriptors->get(0)));
-    EXPECT_EQ(EchoValue(begin, "begin.flag"), "1");
-    EXPECT_EQ(EchoValue(begin, "begin.sample.width"), "32");
-
-    Record().m_isLastPassEncodingReady = 0;
-    EXPECT_EQ(harness->Send(4), 0u);
-    EXPECT_EQ(Record().m_isLastPassEncodingReady, 1);
-    EXPECT_EQ(harness->Send(2), 0u);
 }
 
 TEST_F(Service, CompressOperandShapesAndReplySizes)
