@@ -236,7 +236,7 @@ TEST_F(EvcEncodeTest, OutputsCarryTheSourceFaithfully)
 TEST_F(EvcEncodeTest, OptionsReachTheEncoder)
 {
     const std::string output = m_dir->file("pattern.mkv");
-    const CommandResult run = Encode("--test-pattern 320x240@30000/1001:1 --preset ultrafast --bitrate 300 "
+    const CommandResult run = Encode("--test-pattern 320x240@30000/1001:1 --preset ultrafast --bitrate 100 "
                                      "--keyint 10 --frames 25 --profile baseline -o " +
                                      Quote(output));
     ASSERT_EQ(run.status, 0) << run.err;
@@ -244,6 +244,8 @@ TEST_F(EvcEncodeTest, OptionsReachTheEncoder)
     EXPECT_EQ(Probe(output, "-show_entries stream=profile,r_frame_rate"), "Constrained Baseline,30000/1001\n");
     const std::string keys = Probe(output, "-show_entries packet=flags");
     EXPECT_EQ(std::count(keys.begin(), keys.end(), 'K'), 3) << "--keyint 10 over 25 pictures: " << keys;
+    // Twice the budget of 100 kbit/s over 25 pictures; without the rate control it takes five times.
+    EXPECT_LT(ReadBytes(output).size(), 2 * 100000 / 8 * 25 * 1001 / 30000);
 
     // A raw stream has only its own word for the rate.
     const std::string raw = m_dir->file("ntsc.h264");
