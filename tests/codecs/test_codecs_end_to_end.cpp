@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 #include <sstream>
 #include <string>
@@ -104,19 +103,6 @@ Bytes Container(const Row& row, const evc::EncodedFrame& headers, const std::vec
         bytes.insert(bytes.end(), picture.data.begin(), picture.data.end());
     }
     return bytes;
-}
-
-double Psnr(const Bytes& a, const Bytes& b, int bits)
-{
-    double squares = 0;
-    size_t count = 0;
-    for (size_t i = 0; i + (bits > 8) < a.size(); i += bits > 8 ? 2 : 1, ++count) {
-        const int x = bits > 8 ? a[i] | a[i + 1] << 8 : a[i];
-        const int y = bits > 8 ? b[i] | b[i + 1] << 8 : b[i];
-        squares += double(x - y) * (x - y);
-    }
-    const double peak = (1 << bits) - 1;
-    return squares == 0 ? 99 : 10 * std::log10(peak * peak * count / squares);
 }
 
 class CodecsEndToEnd : public ScratchTest {};

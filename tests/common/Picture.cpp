@@ -1,6 +1,8 @@
 // Test pictures.
 #include "common/Picture.h"
 
+#include <cmath>
+
 #include "media/ZKColorFormats.h"
 #include "media/ZKImageLayout.h"
 
@@ -66,6 +68,19 @@ Bytes TestPicture::Visible() const
         for (uint32_t y = 0; y < Rows(p); ++y)
             bytes.insert(bytes.end(), Row(p, y), Row(p, y) + RowLength(p));
     return bytes;
+}
+
+double Psnr(const Bytes& a, const Bytes& b, int bits)
+{
+    double squares = 0;
+    size_t count = 0;
+    for (size_t i = 0; i + (bits > 8) < a.size(); i += bits > 8 ? 2 : 1, ++count) {
+        const int x = bits > 8 ? a[i] | a[i + 1] << 8 : a[i];
+        const int y = bits > 8 ? b[i] | b[i + 1] << 8 : b[i];
+        squares += double(x - y) * (x - y);
+    }
+    const double peak = (1 << bits) - 1;
+    return squares == 0 ? 99 : 10 * std::log10(peak * peak * count / squares);
 }
 
 }  // namespace evctest

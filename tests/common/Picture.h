@@ -35,4 +35,8 @@ private:
     ZKEncImage_t m_record{};
 };
 
+// The peak signal-to-noise ratio of b against a, samples of the given bits (little-endian above
+// 8); 99 when they are equal.
+double Psnr(const Bytes& a, const Bytes& b, int bits = 8);
+
 }  // namespace evctest
