@@ -4,6 +4,7 @@
 #include "Packets.h"
 #include "common/Golden.h"
 #include "common/Scratch.h"
+#include "media/MediaTestSupport.h"
 
 #include "ebml/ebmlMemoryStorage.h"
 #include "transport/TZKEbmlPacket.h"
@@ -262,35 +263,17 @@ TEST_F(SegmentFile, EmptyShortMissingAndDamagedFiles)
     std::remove(Path("case.seg").c_str());
 }
 
-// Counts live instances, so a test sees what destroy released.
-class CountedPacket : public IPacket {
-public:
-    explicit CountedPacket(int& live) : m_live(live) { ++m_live; }
-    uint32_t getType() const override { return 7; }
-    uint32_t getTrack() const override { return 3; }
-    uint64_t getTime() const override { return 40; }
-    uint64_t getTimeBase() const override { return 90000; }
-    uint64_t getDuration() const override { return 3003; }
-    const uint8_t* getDescriptor() const override { return nullptr; }
-    uint64_t getDescriptorSize() const override { return 0; }
-    const uint8_t* getData() const override { return reinterpret_cast<const uint8_t*>("abc"); }
-    uint64_t getDataSize() const override { return 3; }
-    IPacket* clone() const override { return new CountedPacket(m_live); }
-    void destroy() override { delete this; }
-
-private:
-    ~CountedPacket() override { --m_live; }
-    int& m_live;
-};
-
+// Counted bundles (a clone's tag is the original's + 1000) show what destroy released.
 TEST(PacketBundle, OwnershipAcrossRemoveReplaceCloneClearAndDestroy)
 {
-    int live = 0;
-    TPacketBundlePtr bundle(MakeBundle(2, 11, 48000, 1024, {1, 2, 3}, {new CountedPacket(live)}));
-    auto* nested = new TPacketBundle;
-    nested->append(new CountedPacket(live));
-    bundle->append(nested);
-    bundle->append(MakePacket(4, 0, 0, 1000, 0, {}, {'D'}));
+    const int live = TestPacketBundle::Live();
+    const auto make = [] {
+        return TPacketBundlePtr(
+            MakeBundle(2, 11, 48000, 1024, {1, 2, 3},
+                       {new TestPacketBundle(1), MakeBundle(0, 0, 1000, 0, {}, {new TestPacketBundle(2)}),
+                        MakePacket(4, 0, 0, 1000, 0, {}, {'D'})}));
+    };
+    TPacketBundlePtr bundle = make();
 
     // Out of range and null replacements change nothing.
     TPacketPtr spare(MakePacket(9, 0, 0, 1000, 0, {}, {'x'}));
@@ -302,25 +285,21 @@ TEST(PacketBundle, OwnershipAcrossRemoveReplaceCloneClearAndDestroy)
 
     // A clone is deep: it outlives the original and owns copies of every member.
     TPacketBundlePtr copy(static_cast<IPacketBundle*>(bundle->clone()));
-    EXPECT_EQ(live, 4);
-    TPacketBundlePtr reference(MakeBundle(2, 11, 48000, 1024, {1, 2, 3}, {new CountedPacket(live)}));
-    reference->append(MakeBundle(0, 0, 1000, 0, {}, {new CountedPacket(live)}));
-    reference->append(MakePacket(4, 0, 0, 1000, 0, {}, {'D'}));
+    EXPECT_EQ(TestPacketBundle::Live() - live, 4);
     bundle.reset();
-    EXPECT_EQ(live, 4);
-    ExpectSamePacket(reference.get(), copy.get(), "clone");
-    reference.reset();
+    EXPECT_EQ(TestPacketBundle::Live() - live, 2);
+    ExpectSamePacket(make().get(), copy.get(), "clone");
 
     // Remove and replace hand ownership back to the caller.
     TPacketPtr removed(copy->remove(0));
     ASSERT_NE(removed, nullptr);
-    EXPECT_EQ(removed->getType(), 7u);
+    EXPECT_EQ(static_cast<TestPacketBundle*>(removed.get())->tag(), 1001u);
     TPacketPtr old(copy->replace(1, removed.release()));
     EXPECT_EQ(old->getDataSize(), 1u);
-    EXPECT_EQ(copy->get(1)->getType(), 7u);
+    EXPECT_EQ(static_cast<const TestPacketBundle*>(copy->get(1))->tag(), 1001u);
     copy->clear();
     EXPECT_EQ(copy->size(), 0u);
-    EXPECT_EQ(live, 0);
+    EXPECT_EQ(TestPacketBundle::Live(), live);
     ZKDestroyPacket(nullptr);
 }
 
