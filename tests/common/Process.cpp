@@ -117,4 +117,9 @@ CommandResult RunCommand(const std::string& command)
     return result;
 }
 
+std::string Quote(const std::string& text)
+{
+    return "'" + text + "'";
+}
+
 }  // namespace evctest

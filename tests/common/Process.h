@@ -54,5 +54,7 @@ struct CommandResult {
     std::string output;
 };
 CommandResult RunCommand(const std::string& command);
+// The text in single quotes, for a shell command line.
+std::string Quote(const std::string& text);
 
 }  // namespace evctest

@@ -15,12 +15,8 @@
 
 namespace {
 
+using evctest::Quote;
 using evctest::RunCommand;
-
-std::string Quote(const std::string& s)
-{
-    return "'" + s + "'";
-}
 
 TEST(SharedClient, ExportsOnlyTheEvcNamespaceUnderItsSoname)
 {

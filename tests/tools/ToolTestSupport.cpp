@@ -42,11 +42,6 @@ CommandResult RunCommand(const std::string& commandLine, const TempDir& scratch)
     return result;
 }
 
-std::string Quote(const std::string& text)
-{
-    return "'" + text + "'";
-}
-
 std::vector<std::string> Lines(const std::string& text)
 {
     std::vector<std::string> lines;

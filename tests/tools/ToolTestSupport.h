@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "common/Process.h"
 #include "common/TempDir.h"
 
 namespace tool_test {
@@ -27,8 +28,7 @@ struct CommandResult {
 // Runs a shell command line; its standard error goes through a file in scratch.
 CommandResult RunCommand(const std::string& commandLine, const TempDir& scratch);
 
-// The text in single quotes, for a shell command line.
-std::string Quote(const std::string& text);
+using evctest::Quote;
 // The non-empty lines of text.
 std::vector<std::string> Lines(const std::string& text);
 
