@@ -351,6 +351,16 @@ TEST(Headers, FrameInformationShortFormsAndOtherSizes)
         EXPECT_FALSE(TZKVideoInfo().decode(zeros.data(), size));
         EXPECT_FALSE(TZKAudioInfo().decode(zeros.data(), size));
     }
+
+    // A packet child: its header, then the descriptor and data it announces (the frame channel's
+    // lying sizes reach the rest).
+    TZKPacketHeader packet;
+    packet.descriptorSize = 4;
+    uint8_t child[44] = {};
+    packet.encode(child);
+    TZKPacketView view;
+    EXPECT_TRUE(view.parse(child, 44) && view.descriptor == child + 40 && view.data == nullptr);
+    EXPECT_FALSE(view.parse(child, 43) || view.parse(nullptr, 44));
 }
 
 }  // namespace
