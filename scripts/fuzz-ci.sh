@@ -39,7 +39,7 @@ for exe in "${targets[@]}"; do
     cp -r "fuzz/corpus/$name/." "$dir/corpus/"
   fi
   if (cd "$dir" && TMPDIR="$dir/tmp" "$exe" -max_total_time="$FUZZ_SECONDS" -timeout=20 \
-    -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$dir/" corpus >log 2>&1); then
+    -rss_limit_mb=4096 -print_final_stats=1 -artifact_prefix="$dir/" corpus >log 2>&1); then
     stats=$(grep -E '^stat::(number_of_executed_units|new_units_added):' "$dir/log" | awk '{print $2}' | paste -sd/)
     cover=$(grep -oE 'cov: [0-9]+' "$dir/log" | tail -1)
     echo "fuzz-ci: $name passed ${FUZZ_SECONDS} s: executions/new inputs $stats, $cover"
