@@ -69,10 +69,9 @@ public:
         }
 
         for (const AudioTrack& track : audio) {
-            AVStream* stream = avformat_new_stream(context, nullptr);
-            if (stream == nullptr || avcodec_parameters_copy(stream->codecpar, track.parameters.get()) < 0)
+            AVStream* stream = AddCopiedStream(context, *track.parameters);
+            if (stream == nullptr)
                 throw std::bad_alloc();
-            stream->codecpar->codec_tag = 0;
             stream->time_base = AVRational{track.timeBaseNum, track.timeBaseDen};
             m_audioTimeBases.push_back(stream->time_base);
         }

@@ -235,6 +235,15 @@ bool FormatHoldsVideo(const std::string& format, uint32_t codec)
            avformat_query_codec(muxer, descriptor->id, FF_COMPLIANCE_NORMAL) == 1;
 }
 
+AVStream* AddCopiedStream(AVFormatContext* context, const AVCodecParameters& source)
+{
+    AVStream* stream = avformat_new_stream(context, nullptr);
+    if (stream == nullptr || avcodec_parameters_copy(stream->codecpar, &source) < 0)
+        return nullptr;
+    stream->codecpar->codec_tag = 0;
+    return stream;
+}
+
 bool FormatHoldsAudio(const std::string& format, const AVCodecParameters& audio)
 {
     const AVOutputFormat* muxer = format == "h264" || format == "evcseg" ? nullptr : Muxer(format);
@@ -244,11 +253,9 @@ bool FormatHoldsAudio(const std::string& format, const AVCodecParameters& audio)
     AVFormatContext* probe = nullptr;
     if (avformat_alloc_output_context2(&probe, muxer, nullptr, nullptr) < 0)
         return false;
-    AVStream* stream = avformat_new_stream(probe, nullptr);
-    bool holds = stream != nullptr && avcodec_parameters_copy(stream->codecpar, &audio) >= 0 &&
-                 avio_open_dyn_buf(&probe->pb) >= 0;
+    AVStream* stream = AddCopiedStream(probe, audio);
+    bool holds = stream != nullptr && avio_open_dyn_buf(&probe->pb) >= 0;
     if (holds) {
-        stream->codecpar->codec_tag = 0;  // the input container's tag; the muxer picks its own
         stream->time_base = AVRational{1, audio.sample_rate > 0 ? audio.sample_rate : 48000};
         holds = avformat_init_output(probe, nullptr) >= 0;
         uint8_t* bytes = nullptr;

@@ -16,6 +16,8 @@
 #include "tools/FrameSource.h"
 
 struct AVCodecParameters;  // libavcodec's description of a stream
+struct AVFormatContext;
+struct AVStream;
 
 namespace evc {
 namespace tools {
@@ -37,6 +39,9 @@ std::string OutputFormat(const std::string& path, const std::string& requested);
 // tag yet refuse it when the file is set up, e.g. FLAC in .mov).
 bool FormatHoldsVideo(const std::string& format, uint32_t codec);
 bool FormatHoldsAudio(const std::string& format, const AVCodecParameters& audio);
+// A new stream of the container holding a copy of a source stream's parameters, without the
+// source container's codec tag (the muxer picks its own); nullptr when it cannot be made.
+AVStream* AddCopiedStream(AVFormatContext* context, const AVCodecParameters& source);
 // The libavcodec name of a compressor's code, e.g. "h264".
 std::string CodecName(uint32_t codec);
 
