@@ -5,6 +5,7 @@
 // after the spawn, a service that breaks the protocol, the descriptors the service inherits, and a
 // host that dies while the service works for it.
 #include "ServiceHarness.h"
+#include "client/Handles.h"
 #include "common/Scratch.h"
 #include "evc/Client.h"
 #include "evc/CodecList.h"
@@ -208,6 +209,19 @@ TEST(CodecList, ClientRefusesAKindMismatchBeforeTheServiceSeesIt)
 }
 
 using ClientLife = ScratchTest;
+
+// A handle without a child must not ask after the host's other children (waitpid(0) would reap them).
+TEST(ChildHandle, AnEmptyHandleLeavesTheHostsOtherChildrenAlone)
+{
+    const pid_t other = fork();
+    if (other == 0)
+        _exit(0);
+    siginfo_t info{};
+    ASSERT_EQ(waitid(P_PID, other, &info, WEXITED | WNOWAIT), 0);  // a zombie, not reaped
+    evc::ChildHandle none;
+    EXPECT_FALSE(none.alive());
+    EXPECT_EQ(waitpid(other, nullptr, 0), other);
+}
 
 TEST_F(ClientLife, AStartThatFailsAfterTheSpawnLeavesNoChildAndNoSegment)
 {
