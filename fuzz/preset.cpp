@@ -7,22 +7,15 @@
 #include <vector>
 
 #include "evc/PluginSettings.h"
+#include "plugins/bundles/PluginKit.h"
 #include "service/PresetReader.h"
 
 namespace {
 
 using namespace evc::plugin;
 
-class TSettingsOnly : public IVideoCompressor {
+class TSettingsOnly : public kit::TIdleCompressor<TSettingsOnly> {
 public:
-    void SetFileFormatHint(uint32_t) override {}
-    void SetStreamModeHint(uint32_t) override {}
-    void SetInputColorFormat(uint32_t) override {}
-    uint32_t Begin(const ZKEncImage_t*, bool) override { return 0; }
-    uint32_t CompressFrame(const ZKEncImage_t*, bool, bool, ZKEncImage_t*) override { return 0; }
-    void End() override {}
-    bool IsLastPassEncodingReady() override { return true; }
-    IVideoCompressor* CreateInstance() override { return nullptr; }
     ISettingArray* GetStandardSettings() override { return &m_standard; }
     ISettingArray* GetNonStandardSettings() override { return &m_nonStandard; }
     TSettingTable m_standard{{IntRow("Bitrate", 0), BoolRow("TwoPass", false)}};

@@ -6,19 +6,7 @@
 
 namespace {
 
-class CIdleCompressor : public IVideoCompressor {
-public:
-    void SetFileFormatHint(uint32_t) override {}
-    void SetStreamModeHint(uint32_t) override {}
-    void SetInputColorFormat(uint32_t) override {}
-    uint32_t Begin(const ZKEncImage_t*, bool) override { return 0; }
-    uint32_t CompressFrame(const ZKEncImage_t*, bool, bool, ZKEncImage_t*) override { return 0; }
-    void End() override {}
-    bool IsLastPassEncodingReady() override { return false; }
-    IVideoCompressor* CreateInstance() override { return new CIdleCompressor; }
-    ISettingArray* GetStandardSettings() override { return nullptr; }
-    ISettingArray* GetNonStandardSettings() override { return nullptr; }
-};
+class CIdleCompressor : public kit::TIdleCompressor<CIdleCompressor> {};
 
 }  // namespace
 

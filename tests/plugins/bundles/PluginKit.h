@@ -1,5 +1,6 @@
-// Building blocks of the test plug-ins: the offers a bundle makes, and settings that report their
-// value and how often they were set. Compiled into each plug-in from the public headers only.
+// Building blocks of the test plug-ins: the offers a bundle makes, a compressor that does nothing,
+// and settings that report their value and how often they were set. Compiled into each plug-in
+// (and the preset fuzzer) from the public headers only.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "evc/ISetting.h"
+#include "evc/IVideoCompressor.h"
 #include "evc/PluginPackets.h"
 
 namespace kit {
@@ -43,6 +45,23 @@ bool IsOffered(const TOffer (&offers)[N], uint32_t manufacturer, uint32_t codec)
             return true;
     return false;
 }
+
+// A compressor that accepts every call and compresses nothing: no pictures out, no settings.
+// Self, the derived class, is what CreateInstance makes; it overrides only what it needs.
+template <class Self>
+class TIdleCompressor : public IVideoCompressor {
+public:
+    void SetFileFormatHint(uint32_t) override {}
+    void SetStreamModeHint(uint32_t) override {}
+    void SetInputColorFormat(uint32_t) override {}
+    uint32_t Begin(const ZKEncImage_t*, bool) override { return 0; }
+    uint32_t CompressFrame(const ZKEncImage_t*, bool, bool, ZKEncImage_t*) override { return 0; }
+    void End() override {}
+    bool IsLastPassEncodingReady() override { return true; }
+    IVideoCompressor* CreateInstance() override { return new Self; }
+    ISettingArray* GetStandardSettings() override { return nullptr; }
+    ISettingArray* GetNonStandardSettings() override { return nullptr; }
+};
 
 // A setting that keeps its value as text and counts how often it was set.
 template <class Interface, class T>
