@@ -195,7 +195,9 @@ TEST_F(Channel, ClientAndServiceAlternate)
         ASSERT_EQ(client.wakeUps(), clientWakeUps);
         const std::string key = client.GetSharedMemoryName();
         Watch(key);
-        ChildProcess service([&] { return ServeUntilQuit(key, serviceWakeUps); });
+        // C++17 lambdas cannot capture a structured binding.
+        const bool serviceSleeps = serviceWakeUps;
+        ChildProcess service([&] { return ServeUntilQuit(key, serviceSleeps); });
         ASSERT_TRUE(client.TimedWaitForResponse(10)) << "the service is ready";
         Record* r = client.sharedData();
         for (int i = 0; i < 12; ++i) {
