@@ -17,6 +17,9 @@ if(EVC_SANITIZE)
   if(EVC_SANITIZE MATCHES "thread")
     target_compile_definitions(evc_options INTERFACE EVC_SANITIZE_THREAD)
   endif()
+  if(EVC_SANITIZE MATCHES "undefined")
+    target_compile_definitions(evc_options INTERFACE EVC_SANITIZE_UNDEFINED)
+  endif()
 endif()
 
 # evc_add_library(name SOURCES ... [PUBLIC_HEADERS ...] [DEPS ...] [PRIVATE_DEPS ...]): one static
