@@ -144,16 +144,16 @@ TEST_F(Primitives, MappedFileIsSharedWithItsLockByASecondProcess)
 
 TEST_F(Primitives, TempFileFolderComesFromTheEnvironment)
 {
-    const std::string folder = Folder();
+    const std::string folder = Folder(), missing = folder + "/missing";
     const struct {
         const char *tmpdir, *temp, *tmp;  // null: unset
         std::string expectedFolder;
     } cases[] = {
-        {folder.c_str(), nullptr, nullptr, folder},
-        {"", folder.c_str(), "/nowhere", folder},
-        {nullptr, "", folder.c_str(), folder},
-        {nullptr, nullptr, nullptr, "/tmp"},
-        {(folder + "/missing").c_str(), nullptr, nullptr, ""},
+        {folder.c_str(), nullptr, nullptr, folder},  // TMPDIR first
+        {"", folder.c_str(), "/nowhere", folder},    // an empty one is passed over
+        {nullptr, "", folder.c_str(), folder},       // TMP last
+        {nullptr, nullptr, nullptr, "/tmp"},         // none
+        {missing.c_str(), nullptr, nullptr, ""},     // a folder that is not there
     };
     const ScopedEnv temp("TEMP", ""), tmp("TMP", ""), tmpdir("TMPDIR", "");  // the rows set all three
     for (const auto& c : cases) {

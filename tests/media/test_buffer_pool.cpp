@@ -132,7 +132,8 @@ TEST_F(MediaTest, LastReferenceOnAnyThreadDestroysTheFrameWithItsBundleAndBuffer
         for (auto& t : threads)
             t.join();
         FramePtr second = shared;
-        second = second;  // same holder: nothing changes
+        const FramePtr& same = second;
+        second = same;  // same holder: nothing changes
         EXPECT_EQ(shared.GetRefCount(), 2);
         shared = FramePtr();
         EXPECT_EQ(destroyed, 0);
