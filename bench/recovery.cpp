@@ -1,17 +1,24 @@
 // What a codec crash costs an encode session: a 1080p H.264 encode whose
-// service is killed from outside (SIGKILL) every N pictures. Prints the
-// recovery time (median and max: from the fault until every pending picture
-// was encoded again) and its restart part (until a service was ready again)
-// against a cold start of the same service measured in the same run, and the
-// time one picture takes in steady state; the pictures re-sent, and the
-// pictures missing from the output (must be 0).
+// service is killed from outside (SIGKILL) every N pictures, run alternately
+// with kills and without. Prints one recovery broken into its phases (median
+// and max): the fault noticed, a service ready again (and whether the standby
+// took over), back where it was (the new service has accepted every pending
+// picture again: the host can hand over the next), every re-sent picture's
+// packets handed out; then what the kills add to the whole encode (wall time
+// and the services' processor time, per kill), the references measured in the
+// same run (a cold start in its steps, one picture in steady state, how long a
+// picture's packets take to come out normally), what the idle standby costs,
+// and the pictures missing from the output (must be 0).
 //
 // Usage: recovery [--frames=N] (default 120) [--every=N] (default 30)
 //                 [--preset=NAME] (x264 preset, default veryfast) [--size=WxH] (default 1920x1080)
+//                 [--runs=N] (encodes with kills, and as many without; default 2)
 // The build dir comes from EVC_BUILD_DIR, else the parent of the folder this program runs from.
 
+#include <dirent.h>
 #include <linux/limits.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,7 +26,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "evc/EncodeSession.h"
@@ -29,6 +39,16 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+double Ms(Clock::duration d)
+{
+    return std::chrono::duration<double, std::milli>(d).count();
+}
+
+double Ms(std::chrono::microseconds d)
+{
+    return d.count() / 1000.0;
+}
 
 std::string BuildDir()
 {
@@ -59,6 +79,73 @@ double Median(std::vector<double> values)
     return values[values.size() / 2];
 }
 
+double Max(const std::vector<double>& values)
+{
+    return values.empty() ? 0 : *std::max_element(values.begin(), values.end());
+}
+
+// Processor time of every service this process has reaped, in ms.
+double ReapedChildrenCpuMs()
+{
+    rusage usage{};
+    getrusage(RUSAGE_CHILDREN, &usage);
+    return (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1e3 +
+           (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e3;
+}
+
+// This process's live children (the services).
+std::vector<int> Children()
+{
+    std::vector<int> children;
+    DIR* proc = opendir("/proc");
+    if (proc == nullptr)
+        return children;
+    while (const dirent* entry = readdir(proc)) {
+        const int pid = std::atoi(entry->d_name);
+        if (pid <= 0)
+            continue;
+        std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+        std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+        const size_t end = text.rfind(')');
+        int parent = 0;
+        if (end != std::string::npos && std::sscanf(text.c_str() + end + 1, " %*c %d", &parent) == 1 &&
+            parent == getpid())
+            children.push_back(pid);
+    }
+    closedir(proc);
+    return children;
+}
+
+// Processor time of all threads of a process, in ms (nanosecond counts).
+double CpuMs(int pid)
+{
+    double total = 0;
+    const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
+    DIR* dir = opendir(tasks.c_str());
+    if (dir == nullptr)
+        return 0;
+    while (const dirent* entry = readdir(dir)) {
+        if (entry->d_name[0] == '.')
+            continue;
+        std::ifstream schedstat(tasks + "/" + entry->d_name + "/schedstat");
+        unsigned long long ns = 0;
+        if (schedstat >> ns)
+            total += ns / 1e6;
+    }
+    closedir(dir);
+    return total;
+}
+
+double RssMiB(int pid)
+{
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    std::string line;
+    while (std::getline(status, line))
+        if (line.rfind("VmRSS:", 0) == 0)
+            return std::strtod(line.c_str() + 6, nullptr) / 1024;
+    return 0;
+}
+
 // A moving gradient: cheap to make, not trivial to encode.
 void Draw(std::vector<uint8_t>& bytes, uint32_t width, uint32_t height, uint64_t n)
 {
@@ -68,89 +155,210 @@ void Draw(std::vector<uint8_t>& bytes, uint32_t width, uint32_t height, uint64_t
     std::fill(bytes.begin() + size_t(width) * height, bytes.end(), static_cast<uint8_t>(128 + n));
 }
 
+struct Setup {
+    evc::SessionOptions options;
+    std::string presetXml;
+    ZKEncImage_t picture{};
+    ZKEncImage_t description{};
+    std::vector<uint8_t> pixels;
+    uint64_t frames = 0;
+    uint64_t every = 0;
+};
+
+struct Run {
+    double wallMs = 0;
+    double servicesCpuMs = 0;
+    uint64_t pictures = 0;
+    std::vector<evc::RecoveryEvent> recoveries;
+    std::vector<double> latencies;  // from a picture's send until its packets are out
+    double standbyRssMiB = 0, serviceRssMiB = 0, standbyIdleCpuMsPerS = -1;
+};
+
+Run Encode(Setup& setup, bool kills)
+{
+    Run run;
+    const double cpuBefore = ReapedChildrenCpuMs();
+    std::map<uint64_t, Clock::time_point> sentAt;
+    {
+        evc::EncodeSession session(setup.options, setup.presetXml, setup.description);
+        std::vector<evc::EncodedFrame> out;
+        size_t seen = 0, seenPackets = 0;  // packets already counted
+        const auto begin = Clock::now();
+        for (uint64_t n = 0; n < setup.frames; ++n) {
+            if (kills && n > 0 && n % setup.every == 0)
+                kill(session.servicePid(), SIGKILL);
+            Draw(setup.pixels, setup.picture.image.width, setup.picture.image.height, n);
+            setup.picture.image.time = n;
+            sentAt[n] = Clock::now();
+            session.Encode(setup.picture, n == 0, n + 1 == setup.frames, out);
+            const auto now = Clock::now();
+            // Packets are added to the last output too, not only in new ones.
+            while (seen < out.size()) {
+                for (; seenPackets < out[seen].packets.size(); ++seenPackets) {
+                    const evc::Packet& packet = out[seen].packets[seenPackets];
+                    ++run.pictures;
+                    // The times are picture numbers (time scale 25).
+                    const uint64_t frame = packet.time * 25 / packet.timeBase;
+                    if (!kills && sentAt.count(frame) != 0 && frame + 1 < setup.frames)
+                        run.latencies.push_back(Ms(now - sentAt[frame]));
+                }
+                if (seen + 1 == out.size())
+                    break;
+                ++seen;
+                seenPackets = 0;
+            }
+        }
+        run.wallMs = Ms(Clock::now() - begin);
+        if (!kills) {
+            // The standby has waited through the whole encode: what it holds,
+            // and what it burns in one idle second.
+            for (int pid : Children()) {
+                if (pid == session.servicePid()) {
+                    run.serviceRssMiB = RssMiB(pid);
+                    continue;
+                }
+                run.standbyRssMiB = RssMiB(pid);
+                const double cpu = CpuMs(pid);
+                std::this_thread::sleep_for(std::chrono::seconds(1));
+                run.standbyIdleCpuMsPerS = CpuMs(pid) - cpu;
+            }
+        }
+        session.Close();
+        run.recoveries = session.recoveries();
+    }
+    run.servicesCpuMs = ReapedChildrenCpuMs() - cpuBefore;
+    return run;
+}
+
+// A cold start in its steps: the service started and attached, the preset
+// applied (plug-in loaded), the stream begun (the encoder opened).
+void ColdStart(const Setup& setup, std::vector<double>& spawn, std::vector<double>& preset, std::vector<double>& begin)
+{
+    auto t0 = Clock::now();
+    evc::Client client(setup.options.client);
+    auto t1 = Clock::now();
+    if (client.SetOutput(setup.presetXml) != kZKNoErr)
+        throw std::runtime_error("the service refused the preset");
+    auto t2 = Clock::now();
+    if (client.Begin(&setup.description) != kZKNoErr)
+        throw std::runtime_error("the compressor refused the stream");
+    auto t3 = Clock::now();
+    spawn.push_back(Ms(t1 - t0));
+    preset.push_back(Ms(t2 - t1));
+    begin.push_back(Ms(t3 - t2));
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    const uint64_t frames = std::strtoull(Option(argc, argv, "--frames", "120"), nullptr, 10);
-    const uint64_t every = std::max<uint64_t>(1, std::strtoull(Option(argc, argv, "--every", "30"), nullptr, 10));
+    Setup setup;
+    setup.frames = std::strtoull(Option(argc, argv, "--frames", "120"), nullptr, 10);
+    setup.every = std::max<uint64_t>(1, std::strtoull(Option(argc, argv, "--every", "30"), nullptr, 10));
+    const int runs = std::max(1, std::atoi(Option(argc, argv, "--runs", "2")));
     const std::string preset = Option(argc, argv, "--preset", "veryfast");
     unsigned width = 1920, height = 1080;
     std::sscanf(Option(argc, argv, "--size", "1920x1080"), "%ux%u", &width, &height);
     const std::string build = BuildDir();
 
-    evc::SessionOptions options;
+    evc::SessionOptions& options = setup.options;
     options.client.servicePath = build + "/bin/evc-service";
     options.client.applicationFolder = build;
     options.client.largestFrameBytes = uint64_t(width) * height * 3 / 2;
     options.maxRestarts = 3;
-    const std::string presetXml =
-        "<Output><VideoCompressor Manufacture4cc=\"" + std::to_string(evc::h264::kManufacturer) + "\" Codec4cc=\"" +
-        std::to_string(evc::h264::kCodec) + "\"><NonStandardSettings><Preset Type=\"eEnum\" Value=\"" + preset +
-        "\"/><Threads Type=\"eInt\" Value=\"2\"/></NonStandardSettings>"
-        "</VideoCompressor></Output>";
+    setup.presetXml = "<Output><VideoCompressor Manufacture4cc=\"" + std::to_string(evc::h264::kManufacturer) +
+                      "\" Codec4cc=\"" + std::to_string(evc::h264::kCodec) +
+                      "\"><NonStandardSettings><Preset Type=\"eEnum\" Value=\"" + preset +
+                      "\"/><Threads Type=\"eInt\" Value=\"2\"/></NonStandardSettings>"
+                      "</VideoCompressor></Output>";
 
-    std::vector<uint8_t> pixels(options.client.largestFrameBytes);
-    ZKEncImage_t picture{};
-    if (InitZKImage(&picture.image, static_cast<uint32_t>(pixels.size()), pixels.data(), eColorFormatYUV420Planar,
-                    false, static_cast<int>(width), static_cast<int>(height), false, 0, 25) != 0) {
+    setup.pixels.resize(options.client.largestFrameBytes);
+    if (InitZKImage(&setup.picture.image, static_cast<uint32_t>(setup.pixels.size()), setup.pixels.data(),
+                    eColorFormatYUV420Planar, false, static_cast<int>(width), static_cast<int>(height), false, 0,
+                    25) != 0) {
         std::fprintf(stderr, "recovery: no layout for %ux%u\n", width, height);
         return 1;
     }
-    ZKEncImage_t description = picture;
-    description.image.planes[0] = description.image.planes[1] = description.image.planes[2] = nullptr;
-    description.image.dataSize = 0;
+    setup.description = setup.picture;
+    for (uint8_t*& plane : setup.description.image.planes)
+        plane = nullptr;
+    setup.description.image.dataSize = 0;
 
     try {
-        // The reference: a cold start of the same service with the same preset.
-        std::vector<double> starts;
-        for (int i = 0; i < 3; ++i) {
-            const auto start = Clock::now();
-            evc::EncodeSession cold(options, presetXml, description);
-            starts.push_back(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
+        std::vector<double> spawn, presetLoad, begin;
+        for (int i = 0; i < 3; ++i)
+            ColdStart(setup, spawn, presetLoad, begin);
+
+        // Alternated, so that a change in the machine's load falls on both.
+        std::vector<Run> quiet, killed;
+        for (int r = 0; r < runs; ++r) {
+            quiet.push_back(Encode(setup, false));
+            killed.push_back(Encode(setup, true));
         }
 
-        evc::EncodeSession session(options, presetXml, description);
-        std::vector<evc::EncodedFrame> out;
-        const auto begin = Clock::now();
-        for (uint64_t n = 0; n < frames; ++n) {
-            if (n > 0 && n % every == 0)
-                kill(session.servicePid(), SIGKILL);
-            Draw(pixels, width, height, n);
-            picture.image.time = n;
-            session.Encode(picture, n == 0, n + 1 == frames, out);
+        std::vector<double> detect, restart, back, delivered, resent, quietWall, killedWall, quietCpu, killedCpu,
+            latency;
+        size_t fromStandby = 0, kills = 0;
+        uint64_t missing = 0;
+        for (const Run& run : killed) {
+            killedWall.push_back(run.wallMs);
+            killedCpu.push_back(run.servicesCpuMs);
+            missing += setup.frames - std::min(setup.frames, run.pictures);
+            kills += run.recoveries.size();
+            for (const evc::RecoveryEvent& event : run.recoveries) {
+                detect.push_back(Ms(event.detectTime));
+                restart.push_back(Ms(event.restartTime));
+                back.push_back(Ms(event.recoveryTime));
+                delivered.push_back(Ms(event.deliveryTime));
+                resent.push_back(double(event.resentFrames.size()));
+                fromStandby += event.fromStandby ? 1 : 0;
+            }
         }
-        session.Close();
-        const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
+        double standbyRss = 0, serviceRss = 0, standbyIdle = 0;
+        for (const Run& run : quiet) {
+            quietWall.push_back(run.wallMs);
+            quietCpu.push_back(run.servicesCpuMs);
+            missing += setup.frames - std::min(setup.frames, run.pictures);
+            latency.insert(latency.end(), run.latencies.begin(), run.latencies.end());
+            standbyRss = std::max(standbyRss, run.standbyRssMiB);
+            serviceRss = std::max(serviceRss, run.serviceRssMiB);
+            standbyIdle = std::max(standbyIdle, run.standbyIdleCpuMsPerS);
+        }
+        const double perKill = killed.empty() ? 0 : double(kills) / double(killed.size());
+        double resentTotal = 0;
+        for (double n : resent)
+            resentTotal += n;
 
-        uint64_t pictures = 0;
-        for (const evc::EncodedFrame& frame : out)
-            pictures += frame.packets.size();
-        std::vector<double> recoveries;
-        std::vector<double> restarts;
-        uint64_t resent = 0;
-        for (const evc::RecoveryEvent& event : session.recoveries()) {
-            recoveries.push_back(event.recoveryTime.count() / 1000.0);
-            restarts.push_back(event.restartTime.count() / 1000.0);
-            resent += event.resentFrames.size();
-        }
-        const double median = Median(recoveries);
-        const double worst = recoveries.empty() ? 0 : *std::max_element(recoveries.begin(), recoveries.end());
-        std::printf("%ux%u x264 %s, %llu pictures in %.1f s, service killed every %llu pictures\n", width, height,
-                    preset.c_str(), static_cast<unsigned long long>(frames), seconds,
-                    static_cast<unsigned long long>(every));
-        std::printf("recoveries: %zu, recovery time median %.1f ms, max %.1f ms (target < 150 ms)\n", recoveries.size(),
-                    median, worst);
-        std::printf("of which restart (a service ready again): median %.1f ms, max %.1f ms\n", Median(restarts),
-                    restarts.empty() ? 0 : *std::max_element(restarts.begin(), restarts.end()));
-        std::printf("references: cold start of the service %.1f ms (recovery / cold start = %.2f), "
-                    "one picture %.1f ms on average\n",
-                    Median(starts), Median(starts) > 0 ? median / Median(starts) : 0.0, 1000 * seconds / frames);
-        std::printf("pictures re-sent: %llu (%.1f per recovery); pictures missing: %lld\n",
-                    static_cast<unsigned long long>(resent),
-                    recoveries.empty() ? 0.0 : double(resent) / recoveries.size(),
-                    static_cast<long long>(frames) - static_cast<long long>(pictures));
-        return pictures == frames ? 0 : 1;
+        std::printf("%ux%u x264 %s (2 threads), %llu pictures, service killed every %llu; %d encodes with kills, "
+                    "%d without, alternated\n",
+                    width, height, preset.c_str(), static_cast<unsigned long long>(setup.frames),
+                    static_cast<unsigned long long>(setup.every), runs, runs);
+        std::printf("one recovery (median / max of %zu):\n", back.size());
+        std::printf("  fault noticed (from the failed command's start)      %7.1f / %7.1f ms\n", Median(detect),
+                    Max(detect));
+        std::printf("  a service ready again (the standby in %zu of %zu)        %7.1f / %7.1f ms after the fault\n",
+                    fromStandby, back.size(), Median(restart), Max(restart));
+        std::printf("  back where it was (%.1f pictures accepted again)     %7.1f / %7.1f ms after the fault "
+                    "(target < 150 ms)\n",
+                    back.empty() ? 0.0 : resentTotal / double(back.size()), Median(back), Max(back));
+        std::printf("  every re-sent picture's packets handed out           %7.1f / %7.1f ms after the fault\n",
+                    Median(delivered), Max(delivered));
+        const double extraWall = (Median(killedWall) - Median(quietWall)) / std::max(perKill, 1.0);
+        const double extraCpu = (Median(killedCpu) - Median(quietCpu)) / std::max(perKill, 1.0);
+        std::printf("whole encode: %.0f ms without kills, %.0f ms with %.0f: %+.0f ms wall per kill; the services' "
+                    "processor time %.0f ms and %.0f ms: %+.0f ms per kill\n",
+                    Median(quietWall), Median(killedWall), perKill, extraWall, Median(quietCpu), Median(killedCpu),
+                    extraCpu);
+        std::printf("references: one picture %.1f ms in steady state; a picture's packets come out %.0f ms after it "
+                    "is sent (median, no kills);\n  a cold start: service started %.1f ms, preset applied %.1f ms, "
+                    "stream begun %.1f ms\n",
+                    Median(quietWall) / double(setup.frames), Median(latency), Median(spawn), Median(presetLoad),
+                    Median(begin));
+        std::printf("the idle standby: %.0f MiB resident (the working service %.0f MiB), %.2f ms of processor time "
+                    "per idle second\n",
+                    standbyRss, serviceRss, standbyIdle);
+        std::printf("pictures missing: %llu\n", static_cast<unsigned long long>(missing));
+        return missing == 0 ? 0 : 1;
     } catch (const std::exception& e) {
         std::fprintf(stderr, "recovery: %s\n", e.what());
         return 1;

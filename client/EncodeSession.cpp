@@ -57,16 +57,16 @@ public:
         if (record.descriptors != nullptr || record.image.dataPackets != nullptr)
             throw UsageError("a picture kept by its owner cannot carry packet bundles");
     }
-    // The record over a frame that lives until the next call.
+    // The record until the next call; a copy's planes point into the kept
+    // element itself, so re-sending copies the pixels once, into the segment.
     const ZKEncImage_t& Record(ExternalVideoProxy& proxy)
     {
         if (m_owner)
             return m_record;
         proxy.Begin(m_bytes.data(), static_cast<uint32_t>(m_bytes.size()));
-        m_frame = proxy.DeSerializeFrame(static_cast<uint32_t>(m_bytes.size()));
+        m_frame = proxy.DeSerializeFrameInPlace(static_cast<uint32_t>(m_bytes.size()), m_record);
         if (!m_frame)
             throw UsageError("a kept picture does not read back");
-        m_record = m_frame->GetZKEncImage();
         return m_record;
     }
     // The copy's buffer, for the next picture kept.
@@ -88,6 +88,8 @@ struct Pending {
     std::unique_ptr<KeptPicture> picture;
 };
 
+using Clock = std::chrono::steady_clock;
+
 struct Received {
     uint64_t frame;
     Packet packet;
@@ -101,20 +103,28 @@ public:
         : m_options(options), m_preset(presetXml), m_description(description, m_proxy, {})
     {
         Start();
+        if (!m_options.standbyService)
+            return;
+        if (m_options.standbyDelay.count() <= 0)
+            ReadyStandby();
+        else
+            m_standbyDue = Clock::now() + m_options.standbyDelay;
     }
 
     // A service with the preset applied and the stream begun.
     std::unique_ptr<Client> StartService() const;
-    // Takes the standby service when it is ready and alive, else starts one;
-    // then readies the next standby in the background.
-    void Start();
+    // Takes the standby service when it is ready and alive, else starts one.
+    // Returns whether the standby took over.
+    bool Start();
     // Starts the next standby in the background.
     void ReadyStandby();
     // Sends one command; index names the picture it carries (for errors).
     void Send(const ZKEncImage_t* picture, bool key, bool last, uint64_t index);
     // Sends with recovery: on a service failure restarts and re-sends.
     void SendRecovering(const ZKEncImage_t* picture, bool key, bool last);
-    void Recover(const ServiceError& fault, uint64_t failedIndex, bool last);
+    void Recover(const ServiceError& fault, uint64_t failedIndex, bool last, Clock::time_point commandStart);
+    // Notes the delivery time of recoveries whose re-sent pictures are all out.
+    void NoteDeliveries();
     void Absorb(const EncodedFrame& reply, bool last);
     void Release(bool everything);
     Pending* Find(const Packet& packet);
@@ -130,9 +140,8 @@ public:
     KeptPicture m_description;
     std::unique_ptr<Client> m_client;
     std::future<std::unique_ptr<Client>> m_standby;
-    std::optional<std::chrono::steady_clock::time_point> m_standbyDue;  // the first standby's start
-    bool m_restarted = false;                                           // Start ran before
-    std::deque<Pending> m_pending;  // by index; the front is the oldest not handed out
+    std::optional<Clock::time_point> m_standbyDue;  // the first standby's start
+    std::deque<Pending> m_pending;                  // by index; the front is the oldest not handed out
     std::deque<Received> m_received;
     std::vector<Packet> m_headers;  // stream headers waiting for their first picture
     std::vector<EncodedFrame>* m_sink = nullptr;
@@ -140,6 +149,12 @@ public:
     bool m_finished = false;
     unsigned m_restartsInRow = 0;
     std::vector<RecoveryEvent> m_recoveries;
+    struct Delivery {
+        size_t event;         // in m_recoveries
+        uint64_t lastResent;  // out once it left m_pending
+        Clock::time_point faultKnown;
+    };
+    std::vector<Delivery> m_deliveries;          // recoveries whose re-sent pictures are not all out
     std::vector<std::vector<uint8_t>> m_spares;  // buffers of kept copies handed out
 };
 
@@ -158,7 +173,7 @@ std::unique_ptr<Client> EncodeSession::TPrivate::StartService() const
     return client;
 }
 
-void EncodeSession::TPrivate::Start()
+bool EncodeSession::TPrivate::Start()
 {
     m_client.reset();
     if (m_standby.valid()) {
@@ -170,16 +185,10 @@ void EncodeSession::TPrivate::Start()
             // The standby failed; a fresh start says why if it fails too.
         }
     }
-    if (!m_client)
-        m_client = StartService();
-    if (!m_options.standbyService)
-        return;
-    // The first start may put the standby off; a recovery readies it at once.
-    if (m_restarted || m_options.standbyDelay.count() <= 0)
-        ReadyStandby();
-    else
-        m_standbyDue = std::chrono::steady_clock::now() + m_options.standbyDelay;
-    m_restarted = true;
+    if (m_client)
+        return true;
+    m_client = StartService();
+    return false;
 }
 
 void EncodeSession::TPrivate::ReadyStandby()
@@ -257,6 +266,21 @@ void EncodeSession::TPrivate::Release(bool everything)
     }
     if (released > 0)
         m_restartsInRow = 0;
+    NoteDeliveries();
+}
+
+void EncodeSession::TPrivate::NoteDeliveries()
+{
+    const auto now = Clock::now();
+    for (size_t i = 0; i < m_deliveries.size();) {
+        const Delivery& d = m_deliveries[i];
+        if (!m_pending.empty() && m_pending.front().index <= d.lastResent) {
+            ++i;
+            continue;
+        }
+        m_recoveries[d.event].deliveryTime = std::chrono::duration_cast<std::chrono::microseconds>(now - d.faultKnown);
+        m_deliveries.erase(m_deliveries.begin() + static_cast<std::ptrdiff_t>(i));
+    }
 }
 
 void EncodeSession::TPrivate::Send(const ZKEncImage_t* picture, bool key, bool last, uint64_t index)
@@ -273,23 +297,27 @@ void EncodeSession::TPrivate::SendRecovering(const ZKEncImage_t* picture, bool k
 {
     // The newest picture: the one sent, or the last one for a flush.
     const uint64_t index = m_next - 1;
+    const auto start = Clock::now();
     try {
         Send(picture, key, last, index);
     } catch (const ServiceError& fault) {
-        Recover(fault, index, last);
+        Recover(fault, index, last, start);
     }
 }
 
-void EncodeSession::TPrivate::Recover(const ServiceError& firstFault, uint64_t failedIndex, bool last)
+void EncodeSession::TPrivate::Recover(const ServiceError& firstFault, uint64_t failedIndex, bool last,
+                                      Clock::time_point commandStart)
 {
     if (m_options.maxRestarts == 0)
         throw firstFault;
-    const auto start = std::chrono::steady_clock::now();
+    const auto start = Clock::now();
+    const auto since = [&start] { return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start); };
     ServiceError fault = firstFault;
     RecoveryEvent event;
     event.fault = fault.kind();
     event.message = fault.what();
     event.failedFrame = failedIndex;
+    event.detectTime = std::chrono::duration_cast<std::chrono::microseconds>(start - commandStart);
     for (;;) {
         if (++m_restartsInRow > m_options.maxRestarts)
             throw RecoveryError(fault, failedIndex, m_restartsInRow - 1);
@@ -302,9 +330,8 @@ void EncodeSession::TPrivate::Recover(const ServiceError& firstFault, uint64_t f
             frame.done = false;
         event.resentFrames.clear();
         try {
-            Start();
-            event.restartTime =
-                std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start);
+            event.fromStandby = Start();
+            event.restartTime = since();
             bool first = true;
             // Index-based: a re-sent picture that completes leaves the deque.
             for (size_t i = 0; i < m_pending.size();) {
@@ -324,11 +351,17 @@ void EncodeSession::TPrivate::Recover(const ServiceError& firstFault, uint64_t f
             fault = next;
         }
     }
-    event.recoveryTime =
-        std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start);
+    event.recoveryTime = since();
+    // The next standby starts only now: its start-up would have competed
+    // with the re-encode for the processor.
+    if (m_options.standbyService)
+        ReadyStandby();
     m_recoveries.push_back(event);
+    if (!event.resentFrames.empty())
+        m_deliveries.push_back({m_recoveries.size() - 1, event.resentFrames.back(), start});
+    NoteDeliveries();
     if (m_options.onRecovery)
-        m_options.onRecovery(event);
+        m_options.onRecovery(m_recoveries.back());
 }
 
 EncodeSession::EncodeSession(const SessionOptions& options, const std::string& presetXml,
@@ -351,7 +384,7 @@ std::vector<uint8_t> EncodeSession::TPrivate::SpareBuffer()
 void EncodeSession::TPrivate::Submit(const ZKEncImage_t& picture, std::unique_ptr<KeptPicture> kept, bool key,
                                      bool last, std::vector<EncodedFrame>& output)
 {
-    if (m_standbyDue && std::chrono::steady_clock::now() >= *m_standbyDue)
+    if (m_standbyDue && Clock::now() >= *m_standbyDue)
         ReadyStandby();
     m_pending.push_back({m_next, picture.image.time, picture.image.timeScale, key, false, std::move(kept)});
     ++m_next;

@@ -35,9 +35,22 @@ struct RecoveryEvent {
     std::string message;                                     ///< the fault's text
     uint64_t failedFrame = 0;                                ///< index of the picture in the command that failed
     std::vector<uint64_t> resentFrames;                      ///< in order; the first went as a key frame
-    unsigned restarts = 0;                     ///< services started for this recovery (1 unless restarts failed too)
-    std::chrono::microseconds restartTime{};   ///< from the fault until a service was ready again
-    std::chrono::microseconds recoveryTime{};  ///< from the fault until every pending picture was re-sent
+    unsigned restarts = 0;     ///< services started for this recovery (1 unless restarts failed too)
+    bool fromStandby = false;  ///< the service that took over was the standby, ready beforehand
+    /// From the start of the failed command until the session knew it failed
+    /// (a service killed before the command: the time to notice; a crash
+    /// inside the codec: the codec's work before it, too; a hang: the limit).
+    std::chrono::microseconds detectTime{};
+    /// The phases below count from the moment the failure was known.
+    std::chrono::microseconds restartTime{};  ///< until a service was ready again (preset applied, stream begun)
+    /// Until the new service had accepted every pending picture again: the
+    /// encode is back where it was before the fault, the next picture can go.
+    std::chrono::microseconds recoveryTime{};
+    /// Until every re-sent picture's packets were handed out (they leave the
+    /// encoder as later pictures push them out, as in any encode): known only
+    /// later, so 0 in onRecovery unless the re-send flushed the stream;
+    /// recoveries() has it once known.
+    std::chrono::microseconds deliveryTime{};
 };
 
 /// How an EncodeSession starts its services and how hard it tries to recover.

@@ -143,6 +143,11 @@ TEST_F(EncodeSessionTest, OneFailureCostsNoPictureAndTheOutputDecodes)
             // Every picture's packets are out: no owner is held any more.
             for (const auto& owner : m_owners)
                 EXPECT_TRUE(owner.expired());
+            // The standby took over unless none was due yet; the re-sent
+            // pictures' delivery was noted once they were all out.
+            ASSERT_EQ(session.recoveries().size(), 1u);
+            EXPECT_EQ(session.recoveries()[0].fromStandby, !row.cold);
+            EXPECT_GE(session.recoveries()[0].deliveryTime, session.recoveries()[0].recoveryTime);
         }
         std::filesystem::remove(marker);
         ASSERT_EQ(seen.size(), 1u);
