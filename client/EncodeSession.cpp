@@ -90,6 +90,11 @@ struct Pending {
 
 using Clock = std::chrono::steady_clock;
 
+// The standby's first ping comes once it has had time to fall asleep; later
+// ones keep it well inside the service's five minutes without a command.
+constexpr std::chrono::milliseconds kFirstStandbyPing{10};
+constexpr std::chrono::seconds kStandbyPingPeriod{30};
+
 struct Received {
     uint64_t frame;
     Packet packet;
@@ -118,6 +123,13 @@ public:
     bool Start();
     // Starts the next standby in the background.
     void ReadyStandby();
+    // Takes over a standby whose start has finished (or, with wait, waits
+    // for it); a start that failed leaves none.
+    void TakeStandby(bool wait);
+    // Pings the idle standby now and then: its first wait learns that this
+    // side wakes it (else it polls every millisecond), and a service that
+    // hears nothing for five minutes ends itself.
+    void LookAfterStandby();
     // Sends one command; index names the picture it carries (for errors).
     void Send(const ZKEncImage_t* picture, bool key, bool last, uint64_t index);
     // Sends with recovery: on a service failure restarts and re-sends.
@@ -139,9 +151,11 @@ public:
     ExternalVideoProxy m_proxy;
     KeptPicture m_description;
     std::unique_ptr<Client> m_client;
-    std::future<std::unique_ptr<Client>> m_standby;
-    std::optional<Clock::time_point> m_standbyDue;  // the first standby's start
-    std::deque<Pending> m_pending;                  // by index; the front is the oldest not handed out
+    std::future<std::unique_ptr<Client>> m_standbyStart;  // a standby starting in the background
+    std::unique_ptr<Client> m_standby;                    // one ready and idle
+    Clock::time_point m_standbyPing;                      // when the standby is pinged next
+    std::optional<Clock::time_point> m_standbyDue;        // the first standby's start
+    std::deque<Pending> m_pending;                        // by index; the front is the oldest not handed out
     std::deque<Received> m_received;
     std::vector<Packet> m_headers;  // stream headers waiting for their first picture
     std::vector<EncodedFrame>* m_sink = nullptr;
@@ -176,15 +190,10 @@ std::unique_ptr<Client> EncodeSession::TPrivate::StartService() const
 bool EncodeSession::TPrivate::Start()
 {
     m_client.reset();
-    if (m_standby.valid()) {
-        try {
-            m_client = m_standby.get();
-            if (!m_client->serviceAlive())
-                m_client.reset();
-        } catch (const std::exception&) {
-            // The standby failed; a fresh start says why if it fails too.
-        }
-    }
+    TakeStandby(true);
+    if (m_standby && m_standby->serviceAlive())
+        m_client = std::move(m_standby);
+    m_standby.reset();
     if (m_client)
         return true;
     m_client = StartService();
@@ -194,7 +203,37 @@ bool EncodeSession::TPrivate::Start()
 void EncodeSession::TPrivate::ReadyStandby()
 {
     m_standbyDue.reset();
-    m_standby = std::async(std::launch::async, [this] { return StartService(); });
+    m_standbyStart = std::async(std::launch::async, [this] { return StartService(); });
+}
+
+void EncodeSession::TPrivate::TakeStandby(bool wait)
+{
+    if (!m_standbyStart.valid() ||
+        (!wait && m_standbyStart.wait_for(std::chrono::seconds(0)) != std::future_status::ready))
+        return;
+    try {
+        m_standby = m_standbyStart.get();
+        // Pinged once it sleeps in its wait for a command.
+        m_standbyPing = Clock::now() + kFirstStandbyPing;
+    } catch (const std::exception&) {
+        // The standby failed; a recovery's fresh start says why if it fails too.
+    }
+}
+
+void EncodeSession::TPrivate::LookAfterStandby()
+{
+    TakeStandby(false);
+    const auto now = Clock::now();
+    if (!m_standby || now < m_standbyPing)
+        return;
+    m_standbyPing = now + kStandbyPingPeriod;
+    try {
+        m_standby->IsLastPassEncodingReady();
+    } catch (const std::exception&) {
+        // It died idle: another one takes its place.
+        m_standby.reset();
+        ReadyStandby();
+    }
 }
 
 Pending* EncodeSession::TPrivate::Find(const Packet& packet)
@@ -386,6 +425,7 @@ void EncodeSession::TPrivate::Submit(const ZKEncImage_t& picture, std::unique_pt
 {
     if (m_standbyDue && Clock::now() >= *m_standbyDue)
         ReadyStandby();
+    LookAfterStandby();
     m_pending.push_back({m_next, picture.image.time, picture.image.timeScale, key, false, std::move(kept)});
     ++m_next;
     m_finished = last;
