@@ -61,7 +61,11 @@ public:
     // One request: the caller has written the operands; posts and waits.
     uint32_t Transact(CAExternalVideoProxySharedData::TCommand command, const char* name);
     uint32_t Transact(CAExternalVideoProxySharedData::TCommand command, const char* name, const Limit& limit);
-    void WaitForResponse(const char* name, const Limit& limit);
+    // The first half of a request: posts without waiting.
+    void Post(CAExternalVideoProxySharedData::TCommand command, const char* name, const Limit& limit);
+    // Waits for the response until limit has passed since start.
+    void WaitForResponse(const char* name, const Limit& limit,
+                         std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now());
     [[noreturn]] void Fail(const char* name, const Limit& limit);
     // The service answered what the protocol does not allow: it is stopped.
     [[noreturn]] void Violation(const std::string& what);
@@ -80,6 +84,11 @@ public:
     ExternalVideoProxy m_proxy;
     bool m_quit = false;
     uint64_t m_picturesPending = 0;
+    // A CompressFrame posted and not collected, and its limit (from the post).
+    bool m_posted = false;
+    bool m_postedLast = false;
+    Limit m_postedLimit;
+    std::chrono::steady_clock::time_point m_postedAt;
     // What the plug-ins declare, listed while the service starts, for the
     // first SetOutput that checks.
     std::future<std::vector<CodecInfo>> m_listing;
@@ -198,11 +207,14 @@ void Client::TPrivate::CheckUsable() const
 {
     if (m_quit)
         throw UsageError("the service was quit; no command can follow");
+    if (m_posted)
+        throw UsageError("a CompressFrame was posted and not collected; the segment is the service's until then");
 }
 
-void Client::TPrivate::WaitForResponse(const char* name, const Limit& limit)
+void Client::TPrivate::WaitForResponse(const char* name, const Limit& limit,
+                                       std::chrono::steady_clock::time_point start)
 {
-    const auto deadline = std::chrono::steady_clock::now() + limit.total;
+    const auto deadline = start + limit.total;
     for (unsigned slice = kFirstWatchSliceMs;; slice = std::min(2 * slice, kLastWatchSliceMs)) {
         // Sleeps on the response semaphore, which the service's post ends at
         // once, in slices; between them the child and the clock are looked
@@ -228,6 +240,13 @@ uint32_t Client::TPrivate::Transact(CAExternalVideoProxySharedData::TCommand com
 uint32_t Client::TPrivate::Transact(CAExternalVideoProxySharedData::TCommand command, const char* name,
                                     const Limit& limit)
 {
+    Post(command, name, limit);
+    WaitForResponse(name, limit);
+    return m_channel.GetStatus();
+}
+
+void Client::TPrivate::Post(CAExternalVideoProxySharedData::TCommand command, const char* name, const Limit& limit)
+{
     CheckUsable();
     if (!m_process->alive())
         Fail(name, limit);
@@ -237,8 +256,6 @@ uint32_t Client::TPrivate::Transact(CAExternalVideoProxySharedData::TCommand com
         Violation(std::string("a response arrived before ") + name + " was sent");
     m_channel.SetCommand(command);
     m_channel.PostCommand();
-    WaitForResponse(name, limit);
-    return m_channel.GetStatus();
 }
 
 uint32_t Client::TPrivate::WriteFrame(uint64_t offset, const ZKEncImage_t& record)
@@ -338,10 +355,17 @@ uint32_t Client::Begin(const ZKEncImage_t* sample, bool flag)
 uint32_t Client::CompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool isLastFrame, EncodedFrame* result,
                                const ZKEncImage_t* outputDescription)
 {
-    TPrivate& p = *m_private;
-    p.CheckUsable();
     if (result != nullptr)
         *result = EncodedFrame();
+    PostCompressFrame(input, isKeyFrame, isLastFrame, outputDescription);
+    return CollectCompressFrame(result);
+}
+
+void Client::PostCompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool isLastFrame,
+                               const ZKEncImage_t* outputDescription)
+{
+    TPrivate& p = *m_private;
+    p.CheckUsable();
     uint32_t inputBytes = input != nullptr ? p.WriteFrame(0, *input) : 0;
     ZKEncImage_t output{};
     if (outputDescription != nullptr) {
@@ -368,7 +392,26 @@ uint32_t Client::CompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool 
         limit.origin += " + " + std::to_string(p.m_picturesPending) + " pending pictures x pendingPictureTimeout " +
                         Milliseconds(p.m_options.pendingPictureTimeout);
     }
-    const uint32_t status = p.Transact(CAExternalVideoProxySharedData::kCompressFrame, "CompressFrame", limit);
+    p.Post(CAExternalVideoProxySharedData::kCompressFrame, "CompressFrame", limit);
+    p.m_posted = true;
+    p.m_postedLast = isLastFrame;
+    p.m_postedLimit = std::move(limit);
+    p.m_postedAt = std::chrono::steady_clock::now();
+}
+
+uint32_t Client::CollectCompressFrame(EncodedFrame* result)
+{
+    TPrivate& p = *m_private;
+    if (p.m_quit || !p.m_posted)
+        throw UsageError(p.m_quit ? "the service was quit; no command can follow"
+                                  : "no CompressFrame was posted; there is nothing to collect");
+    if (result != nullptr)
+        *result = EncodedFrame();
+    // Whatever happens next, the segment is the client's again.
+    p.m_posted = false;
+    const bool isLastFrame = p.m_postedLast;
+    p.WaitForResponse("CompressFrame", p.m_postedLimit, p.m_postedAt);
+    const uint32_t status = p.m_channel.GetStatus();
 
     EncodedFrame copy;
     EncodedFrame& out = result != nullptr ? *result : copy;
@@ -387,6 +430,8 @@ uint32_t Client::CompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool 
 ZKEncImage_t Client::LendPicture(uint32_t colorFormat, uint32_t width, uint32_t height)
 {
     TPrivate& p = *m_private;
+    if (p.m_posted)
+        throw UsageError("a CompressFrame was posted and not collected; its picture still lies in the segment");
     ZKEncImage_t record{};
     const uint32_t bytes = CalcFrameSize(colorFormat, width, height, 0, false);
     if (width > INT32_MAX || height > INT32_MAX || bytes == 0 ||
@@ -469,6 +514,11 @@ uint64_t Client::payloadCapacity() const
 uint64_t Client::picturesPending() const
 {
     return m_private->m_picturesPending;
+}
+
+bool Client::compressPosted() const
+{
+    return m_private->m_posted;
 }
 
 }  // namespace evc

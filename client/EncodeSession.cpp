@@ -140,9 +140,12 @@ public:
     void Absorb(const EncodedFrame& reply, bool last);
     void Release(bool everything);
     Pending* Find(const Packet& packet);
-    // Sends a new picture, kept as given for re-sending.
-    void Submit(const ZKEncImage_t& picture, std::unique_ptr<KeptPicture> kept, bool key, bool last,
-                std::vector<EncodedFrame>& output);
+    // Sends a new picture, kept as given for re-sending, without waiting.
+    void Post(const ZKEncImage_t& picture, std::unique_ptr<KeptPicture> kept, bool key, bool last);
+    // Waits for the posted picture's answer; recovers a service that failed.
+    void Collect(std::vector<EncodedFrame>& output);
+    // Refuses a call while a picture is posted and not collected.
+    void CheckNotPosted() const;
     // A buffer of a picture handed out, for the next copy.
     std::vector<uint8_t> SpareBuffer();
 
@@ -161,6 +164,12 @@ public:
     std::vector<EncodedFrame>* m_sink = nullptr;
     uint64_t m_next = 0;
     bool m_finished = false;
+    // A picture posted and not collected: its flags, and the service's
+    // failure during the post, reported when it is collected.
+    bool m_posted = false;
+    bool m_postedLast = false;
+    Clock::time_point m_postedAt;
+    std::optional<ServiceError> m_postFault;
     unsigned m_restartsInRow = 0;
     std::vector<RecoveryEvent> m_recoveries;
     struct Delivery {
@@ -420,44 +429,99 @@ std::vector<uint8_t> EncodeSession::TPrivate::SpareBuffer()
     return buffer;
 }
 
-void EncodeSession::TPrivate::Submit(const ZKEncImage_t& picture, std::unique_ptr<KeptPicture> kept, bool key,
-                                     bool last, std::vector<EncodedFrame>& output)
+void EncodeSession::TPrivate::CheckNotPosted() const
 {
+    if (m_posted)
+        throw UsageError("a picture was posted and not collected; collect it first");
+}
+
+void EncodeSession::TPrivate::Post(const ZKEncImage_t& picture, std::unique_ptr<KeptPicture> kept, bool key, bool last)
+{
+    CheckNotPosted();
+    if (m_finished)
+        throw UsageError("the stream was finished; no picture can follow");
     if (m_standbyDue && Clock::now() >= *m_standbyDue)
         ReadyStandby();
     LookAfterStandby();
     m_pending.push_back({m_next, picture.image.time, picture.image.timeScale, key, false, std::move(kept)});
     ++m_next;
-    m_finished = last;
-    m_sink = &output;
+    m_postFault.reset();
     // The caller's own picture goes out; the kept one serves re-sending.
-    SendRecovering(&picture, key, last);
+    try {
+        m_client->PostCompressFrame(&picture, key, last);
+    } catch (const ServiceError& fault) {
+        // The picture is pending: Collect recovers and sends it again.
+        m_postFault = fault;
+    } catch (...) {
+        // Refused before it was sent (it does not fit): as if never given.
+        m_pending.pop_back();
+        --m_next;
+        throw;
+    }
+    m_finished = last;
+    m_posted = true;
+    m_postedLast = last;
+    m_postedAt = Clock::now();
+}
+
+void EncodeSession::TPrivate::Collect(std::vector<EncodedFrame>& output)
+{
+    if (!m_posted)
+        throw UsageError("no picture was posted; there is nothing to collect");
+    m_posted = false;
+    m_sink = &output;
+    const uint64_t index = m_next - 1;
+    try {
+        if (m_postFault)
+            throw ServiceError(*m_postFault);
+        EncodedFrame reply;
+        const uint32_t status = m_client->CollectCompressFrame(&reply);
+        if (status != kZKNoErr)
+            throw StatusError(status, "the compressor failed on frame " + std::to_string(index) + " (status " +
+                                          Hex(status) + ")");
+        Absorb(reply, m_postedLast);
+    } catch (const ServiceError& fault) {
+        m_postFault.reset();
+        Recover(fault, index, m_postedLast, m_postedAt);
+    }
 }
 
 void EncodeSession::Encode(const ZKEncImage_t& picture, bool isKeyFrame, bool isLastFrame,
                            std::vector<EncodedFrame>& output)
 {
     TPrivate& p = *m_private;
+    p.CheckNotPosted();
     if (p.m_finished)
         throw UsageError("the stream was finished; no picture can follow");
-    p.Submit(picture, std::make_unique<KeptPicture>(picture, p.m_proxy, p.SpareBuffer()), isKeyFrame, isLastFrame,
-             output);
+    p.Post(picture, std::make_unique<KeptPicture>(picture, p.m_proxy, p.SpareBuffer()), isKeyFrame, isLastFrame);
+    p.Collect(output);
 }
 
 void EncodeSession::Encode(const ZKEncImage_t& picture, std::shared_ptr<const void> owner, bool isKeyFrame,
                            bool isLastFrame, std::vector<EncodedFrame>& output)
 {
+    Post(picture, std::move(owner), isKeyFrame, isLastFrame);
+    m_private->Collect(output);
+}
+
+void EncodeSession::Post(const ZKEncImage_t& picture, std::shared_ptr<const void> owner, bool isKeyFrame,
+                         bool isLastFrame)
+{
     TPrivate& p = *m_private;
-    if (p.m_finished)
-        throw UsageError("the stream was finished; no picture can follow");
     if (!owner)
         throw UsageError("a picture kept by its owner needs an owner");
-    p.Submit(picture, std::make_unique<KeptPicture>(picture, std::move(owner)), isKeyFrame, isLastFrame, output);
+    p.Post(picture, std::make_unique<KeptPicture>(picture, std::move(owner)), isKeyFrame, isLastFrame);
+}
+
+void EncodeSession::Collect(std::vector<EncodedFrame>& output)
+{
+    m_private->Collect(output);
 }
 
 void EncodeSession::Finish(std::vector<EncodedFrame>& output)
 {
     TPrivate& p = *m_private;
+    p.CheckNotPosted();
     if (p.m_finished)
         return;
     p.m_finished = true;
@@ -468,6 +532,7 @@ void EncodeSession::Finish(std::vector<EncodedFrame>& output)
 void EncodeSession::Close()
 {
     TPrivate& p = *m_private;
+    p.CheckNotPosted();
     try {
         const uint32_t status = p.m_client->End();
         if (status != kZKNoErr)

@@ -275,12 +275,18 @@ std::string StatusText(uint32_t status)
 
 namespace {
 
-// The service as the loop sees it: one picture in, what came out appended.
+// The service as the loop sees it: one picture posted at a time, what came
+// out of it collected while the next one waits, prepared.
 class Channel {
 public:
     virtual ~Channel() = default;
-    // May take the picture's pixels (its time and duration stay).
-    virtual void send(Picture& picture, bool key, bool last, std::vector<EncodedFrame>& output) = 0;
+    // Readies the next picture while the service still works on the one
+    // posted; may take its pixels (its time and duration stay).
+    virtual void prepare(Picture&) {}
+    // Sends the picture last prepared (or this one).
+    virtual void post(Picture& picture, bool key, bool last) = 0;
+    // Waits for the posted picture's answer; what came out is appended.
+    virtual void collect(std::vector<EncodedFrame>& output) = 0;
     // Ends the stream and quits the service.
     virtual void close() = 0;
 };
@@ -314,11 +320,17 @@ public:
     }
     ~DirectChannel() override { SetServiceToKill(0); }
 
-    void send(Picture& picture, bool key, bool last, std::vector<EncodedFrame>& output) override
+    // The picture goes straight into the segment, which is free only now.
+    void post(Picture& picture, bool key, bool last) override
     {
         ZKEncImage_t input = Lend(m_client, m_format, picture);
+        m_client.PostCompressFrame(&input, key, last);
+    }
+
+    void collect(std::vector<EncodedFrame>& output) override
+    {
         EncodedFrame encoded;
-        const uint32_t status = m_client.CompressFrame(&input, key, last, &encoded);
+        const uint32_t status = m_client.CollectCompressFrame(&encoded);
         if (InterruptCount() >= 2)
             throw EncodeAbandoned();
         if (status != kZKNoErr)
@@ -371,15 +383,28 @@ public:
     }
     ~SessionChannel() override { SetServiceToKill(0); }
 
-    void send(Picture& picture, bool key, bool last, std::vector<EncodedFrame>& output) override
+    // A converted copy, when one is needed, is made here, off the wait.
+    void prepare(Picture& picture) override { m_prepared = m_keeper.Keep(picture, m_owner); }
+
+    void post(Picture& picture, bool key, bool last) override
     {
-        std::shared_ptr<const void> owner;
-        const ZKEncImage_t input = m_keeper.Keep(picture, owner);
-        const uint64_t frame = m_session->framesSent();
+        if (!m_owner)
+            prepare(picture);
+        m_posted = m_session->framesSent();
         try {
-            m_session->Encode(input, std::move(owner), key, last, output);
+            m_session->Post(m_prepared, std::move(m_owner), key, last);
         } catch (const StatusError& e) {
-            throw EncodeError(PictureFailure(frame, e.status()));
+            throw EncodeError(PictureFailure(m_posted, e.status()));
+        }
+        m_owner.reset();
+    }
+
+    void collect(std::vector<EncodedFrame>& output) override
+    {
+        try {
+            m_session->Collect(output);
+        } catch (const StatusError& e) {
+            throw EncodeError(PictureFailure(m_posted, e.status()));
         } catch (const ServiceError&) {
             if (InterruptCount() >= 2)
                 throw EncodeAbandoned();
@@ -403,6 +428,10 @@ private:
     // Before the session: the pictures it keeps return their buffers here.
     PictureKeeper m_keeper;
     std::unique_ptr<EncodeSession> m_session;
+    // The next picture, prepared, and the index of the one posted.
+    ZKEncImage_t m_prepared{};
+    std::shared_ptr<const void> m_owner;
+    uint64_t m_posted = 0;
 };
 
 std::unique_ptr<Channel> OpenChannel(const EncodeJob& job, const VideoFormat& format)
@@ -433,14 +462,30 @@ EncodeResult Encode(FrameSource& source, const EncodeJob& job, Progress& progres
                           (reader.interrupted() ? ": interrupted before the first picture" : ": holds no pictures"));
     std::vector<EncodedFrame> encoded;
     std::map<uint64_t, uint64_t> durations;  // of the pictures in the compressor, by time
-    while (!current.end) {
-        Item following = reader.next();
+    // The compressor guesses the duration of a picture it has not seen the
+    // successor of; the source knows it.
+    const auto post = [&](Item& item, bool key, bool last) {
+        if (item.picture.duration != 0)
+            durations[item.picture.time] = item.picture.duration;
+        channel->post(item.picture, key, last);
+    };
+    // One picture is with the service while the next is read and prepared
+    // and the output of the one before is written: the service never waits
+    // for this side's bookkeeping, only for the copy into the segment.
+    Item following = reader.next();
+    post(current, true, following.end);
+    while (true) {
+        Item after;
+        after.end = true;
+        if (!following.end) {
+            // Whether the following picture is the last one.
+            after = reader.next();
+            channel->prepare(following.picture);
+        }
         encoded.clear();
-        channel->send(current.picture, result.frames == 0, following.end, encoded);
-        // The compressor guesses the duration of a picture it has not seen
-        // the successor of; the source knows it.
-        if (current.picture.duration != 0)
-            durations[current.picture.time] = current.picture.duration;
+        channel->collect(encoded);
+        if (!following.end)
+            post(following, false, after.end);
         Writing([&] {
             for (AudioPacket& audio : current.audio)
                 writer->writeAudio(std::move(audio));
@@ -462,6 +507,9 @@ EncodeResult Encode(FrameSource& source, const EncodeJob& job, Progress& progres
         if (job.onProgress)
             job.onProgress(result.frames, result.pictures, writer->bytesWritten());
         current = std::move(following);
+        if (current.end)
+            break;
+        following = std::move(after);
     }
     // What was read after the last picture.
     Writing([&] {

@@ -207,6 +207,27 @@ public:
     ///         range, it is not a frame element, or a success came without one.
     uint32_t CompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool isLastFrame, EncodedFrame* result,
                            const ZKEncImage_t* outputDescription = nullptr);
+    /// The first half of CompressFrame: writes the request and posts command
+    /// 3, then returns without waiting, so the caller can read and convert
+    /// the next picture, or write out earlier packets, while the compressor
+    /// works. CollectCompressFrame gives the answer. Until then the segment
+    /// is the service's: every other command, and LendPicture, throws
+    /// UsageError. The command's time limit counts from the post.
+    /// @param input, isKeyFrame, isLastFrame, outputDescription as for
+    ///        CompressFrame.
+    /// @throws UsageError as CompressFrame, or a CompressFrame already posted.
+    void PostCompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool isLastFrame,
+                           const ZKEncImage_t* outputDescription = nullptr);
+    /// The second half: waits for the answer to the posted CompressFrame and
+    /// reads its reply.
+    /// @param result as for CompressFrame.
+    /// @return as CompressFrame.
+    /// @throws UsageError nothing was posted.
+    /// @throws ServiceError as CompressFrame (a service that died after the
+    ///         post is reported here).
+    uint32_t CollectCompressFrame(EncodedFrame* result);
+    /// Whether a CompressFrame was posted and not yet collected. Never throws.
+    bool compressPosted() const;
     /// A picture whose planes lie in the shared segment, exactly where
     /// CompressFrame (or Begin) puts the pixels of the request's frame: read or
     /// convert a frame straight into its planes, set its times, and pass it to

@@ -135,6 +135,18 @@ public:
     /// The picture may not carry packet bundles (UsageError).
     void Encode(const ZKEncImage_t& picture, std::shared_ptr<const void> owner, bool isKeyFrame, bool isLastFrame,
                 std::vector<EncodedFrame>& output);
+    /// Encode in two steps: sends the picture as the Encode with an owner does
+    /// and returns without waiting, so the caller can prepare the next
+    /// picture, or write out earlier packets, while the compressor works.
+    /// Collect must follow before any other call that sends. A service that
+    /// fails between the two is recovered in Collect, and this picture is sent
+    /// again with the others pending. Throws UsageError (a picture already
+    /// posted, after the last frame, or as Encode), StatusError.
+    void Post(const ZKEncImage_t& picture, std::shared_ptr<const void> owner, bool isKeyFrame, bool isLastFrame);
+    /// The second step: waits for the posted picture's answer and appends what
+    /// can be handed out to output, as Encode does. Throws what Encode throws,
+    /// and UsageError when nothing was posted.
+    void Collect(std::vector<EncodedFrame>& output);
     /// Flushes without a new picture, when no last frame was sent. The same
     /// errors as Encode.
     void Finish(std::vector<EncodedFrame>& output);

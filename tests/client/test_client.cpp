@@ -44,7 +44,8 @@ bool InMappingOf(const std::string& path, const uint8_t* p, size_t n)
 }
 
 // The pictures travel with their exact pixels: the first from the host's memory, the second lent
-// over the segment; pictures that cannot be lent are refused with the matching error.
+// over the segment and sent in two steps (nothing may touch the segment between them); pictures
+// that cannot be lent are refused with the matching error.
 TEST_F(Client, ConversationWithTheEchoCompressor)
 {
     evc::Client client(TestClientOptions());
@@ -74,7 +75,17 @@ TEST_F(Client, ConversationWithTheEchoCompressor)
             lent.image.timeScale = 25;
         }
         evc::EncodedFrame frame;
-        ASSERT_EQ(client.CompressFrame(&lent, seed == 1, seed == 2, &frame), 0u);
+        if (seed == 1) {
+            ASSERT_EQ(client.CompressFrame(&lent, true, false, &frame), 0u);
+        } else {
+            client.PostCompressFrame(&lent, false, true);
+            EXPECT_TRUE(client.compressPosted());
+            EXPECT_THROW(client.LendPicture(eColorFormatYUV420Planar, 64, 64), evc::UsageError);
+            EXPECT_THROW(client.PostCompressFrame(&lent, false, true), evc::UsageError);
+            EXPECT_THROW(client.SetStreamModeHint(3), evc::UsageError);
+            ASSERT_EQ(client.CollectCompressFrame(&frame), 0u);
+            EXPECT_THROW(client.CollectCompressFrame(&frame), evc::UsageError) << "collected once";
+        }
         ASSERT_GE(frame.packets.size(), 2u);
         const TEchoReport report =
             ParseEchoReport(std::string(frame.packets[0].data.begin(), frame.packets[0].data.end()));
@@ -295,6 +306,8 @@ TEST_F(ClientLife, CallerMistakesAreUsageErrors)
     Watch(client.segmentKey());
     TestImage huge(8000, 6000, 0, 25);
     EXPECT_THROW(client.CompressFrame(&huge.record, false, false, nullptr), evc::UsageError);
+    EXPECT_THROW(client.PostCompressFrame(&huge.record, false, false), evc::UsageError);
+    EXPECT_THROW(client.CollectCompressFrame(nullptr), evc::UsageError) << "nothing was posted";
     EXPECT_THROW(client.SetOutput(std::string(client.payloadCapacity() + 1, ' ')), evc::UsageError);
     EXPECT_EQ(client.SetOutput(EchoPreset()), kZKNoErr);
     client.Quit();

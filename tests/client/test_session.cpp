@@ -1,7 +1,8 @@
 // Encode sessions that lose nothing: the real H.264 compressor behind a fault
 // switch crashes or hangs once at a chosen picture (or while flushing), or the
 // service is killed from outside; the output must hold every picture, decode
-// with ffmpeg without a complaint and stay close to the source. A picture that
+// with ffmpeg without a complaint and stay close to the source, also when the
+// pictures go in two steps and the service dies between them. A picture that
 // fails every time ends the session with an error naming it.
 #include <gtest/gtest.h>
 
@@ -69,15 +70,24 @@ protected:
     // Encodes count pictures; kills the service from outside before picture
     // killAt when it is not negative. Returns the Annex-B stream.
     // With byOwner the session keeps each picture through its owner instead
-    // of a copy; the owners are watched in m_owners.
-    std::string Encode(evc::EncodeSession& session, uint64_t count, int64_t killAt = -1, bool byOwner = false)
+    // of a copy; the owners are watched in m_owners. In twoSteps each picture
+    // is posted and then collected, and the kill comes between the two.
+    std::string Encode(evc::EncodeSession& session, uint64_t count, int64_t killAt = -1, bool byOwner = false,
+                       bool twoSteps = false)
     {
         std::vector<evc::EncodedFrame> out;
         for (uint64_t n = 0; n < count; ++n) {
-            if (static_cast<int64_t>(n) == killAt)
+            if (static_cast<int64_t>(n) == killAt && !twoSteps)
                 kill(session.servicePid(), SIGKILL);
             auto bytes = std::make_shared<std::vector<uint8_t>>(Picture(n));
-            if (byOwner) {
+            if (twoSteps) {
+                m_owners.push_back(bytes);
+                const ZKEncImage_t record = Record(bytes.get(), n);
+                session.Post(record, std::move(bytes), n == 0, n + 1 == count);
+                if (static_cast<int64_t>(n) == killAt)
+                    kill(session.servicePid(), SIGKILL);
+                session.Collect(out);
+            } else if (byOwner) {
                 m_owners.push_back(bytes);
                 const ZKEncImage_t record = Record(bytes.get(), n);
                 session.Encode(record, std::move(bytes), n == 0, n + 1 == count, out);
@@ -110,6 +120,7 @@ TEST_F(EncodeSessionTest, OneFailureCostsNoPictureAndTheOutputDecodes)
         evc::ServiceError::Kind kind;
         bool byOwner = false;
         bool cold = false;  // no standby yet: the recovery starts a service
+        bool twoSteps = false;
     };
     const Row rows[] = {
         {"crash at picture 7", "CompressFrame:segv:t=7:once=ONCE", -1, evc::ServiceError::Kind::Crashed},
@@ -120,6 +131,9 @@ TEST_F(EncodeSessionTest, OneFailureCostsNoPictureAndTheOutputDecodes)
          evc::ServiceError::Kind::Crashed, true},
         {"crash at picture 7 before the standby is due", "CompressFrame:segv:t=7:once=ONCE", -1,
          evc::ServiceError::Kind::Crashed, false, true},
+        {"crash at picture 7, two steps", "CompressFrame:segv:t=7:once=ONCE", -1, evc::ServiceError::Kind::Crashed,
+         true, false, true},
+        {"killed between post and collect of picture 20", "", 20, evc::ServiceError::Kind::Crashed, true, false, true},
     };
     constexpr uint64_t kCount = 40;
     const std::string marker = Path("fired");
@@ -138,7 +152,7 @@ TEST_F(EncodeSessionTest, OneFailureCostsNoPictureAndTheOutputDecodes)
         std::string stream;
         {
             evc::EncodeSession session(options, Preset(fault), Record(nullptr, 0));
-            stream = Encode(session, kCount, row.killAt, row.byOwner);
+            stream = Encode(session, kCount, row.killAt, row.byOwner, row.twoSteps);
             EXPECT_EQ(session.framesPending(), 0u);
             // Every picture's packets are out: no owner is held any more.
             for (const auto& owner : m_owners)
@@ -169,6 +183,26 @@ TEST_F(EncodeSessionTest, OneFailureCostsNoPictureAndTheOutputDecodes)
             source = Cat({source, Picture(n)});
         EXPECT_GT(Psnr(source, Bytes(decode.output.begin(), decode.output.end())), 35.0);
     }
+}
+
+TEST_F(EncodeSessionTest, TwoStepsAllowNothingBetweenThemAndNoCollectWithoutAPost)
+{
+    evc::EncodeSession session(Options(), Preset(""), Record(nullptr, 0));
+    std::vector<evc::EncodedFrame> out;
+    EXPECT_THROW(session.Collect(out), evc::UsageError);
+    auto bytes = std::make_shared<std::vector<uint8_t>>(Picture(0));
+    const ZKEncImage_t record = Record(bytes.get(), 0);
+    session.Post(record, bytes, true, false);
+    EXPECT_THROW(session.Post(record, bytes, false, true), evc::UsageError);
+    EXPECT_THROW(session.Encode(record, false, true, out), evc::UsageError);
+    EXPECT_THROW(session.Finish(out), evc::UsageError);
+    EXPECT_THROW(session.Close(), evc::UsageError);
+    session.Collect(out);
+    EXPECT_THROW(session.Collect(out), evc::UsageError) << "collected once";
+    session.Finish(out);
+    session.Close();
+    EXPECT_EQ(session.framesSent(), 1u);
+    EXPECT_EQ(session.framesPending(), 0u);
 }
 
 TEST_F(EncodeSessionTest, APictureThatFailsEveryTimeIsNamedAfterTheLimit)
