@@ -170,7 +170,8 @@ struct Run {
     double servicesCpuMs = 0;
     uint64_t pictures = 0;
     std::vector<evc::RecoveryEvent> recoveries;
-    std::vector<double> latencies;  // from a picture's send until its packets are out
+    std::vector<double> resendCpuMs;  // the new service's processor time by the end of its re-send
+    std::vector<double> latencies;    // from a picture's send until its packets are out
     double standbyRssMiB = 0, serviceRssMiB = 0, standbyIdleCpuMsPerS = -1;
 };
 
@@ -180,7 +181,15 @@ Run Encode(Setup& setup, bool kills)
     const double cpuBefore = ReapedChildrenCpuMs();
     std::map<uint64_t, Clock::time_point> sentAt;
     {
-        evc::EncodeSession session(setup.options, setup.presetXml, setup.description);
+        evc::SessionOptions options = setup.options;
+        const evc::EncodeSession* current = nullptr;
+        // Called once the re-send is done: what the new service has used so
+        // far (its start-up, a few ms, and the re-encode).
+        options.onRecovery = [&](const evc::RecoveryEvent&) {
+            run.resendCpuMs.push_back(CpuMs(current->servicePid()));
+        };
+        evc::EncodeSession session(options, setup.presetXml, setup.description);
+        current = &session;
         std::vector<evc::EncodedFrame> out;
         size_t seen = 0, seenPackets = 0;  // packets already counted
         const auto begin = Clock::now();
@@ -297,7 +306,7 @@ int main(int argc, char** argv)
         }
 
         std::vector<double> detect, restart, back, delivered, resent, quietWall, killedWall, quietCpu, killedCpu,
-            latency;
+            latency, resendCpu;
         size_t fromStandby = 0, kills = 0;
         uint64_t missing = 0;
         for (const Run& run : killed) {
@@ -305,6 +314,7 @@ int main(int argc, char** argv)
             killedCpu.push_back(run.servicesCpuMs);
             missing += setup.frames - std::min(setup.frames, run.pictures);
             kills += run.recoveries.size();
+            resendCpu.insert(resendCpu.end(), run.resendCpuMs.begin(), run.resendCpuMs.end());
             for (const evc::RecoveryEvent& event : run.recoveries) {
                 detect.push_back(Ms(event.detectTime));
                 restart.push_back(Ms(event.restartTime));
@@ -343,6 +353,10 @@ int main(int argc, char** argv)
                     back.empty() ? 0.0 : resentTotal / double(back.size()), Median(back), Max(back));
         std::printf("  every re-sent picture's packets handed out           %7.1f / %7.1f ms after the fault\n",
                     Median(delivered), Max(delivered));
+        const double steadyCpu = Median(quietCpu) / double(setup.frames);
+        std::printf("  the re-send's processor time in the new service     %7.1f / %7.1f ms (its start-up included): "
+                    "%.1f pictures' worth at %.1f ms each in steady state\n",
+                    Median(resendCpu), Max(resendCpu), steadyCpu > 0 ? Median(resendCpu) / steadyCpu : 0.0, steadyCpu);
         const double extraWall = (Median(killedWall) - Median(quietWall)) / std::max(perKill, 1.0);
         const double extraCpu = (Median(killedCpu) - Median(quietCpu)) / std::max(perKill, 1.0);
         std::printf("whole encode: %.0f ms without kills, %.0f ms with %.0f: %+.0f ms wall per kill; the services' "
