@@ -123,6 +123,11 @@ function(evc_add_test name)
                        PROPERTIES TIMEOUT ${A_TIMEOUT} LABELS ${folder}
                        ENVIRONMENT "EVC_BUILD_DIR=${CMAKE_BINARY_DIR}"
                        ENVIRONMENT_MODIFICATION "EVC_HOST_BUNDLE=set:${EVC_TEST_HOST_BUNDLE_NAME}")
+  # One target per label builds its tests and what they start, for runs of some layers only.
+  if(NOT TARGET evc_tests_${folder})
+    add_custom_target(evc_tests_${folder})
+  endif()
+  add_dependencies(evc_tests_${folder} ${name})
 endfunction()
 
 # evc_add_plugin(name SOURCES ... [DEPS ...] [EXECUTABLE exe] [TEST_ONLY]): a plug-in
