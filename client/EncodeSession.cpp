@@ -446,6 +446,8 @@ void EncodeSession::TPrivate::Post(const ZKEncImage_t& picture, std::unique_ptr<
     m_pending.push_back({m_next, picture.image.time, picture.image.timeScale, key, false, std::move(kept)});
     ++m_next;
     m_postFault.reset();
+    // A failure is timed from the command's start, the copy of the picture included.
+    m_postedAt = Clock::now();
     // The caller's own picture goes out; the kept one serves re-sending.
     try {
         m_client->PostCompressFrame(&picture, key, last);
@@ -461,7 +463,6 @@ void EncodeSession::TPrivate::Post(const ZKEncImage_t& picture, std::unique_ptr<
     m_finished = last;
     m_posted = true;
     m_postedLast = last;
-    m_postedAt = Clock::now();
 }
 
 void EncodeSession::TPrivate::Collect(std::vector<EncodedFrame>& output)

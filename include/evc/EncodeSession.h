@@ -39,7 +39,8 @@ struct RecoveryEvent {
     bool fromStandby = false;  ///< the service that took over was the standby, ready beforehand
     /// From the start of the failed command until the session knew it failed
     /// (a service killed before the command: the time to notice; a crash
-    /// inside the codec: the codec's work before it, too; a hang: the limit).
+    /// inside the codec: the codec's work before it, too; a hang: the limit;
+    /// with Post and Collect, the caller's work between the two as well).
     std::chrono::microseconds detectTime{};
     /// The phases below count from the moment the failure was known.
     std::chrono::microseconds restartTime{};  ///< until a service was ready again (preset applied, stream begun)
