@@ -156,6 +156,7 @@ public:
     std::unique_ptr<Client> m_client;
     std::future<std::unique_ptr<Client>> m_standbyStart;  // a standby starting in the background
     std::unique_ptr<Client> m_standby;                    // one ready and idle
+    bool m_pingStandby = true;                            // until a ping failed
     Clock::time_point m_standbyPing;                      // when the standby is pinged next
     std::optional<Clock::time_point> m_standbyDue;        // the first standby's start
     std::deque<Pending> m_pending;                        // by index; the front is the oldest not handed out
@@ -233,13 +234,15 @@ void EncodeSession::TPrivate::LookAfterStandby()
 {
     TakeStandby(false);
     const auto now = Clock::now();
-    if (!m_standby || now < m_standbyPing)
+    if (!m_standby || !m_pingStandby || now < m_standbyPing)
         return;
     m_standbyPing = now + kStandbyPingPeriod;
     try {
         m_standby->IsLastPassEncodingReady();
     } catch (const std::exception&) {
-        // It died idle: another one takes its place.
+        // It died idle, or the ping killed it (a compressor that fails the
+        // query): another one takes its place, and none is pinged again.
+        m_pingStandby = false;
         m_standby.reset();
         ReadyStandby();
     }

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <thread>
 
 #include "common/Picture.h"
 #include "common/Process.h"
@@ -77,6 +78,10 @@ protected:
     {
         std::vector<evc::EncodedFrame> out;
         for (uint64_t n = 0; n < count; ++n) {
+            // Pauses before two pictures: the standby is ready and taken over
+            // at the first, and due for its first ping at the second.
+            if (m_pauseAt >= 0 && (static_cast<int64_t>(n) == m_pauseAt || static_cast<int64_t>(n) == m_pauseAt + 1))
+                std::this_thread::sleep_for(std::chrono::milliseconds(300));
             if (static_cast<int64_t>(n) == killAt && !twoSteps)
                 kill(session.servicePid(), SIGKILL);
             auto bytes = std::make_shared<std::vector<uint8_t>>(Picture(n));
@@ -108,6 +113,7 @@ protected:
         return stream;
     }
     size_t m_pictures = 0;
+    int64_t m_pauseAt = -1;
     std::vector<std::weak_ptr<std::vector<uint8_t>>> m_owners;
 };
 
@@ -121,12 +127,15 @@ TEST_F(EncodeSessionTest, OneFailureCostsNoPictureAndTheOutputDecodes)
         bool byOwner = false;
         bool cold = false;  // no standby yet: the recovery starts a service
         bool twoSteps = false;
+        bool pinged = false;  // the standby lives long enough to be pinged
     };
     const Row rows[] = {
         {"crash at picture 7", "CompressFrame:segv:t=7:once=ONCE", -1, evc::ServiceError::Kind::Crashed},
         {"hang at picture 12", "CompressFrame:hang:t=12:once=ONCE", -1, evc::ServiceError::Kind::TimedOut},
         {"crash while flushing", "CompressFrame:segv:last:once=ONCE", -1, evc::ServiceError::Kind::Crashed},
         {"killed from outside at picture 20", "", 20, evc::ServiceError::Kind::Crashed},
+        {"killed at picture 20, the standby crashed by its ping", "IsLastPassEncodingReady:segv", 20,
+         evc::ServiceError::Kind::Crashed, false, false, false, true},
         {"crash at picture 7, pictures kept by their owners", "CompressFrame:segv:t=7:once=ONCE", -1,
          evc::ServiceError::Kind::Crashed, true},
         {"crash at picture 7 before the standby is due", "CompressFrame:segv:t=7:once=ONCE", -1,
@@ -148,6 +157,7 @@ TEST_F(EncodeSessionTest, OneFailureCostsNoPictureAndTheOutputDecodes)
         if (row.cold)
             options.standbyDelay = std::chrono::hours(1);
         m_pictures = 0;
+        m_pauseAt = row.pinged ? 10 : -1;
         m_owners.clear();
         std::string stream;
         {
