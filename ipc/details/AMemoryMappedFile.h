@@ -63,6 +63,10 @@ public:
     bool wait();
     bool tryWait();
     bool timedWait(unsigned int ms);
+    // Sleeps in the kernel until the count is taken or ms milliseconds have
+    // passed: a post ends the wait at once, not at the next poll. Quiet on a
+    // time-out.
+    bool waitWithin(unsigned int ms);
     bool post();
 
     bool isOpen() const { return m_private != nullptr; }

@@ -248,6 +248,30 @@ bool CASystemSemaphore::timedWait(unsigned int ms)
     return pollUntil(ms, [this] { return tryWait(); });
 }
 
+bool CASystemSemaphore::waitWithin(unsigned int ms)
+{
+    assert(m_private && "waitWithin on an empty semaphore");
+#ifdef __linux__
+    if (!m_private)
+        return false;
+    timespec deadline;
+    clock_gettime(CLOCK_MONOTONIC, &deadline);
+    deadline.tv_sec += static_cast<time_t>(ms / 1000u);
+    deadline.tv_nsec += static_cast<long>(ms % 1000u) * 1000000L;
+    if (deadline.tv_nsec >= 1000000000L) {
+        deadline.tv_nsec -= 1000000000L;
+        ++deadline.tv_sec;
+    }
+    int rc;
+    while ((rc = sem_clockwait(m_private->m_handle, CLOCK_MONOTONIC, &deadline)) != 0 && errno == EINTR) {}
+    if (rc != 0 && errno != ETIMEDOUT)
+        ZK_REPORT_ERROR();
+    return rc == 0;
+#else
+    return timedWait(ms);
+#endif
+}
+
 bool CASystemSemaphore::post()
 {
     if (!m_private || sem_post(m_private->m_handle) != 0) {
@@ -477,7 +501,7 @@ bool CAMemoryMappedFile::lock()
 {
     assert(m_private && "lock of an empty mapped file");
     if (const TLockWaitWatch watch = ZKLockWaitWatch(); m_private && watch != nullptr) {
-        for (unsigned int waited = 0; !m_private->m_lock.timedWait(kLockWatchSliceMs);)
+        for (unsigned int waited = 0; !m_private->m_lock.waitWithin(kLockWatchSliceMs);)
             watch(waited += kLockWatchSliceMs);
         return true;
     }

@@ -79,8 +79,9 @@ TEST_F(Primitives, SemaphoreCountCrossesProcessesAndALateCreatorIsAwaited)
         return created.create(late.c_str(), 1) ? "" : "create failed";
     });
     EXPECT_TRUE(semaphore.timedWait(10000));
-    EXPECT_TRUE(semaphore.timedWait(10000));
+    EXPECT_TRUE(semaphore.waitWithin(10000)) << "the sleeping wait takes the second post";
     EXPECT_FALSE(semaphore.timedWait(0));
+    EXPECT_FALSE(semaphore.waitWithin(5));
     ::testing::internal::CaptureStderr();  // every failed try writes its line
     EXPECT_TRUE(awaited.waitToAttach(late.c_str(), 10000));
     EXPECT_FALSE(CASystemSemaphore().waitToAttach(Path("never").c_str(), 20));
