@@ -27,8 +27,8 @@ namespace {
 constexpr uint64_t kElementMargin = 1 << 20;
 // How often a wait for the service looks at the child (waitpid) and the clock:
 // the first slice is short, so a service that dies on a command is seen at
-// once; each next one is twice as long up to the last, so a long encode costs
-// few wake-ups.
+// once; each next one is twice as long up to the last, so a long encode looks
+// at the child seldom (the semaphore's own sleeps still end at a post).
 constexpr unsigned kFirstWatchSliceMs = 2;
 constexpr unsigned kLastWatchSliceMs = 16;
 

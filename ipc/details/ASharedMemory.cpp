@@ -3,6 +3,7 @@
 #include "ipc/details/FutexWake.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cassert>
 #include <climits>
 #include <cstring>
@@ -245,22 +246,73 @@ bool CASharedMemory::tryTake(TSemaphore* semaphore, int32_t& seen) const
     return taken;
 }
 
-// Between two polls. The futex sleep compares the word with the value seen
-// under the lock, so a post made after that look ends the sleep at once. The
-// sleep is 1 ms until the peer has woken us once, so a peer that only polls
-// (and never wakes us) is seen as fast as before.
+// The count without the lock: enough to tell whether a look under the lock
+// can take anything. An idle wake-up then costs no lock at all.
+int32_t CASharedMemory::peek(const TSemaphore* semaphore)
+{
+    return __atomic_load_n(&semaphore->m_count, __ATOMIC_ACQUIRE);
+}
+
+// Before the first sleep, the count is watched for a few microseconds: a peer
+// that answers that fast (a command's round trip) is then taken without a
+// sleep and a wake-up, which cost more than the watch on a virtual machine. A
+// watch that ends empty skips the next 1, 2, 4 ... 1024 waits, so a side whose
+// waits are long (an encode) or that shares its processor with the peer
+// watches in one wait of 1024 at most.
+bool CASharedMemory::spin(const TSemaphore* semaphore) const
+{
+    const unsigned int skip = m_spinSkip.load(std::memory_order_relaxed);
+    if (skip != 0) {
+        m_spinSkip.store(skip - 1, std::memory_order_relaxed);
+        return false;
+    }
+    const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(kSpinMicroseconds);
+    do {
+        if (peek(semaphore) > 0) {
+            m_spinBackoff.store(1, std::memory_order_relaxed);
+            return true;
+        }
+        relax();
+    } while (std::chrono::steady_clock::now() < end);
+    const unsigned int backoff = m_spinBackoff.load(std::memory_order_relaxed);
+    m_spinSkip.store(backoff, std::memory_order_relaxed);
+    m_spinBackoff.store(std::min(2 * backoff, kMostSpinSkips), std::memory_order_relaxed);
+    return false;
+}
+
+void CASharedMemory::relax()
+{
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__)
+    asm volatile("yield");
+#endif
+}
+
+// Between two looks, on the count word: the kernel compares it with seen as
+// the sleep begins, so a post made since seen was read ends the sleep at once.
+// The sleep is 1 ms until the peer has woken this side once, so a peer that
+// only polls (and never wakes us) is seen within a millisecond; after that it
+// lasts up to 20 ms, and an idle side wakes 50 times a second instead of
+// 1000 (each wake-up costs 10 to 20 us of CPU time on a virtual machine).
+// Answers whether such a long sleep ran out its time.
 bool CASharedMemory::pause(const TSemaphore* semaphore, int32_t seen, unsigned int limitMs) const
 {
     if (!m_wakeUps) {
         yield(1);
         return false;
     }
-    const unsigned int ms = m_peerWakes.load(std::memory_order_relaxed) ? std::min(limitMs, kWokenSleepMs) : 1u;
-    if (ZKFutexWait(&semaphore->m_count, seen, ms * 1000u)) {
+    const unsigned int sleepMs =
+        m_peerWakes.load(std::memory_order_relaxed) ? std::max(1u, std::min(limitMs, kWokenSleepMs)) : 1u;
+    switch (ZKFutexWait(&semaphore->m_count, seen, sleepMs * 1000u)) {
+    case TZKFutexWaitEnd::kWoken:
         m_peerWakes.store(true, std::memory_order_relaxed);
         return false;
+    case TZKFutexWaitEnd::kTimedOut:
+        return sleepMs > 1;
+    default:
+        return false;
     }
-    return ms > 1;
 }
 
 // ms null: no time limit.
@@ -272,17 +324,29 @@ bool CASharedMemory::waitUntil(TSemaphore* semaphore, const unsigned int* ms) co
     // The count is looked at once before the time, so a limit of 0 still takes
     // an available count.
     int32_t seen = 0;
-    bool ranOut = false;
-    while (!tryTake(semaphore, seen)) {
-        const unsigned int elapsed = ms != nullptr ? clock.elapsed() : 0;
-        if (ms != nullptr && elapsed >= *ms)
-            return false;
-        ranOut = pause(semaphore, seen, ms != nullptr ? *ms - elapsed : kWokenSleepMs);
+    if (tryTake(semaphore, seen))
+        return true;
+    if (m_wakeUps && (ms == nullptr || *ms != 0) && spin(semaphore) && tryTake(semaphore, seen))
+        return true;
+    for (;;) {
+        // Sleeps until the count looks positive; another waiter may still take
+        // it first, which the look under the lock settles.
+        bool ranOut = false;
+        do {
+            const unsigned int elapsed = ms != nullptr ? clock.elapsed() : 0;
+            if (ms != nullptr && elapsed >= *ms)
+                return false;
+            ranOut = pause(semaphore, seen, ms != nullptr ? *ms - elapsed : kWokenSleepMs);
+            seen = peek(semaphore);
+        } while (seen <= 0);
+        if (tryTake(semaphore, seen)) {
+            // Found when a long sleep ran out, without a wake: the peer only
+            // polls after all, and the sleeps go back to 1 ms.
+            if (ranOut)
+                m_peerWakes.store(false, std::memory_order_relaxed);
+            return true;
+        }
     }
-    // Posted while a long sleep ran out, with no wake: the peer only polls.
-    if (ranOut)
-        m_peerWakes.store(false, std::memory_order_relaxed);
-    return true;
 }
 
 bool CASharedMemory::semaphoreWait(TSemaphore* semaphore) const

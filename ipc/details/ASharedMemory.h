@@ -53,13 +53,16 @@ public:
     void* findAddr(const char* name, size_t* dataSize = nullptr);
 
     // The semaphore must lie inside this segment; false otherwise. A waiter
-    // looks at the count under the segment's lock and, between looks, sleeps
+    // takes the count under the segment's lock and, between looks, sleeps
     // until a post wakes it or 1 ms has passed, so a peer that never wakes
     // anybody (it only polls) is still seen within a millisecond. Once a post
     // has woken this side, the sleeps last up to 20 ms: a waking peer ends
     // them at once, and a long wait costs a few wake-ups instead of one a
     // millisecond. A post found after such a sleep ran out (a peer that only
-    // polls after all) brings back the 1 ms sleeps.
+    // polls after all) brings back the 1 ms sleeps. A sleep that ends without
+    // a post reads the count without the lock and sleeps again while it is
+    // zero. Before its first sleep a wait watches the count for a few
+    // microseconds, as long as such watches have found a post.
     bool semaphoreWait(TSemaphore* semaphore) const;
     bool semaphoreWaitTimed(TSemaphore* semaphore, unsigned int ms) const;
     bool semaphorePost(TSemaphore* semaphore) const;
@@ -112,9 +115,17 @@ private:
     // One look at the count under the lock; seen receives the count when
     // nothing was taken.
     bool tryTake(TSemaphore* semaphore, int32_t& seen) const;
+    static int32_t peek(const TSemaphore* semaphore);
+    // The look-only watch before the first sleep; true when the count looked
+    // positive within it.
+    bool spin(const TSemaphore* semaphore) const;
+    static void relax();
+    static constexpr unsigned int kSpinMicroseconds = 50;
+    static constexpr unsigned int kMostSpinSkips = 1024;
     // The longest sleep between two looks once the peer is known to wake us.
     static constexpr unsigned int kWokenSleepMs = 20;
-    // Sleeps at most limitMs; answers whether the sleep ran out its time.
+    // Sleeps at most limitMs; answers whether a sleep longer than 1 ms ran
+    // out its time.
     bool pause(const TSemaphore* semaphore, int32_t seen, unsigned int limitMs) const;
     bool waitUntil(TSemaphore* semaphore, const unsigned int* ms) const;
 
@@ -133,4 +144,7 @@ private:
     bool m_wakeUps = false;
     // Whether the peer has been seen waking this side's waits.
     mutable std::atomic<bool> m_peerWakes{false};
+    // Waits left before the next watch, and how many the next empty watch skips.
+    mutable std::atomic<unsigned int> m_spinSkip{0};
+    mutable std::atomic<unsigned int> m_spinBackoff{1};
 };

@@ -1,5 +1,6 @@
 #include "ipc/details/FutexWake.h"
 
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -22,19 +23,20 @@ bool ZKFutexWakeUpsEnabled()
 #endif
 }
 
-bool ZKFutexWait(const volatile int32_t* word, int32_t seen, unsigned int microseconds)
+TZKFutexWaitEnd ZKFutexWait(const volatile int32_t* word, int32_t seen, unsigned int microseconds)
 {
 #ifdef __linux__
     timespec limit;
     limit.tv_sec = microseconds / 1000000u;
     limit.tv_nsec = static_cast<long>(microseconds % 1000000u) * 1000L;
-    // EAGAIN (the word moved), EINTR and ETIMEDOUT all mean: look again.
-    return syscall(SYS_futex, const_cast<int32_t*>(word), FUTEX_WAIT, seen, &limit, nullptr, 0) == 0;
+    if (syscall(SYS_futex, const_cast<int32_t*>(word), FUTEX_WAIT, seen, &limit, nullptr, 0) == 0)
+        return TZKFutexWaitEnd::kWoken;
+    return errno == ETIMEDOUT ? TZKFutexWaitEnd::kTimedOut : TZKFutexWaitEnd::kOther;
 #else
     (void)word;
     (void)seen;
     usleep(microseconds);
-    return false;
+    return TZKFutexWaitEnd::kTimedOut;
 #endif
 }
 

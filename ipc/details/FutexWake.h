@@ -15,9 +15,10 @@ bool ZKFutexWakeUpsEnabled();
 // Sleeps until woken, until the word no longer holds seen (tested by the
 // kernel as the sleep begins, so a change made after the caller read seen is
 // not missed), or until microseconds have passed. Spurious returns are
-// allowed: the caller checks its condition again. Answers whether a wake
-// ended the sleep (false for the time limit, a changed word or a signal).
-bool ZKFutexWait(const volatile int32_t* word, int32_t seen, unsigned int microseconds);
+// allowed: the caller checks its condition again. Answers what ended it:
+// a wake, the time limit, or anything else (the word had moved, a signal).
+enum class TZKFutexWaitEnd { kWoken, kTimedOut, kOther };
+TZKFutexWaitEnd ZKFutexWait(const volatile int32_t* word, int32_t seen, unsigned int microseconds);
 
 // Wakes every process sleeping on the word.
 void ZKFutexWake(const volatile int32_t* word);
