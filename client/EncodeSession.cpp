@@ -5,6 +5,7 @@
 #include <future>
 #include <optional>
 
+#include "client/ScatteredPicture.h"
 #include "transport/ExternalVideoProxy.h"
 
 namespace evc {
@@ -337,6 +338,9 @@ void EncodeSession::TPrivate::NoteDeliveries()
 void EncodeSession::TPrivate::Send(const ZKEncImage_t* picture, bool key, bool last, uint64_t index)
 {
     EncodedFrame reply;
+    ZKEncImage_t gathered{};
+    if (picture != nullptr && IsScattered(*picture))
+        picture = &(gathered = GatherIntoSegment(*m_client, *picture));
     const uint32_t status = m_client->CompressFrame(picture, key, last, &reply);
     if (status != kZKNoErr)
         throw StatusError(status,
@@ -452,8 +456,13 @@ void EncodeSession::TPrivate::Post(const ZKEncImage_t& picture, std::unique_ptr<
     // A failure is timed from the command's start, the copy of the picture included.
     m_postedAt = Clock::now();
     // The caller's own picture goes out; the kept one serves re-sending.
+    // Planes that lie apart are copied straight into the segment.
+    ZKEncImage_t gathered{};
     try {
-        m_client->PostCompressFrame(&picture, key, last);
+        if (IsScattered(picture))
+            m_client->PostCompressFrame(&(gathered = GatherIntoSegment(*m_client, picture)), key, last);
+        else
+            m_client->PostCompressFrame(&picture, key, last);
     } catch (const ServiceError& fault) {
         // The picture is pending: Collect recovers and sends it again.
         m_postFault = fault;

@@ -78,9 +78,10 @@ ZKEncImage_t Lend(Client& client, const VideoFormat& format, const Picture& pict
 
 // Pictures as records over pixels that live as long as an owner, for a
 // session that keeps each picture until its packets are out: the decoder's
-// or the source's own pixels when they already lie as the record's standard
-// layout puts them (a raw source's frames do), else a copy in a buffer
-// recycled from the pictures the session let go of.
+// or the source's own pixels, whether they lie as the record's standard
+// layout puts them (a raw source's frames do) or plane by plane wherever the
+// decoder put them (the session copies those straight into the segment), else
+// a copy in a buffer recycled from the pictures the session let go of.
 class PictureKeeper {
 public:
     explicit PictureKeeper(const VideoFormat& format) : m_format(format), m_spares(std::make_shared<Spares>()) {}
@@ -118,6 +119,17 @@ public:
                 owner = std::shared_ptr<const AVFrame>(picture.frame.release(), FrameFree());
             else
                 owner = std::make_shared<const std::vector<uint8_t>>(std::move(picture.pixels));
+            return record;
+        }
+        if (picture.frame && source[0] != nullptr && source[1] != nullptr && source[2] != nullptr &&
+            sourceRows[0] > 0 && sourceRows[1] > 0 && sourceRows[2] > 0) {
+            for (int p = 0; p < 3; ++p) {
+                record.image.planes[p] = source[p];
+                record.image.rowBytes[p] = uint32_t(sourceRows[p]);
+            }
+            record.image.dataSize =
+                CalcFrameSize(m_format.colorFormat, m_format.width, m_format.height, record.image.rowBytes[0], false);
+            owner = std::shared_ptr<const AVFrame>(picture.frame.release(), FrameFree());
             return record;
         }
         std::shared_ptr<std::vector<uint8_t>> copy = Spare(bytes);

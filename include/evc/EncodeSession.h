@@ -133,7 +133,10 @@ public:
     /// The same without the copy kept for re-sending: owner keeps the pixels
     /// the record points at alive and unchanged until the session lets go of
     /// it (once the picture's packets are handed out, or with the session).
-    /// The picture may not carry packet bundles (UsageError).
+    /// Here the planes may also lie apart, each at its own row bytes (a
+    /// decoder's frame), rather than one after the other in one buffer; they
+    /// are then copied straight into the segment, still one copy. The picture
+    /// may not carry packet bundles (UsageError).
     void Encode(const ZKEncImage_t& picture, std::shared_ptr<const void> owner, bool isKeyFrame, bool isLastFrame,
                 std::vector<EncodedFrame>& output);
     /// Encode in two steps: sends the picture as the Encode with an owner does

@@ -50,6 +50,26 @@ ZKEncImage_t Record(std::vector<uint8_t>* bytes, uint64_t n)
     return record;
 }
 
+// The picture with its planes apart, each with padded rows, in one buffer
+// (as a decoder lays out a frame), described by record.
+std::shared_ptr<std::vector<uint8_t>> Scattered(const std::vector<uint8_t>& picture, ZKEncImage_t& record)
+{
+    const uint32_t rows[3] = {kWidth + 32, kWidth / 2 + 16, kWidth / 2 + 16};
+    const uint32_t heights[3] = {kHeight, kHeight / 2, kHeight / 2};
+    auto bytes = std::make_shared<std::vector<uint8_t>>(3 * kPictureBytes);
+    const uint8_t* from = picture.data();
+    size_t at = 0;
+    for (int p = 0; p < 3; ++p) {
+        const uint32_t width = p == 0 ? kWidth : kWidth / 2;
+        record.image.planes[p] = bytes->data() + at;
+        record.image.rowBytes[p] = rows[p];
+        for (uint32_t y = 0; y < heights[p]; ++y, from += width)
+            std::copy(from, from + width, bytes->data() + at + y * rows[p]);
+        at += size_t{rows[p]} * heights[p] + 100;
+    }
+    return bytes;
+}
+
 class EncodeSessionTest : public ScratchTest {
 protected:
     evc::SessionOptions Options()
@@ -73,8 +93,9 @@ protected:
     // With byOwner the session keeps each picture through its owner instead
     // of a copy; the owners are watched in m_owners. In twoSteps each picture
     // is posted and then collected, and the kill comes between the two.
+    // With scattered the owned pictures have their planes apart.
     std::string Encode(evc::EncodeSession& session, uint64_t count, int64_t killAt = -1, bool byOwner = false,
-                       bool twoSteps = false)
+                       bool twoSteps = false, bool scattered = false)
     {
         std::vector<evc::EncodedFrame> out;
         for (uint64_t n = 0; n < count; ++n) {
@@ -86,8 +107,10 @@ protected:
                 kill(session.servicePid(), SIGKILL);
             auto bytes = std::make_shared<std::vector<uint8_t>>(Picture(n));
             if (twoSteps) {
+                ZKEncImage_t record = Record(bytes.get(), n);
+                if (scattered)
+                    bytes = Scattered(*bytes, record);
                 m_owners.push_back(bytes);
-                const ZKEncImage_t record = Record(bytes.get(), n);
                 session.Post(record, std::move(bytes), n == 0, n + 1 == count);
                 if (static_cast<int64_t>(n) == killAt)
                     kill(session.servicePid(), SIGKILL);
@@ -127,7 +150,8 @@ TEST_F(EncodeSessionTest, OneFailureCostsNoPictureAndTheOutputDecodes)
         bool byOwner = false;
         bool cold = false;  // no standby yet: the recovery starts a service
         bool twoSteps = false;
-        bool pinged = false;  // the standby lives long enough to be pinged
+        bool pinged = false;     // the standby lives long enough to be pinged
+        bool scattered = false;  // planes apart, copied into the segment
     };
     const Row rows[] = {
         {"crash at picture 7", "CompressFrame:segv:t=7:once=ONCE", -1, evc::ServiceError::Kind::Crashed},
@@ -143,6 +167,8 @@ TEST_F(EncodeSessionTest, OneFailureCostsNoPictureAndTheOutputDecodes)
         {"crash at picture 7, two steps", "CompressFrame:segv:t=7:once=ONCE", -1, evc::ServiceError::Kind::Crashed,
          true, false, true},
         {"killed between post and collect of picture 20", "", 20, evc::ServiceError::Kind::Crashed, true, false, true},
+        {"crash at picture 7, planes apart", "CompressFrame:segv:t=7:once=ONCE", -1, evc::ServiceError::Kind::Crashed,
+         true, false, true, false, true},
     };
     constexpr uint64_t kCount = 40;
     const std::string marker = Path("fired");
@@ -162,7 +188,7 @@ TEST_F(EncodeSessionTest, OneFailureCostsNoPictureAndTheOutputDecodes)
         std::string stream;
         {
             evc::EncodeSession session(options, Preset(fault), Record(nullptr, 0));
-            stream = Encode(session, kCount, row.killAt, row.byOwner, row.twoSteps);
+            stream = Encode(session, kCount, row.killAt, row.byOwner, row.twoSteps, row.scattered);
             EXPECT_EQ(session.framesPending(), 0u);
             // Every picture's packets are out: no owner is held any more.
             for (const auto& owner : m_owners)
