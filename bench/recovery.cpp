@@ -1,5 +1,6 @@
 // What a codec crash costs an encode session: a 1080p H.264 encode whose
-// service is killed from outside (SIGKILL) every N pictures, run alternately
+// service is killed from outside (SIGKILL) every N pictures, while it works on
+// one (between the session's post and collect of the picture), run alternately
 // with kills and without. Prints one recovery broken into its phases (median
 // and max): the fault noticed, a service ready again (and whether the standby
 // took over), back where it was (the new service has accepted every pending
@@ -194,12 +195,22 @@ Run Encode(Setup& setup, bool kills)
         size_t seen = 0, seenPackets = 0;  // packets already counted
         const auto begin = Clock::now();
         for (uint64_t n = 0; n < setup.frames; ++n) {
+            // Each picture in a buffer of its own that the session keeps until
+            // its packets are out, as evc-encode does: nothing is copied to be
+            // re-sent.
+            auto pixels = std::make_shared<std::vector<uint8_t>>(setup.pixels.size());
+            Draw(*pixels, setup.picture.image.width, setup.picture.image.height, n);
+            ZKEncImage_t picture = setup.picture;
+            for (uint8_t*& plane : picture.image.planes)
+                if (plane != nullptr)
+                    plane = pixels->data() + (plane - setup.pixels.data());
+            picture.image.time = n;
+            sentAt[n] = Clock::now();
+            session.Post(picture, std::move(pixels), n == 0, n + 1 == setup.frames);
+            // Killed while it works on the picture, as a crash would end it.
             if (kills && n > 0 && n % setup.every == 0)
                 kill(session.servicePid(), SIGKILL);
-            Draw(setup.pixels, setup.picture.image.width, setup.picture.image.height, n);
-            setup.picture.image.time = n;
-            sentAt[n] = Clock::now();
-            session.Encode(setup.picture, n == 0, n + 1 == setup.frames, out);
+            session.Collect(out);
             const auto now = Clock::now();
             // Packets are added to the last output too, not only in new ones.
             while (seen < out.size()) {
