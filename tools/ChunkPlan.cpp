@@ -11,55 +11,8 @@
 
 #include "tools/MediaSource.h"
 
-extern "C" {
-#include <libavutil/pixdesc.h>
-}
-
 namespace evc {
 namespace tools {
-
-SceneDetector::SceneDetector(const VideoFormat& format) : m_format(format)
-{
-    const AVPixFmtDescriptor* descriptor = av_pix_fmt_desc_get(AVPixelFormat(format.pixelFormat));
-    const int depth = descriptor != nullptr ? descriptor->comp[0].depth : 8;
-    m_bytesPerSample = depth > 8 ? 2 : 1;
-    m_top = double((1 << depth) - 1);
-}
-
-double SceneDetector::next(const Picture& picture)
-{
-    const uint8_t* luma = picture.frame ? picture.frame->data[0] : picture.pixels.data();
-    const size_t stride = picture.frame ? size_t(picture.frame->linesize[0]) : m_format.width * m_bytesPerSample;
-    const uint32_t width = m_format.width;
-    const uint32_t height = m_format.height;
-    if (luma == nullptr || width < kColumns || height < kRows)
-        return 0;
-    // Block means on a coarse grid, every fourth sample of every fourth row:
-    // enough to see a cut, cheap at any size. Deep samples are
-    // little-endian.
-    std::vector<double> means(kColumns * kRows, 0.0);
-    for (int by = 0; by < kRows; ++by)
-        for (int bx = 0; bx < kColumns; ++bx) {
-            const uint32_t x0 = width * bx / kColumns, x1 = width * (bx + 1) / kColumns;
-            const uint32_t y0 = height * by / kRows, y1 = height * (by + 1) / kRows;
-            double sum = 0;
-            uint32_t n = 0;
-            for (uint32_t y = y0; y < y1; y += 4)
-                for (uint32_t x = x0; x < x1; x += 4, ++n) {
-                    const uint8_t* sample = luma + y * stride + x * m_bytesPerSample;
-                    sum += m_bytesPerSample == 2 ? sample[0] | sample[1] << 8 : sample[0];
-                }
-            means[by * kColumns + bx] = n != 0 ? sum / n / m_top : 0;
-        }
-    double score = 0;
-    if (!m_previous.empty()) {
-        for (size_t i = 0; i < means.size(); ++i)
-            score += std::fabs(means[i] - m_previous[i]);
-        score /= double(means.size());
-    }
-    m_previous = std::move(means);
-    return std::min(score, 1.0);
-}
 
 std::vector<uint64_t> ChunkStarts(const std::vector<double>& scores, uint32_t count, const ChunkLimits& limits)
 {
@@ -111,6 +64,46 @@ std::vector<uint64_t> ChunkStarts(const std::vector<double>& scores, uint32_t co
     return starts;
 }
 
+std::vector<uint64_t> SceneChunkStarts(const std::vector<double>& scores, const std::vector<double>& costs,
+                                       uint32_t pieces, const ChunkLimits& limits)
+{
+    const uint64_t total = scores.size();
+    auto cost = [&](uint64_t i) { return costs.size() == total ? std::max(costs[i], 0.0) : 1.0; };
+    double work = 0;
+    for (uint64_t i = 0; i < total; ++i)
+        work += cost(i);
+    const double target = work / std::max<uint32_t>(pieces, 1);
+    // Scenes gathered into chunks while they fit the target, or while the
+    // chunk is shorter than the minimum.
+    std::vector<uint64_t> starts{0};
+    double chunkWork = 0;
+    for (uint64_t scene = 0; scene < total;) {
+        uint64_t end = scene + 1;
+        double sceneWork = cost(scene);
+        for (; end < total && scores[end] < kSceneCut; ++end)
+            sceneWork += cost(end);
+        if (scene != 0 && scene - starts.back() >= limits.minLength && chunkWork + sceneWork > target) {
+            starts.push_back(scene);
+            chunkWork = 0;
+        }
+        chunkWork += sceneWork;
+        scene = end;
+    }
+    // A last chunk below the minimum joins the one before.
+    if (starts.size() > 1 && total - starts.back() < limits.minLength)
+        starts.pop_back();
+    if (limits.maxLength == 0)
+        return starts;
+    std::vector<uint64_t> split;
+    for (size_t i = 0; i < starts.size(); ++i) {
+        const uint64_t begin = starts[i], length = (i + 1 < starts.size() ? starts[i + 1] : total) - begin;
+        const uint64_t parts = (length + limits.maxLength - 1) / limits.maxLength;
+        for (uint64_t k = 0; k < parts; ++k)
+            split.push_back(begin + length * k / parts);
+    }
+    return split;
+}
+
 SceneScan ScanScenes(FrameSource& source)
 {
     SceneDetector detector(source.format());
@@ -119,6 +112,7 @@ SceneScan ScanScenes(FrameSource& source)
     std::vector<AudioPacket> audio;
     while (source.next(picture, audio)) {
         scan.scores.push_back(detector.next(picture));
+        scan.costs.push_back(detector.cost());
         scan.times.push_back(picture.time);
     }
     scan.audio = std::move(audio);
@@ -142,6 +136,16 @@ ChunkBounds PlanChunks(const SceneScan& scan, uint32_t count, const ChunkLimits&
         throw InputError("holds " + std::to_string(bounds.total) + " pictures, fewer than " + std::to_string(count) +
                          " chunks");
     bounds.starts = ChunkStarts(scan.scores, count, limits);
+    for (uint64_t start : bounds.starts)
+        bounds.times.push_back(scan.times[start]);
+    return bounds;
+}
+
+ChunkBounds PlanSceneChunks(const SceneScan& scan, uint32_t pieces, const ChunkLimits& limits)
+{
+    ChunkBounds bounds;
+    bounds.total = scan.scores.size();
+    bounds.starts = SceneChunkStarts(scan.scores, scan.costs, pieces, limits);
     for (uint64_t start : bounds.starts)
         bounds.times.push_back(scan.times[start]);
     return bounds;

@@ -11,28 +11,10 @@
 #include <vector>
 
 #include "tools/FrameSource.h"
+#include "tools/SceneDetector.h"
 
 namespace evc {
 namespace tools {
-
-// How much each picture differs from the one before it, from 0 (the same)
-// to 1 (black to white everywhere); the first picture scores 0.
-class SceneDetector {
-public:
-    explicit SceneDetector(const VideoFormat& format);
-    double next(const Picture& picture);
-
-private:
-    static constexpr int kColumns = 32;
-    static constexpr int kRows = 18;
-    VideoFormat m_format;
-    int m_bytesPerSample = 1;
-    double m_top = 255;
-    std::vector<double> m_previous;
-};
-
-// A picture whose score reaches this starts a new scene.
-constexpr double kSceneCut = 0.08;
 
 struct ChunkLimits {
     uint64_t minLength = 0;  // pictures; 0: no limit
@@ -45,11 +27,20 @@ struct ChunkLimits {
 // count <= scores.size().
 std::vector<uint64_t> ChunkStarts(const std::vector<double>& scores, uint32_t count, const ChunkLimits& limits);
 
+// The first picture of each chunk when the count is free: every chunk
+// starts at a scene cut and holds whole scenes, as many as fit in
+// 1/pieces of the whole work (a scene with more stays whole), at least
+// the minimum length where the input allows; a stretch longer than the
+// maximum is split into equal parts.
+std::vector<uint64_t> SceneChunkStarts(const std::vector<double>& scores, const std::vector<double>& costs,
+                                       uint32_t pieces, const ChunkLimits& limits);
+
 // One reading of a whole input: every picture's scene score and time, and
 // the audio the source copies (kept for the join, which writes it beside
 // the chunks' pictures).
 struct SceneScan {
     std::vector<double> scores;
+    std::vector<double> costs;  // SceneDetector::cost
     std::vector<uint64_t> times;
     std::vector<AudioTrack> tracks;
     std::vector<AudioPacket> audio;
@@ -68,6 +59,8 @@ struct ChunkBounds {
     uint64_t total = 0;
 };
 ChunkBounds PlanChunks(const SceneScan& scan, uint32_t count, const ChunkLimits& limits);
+// The same with SceneChunkStarts.
+ChunkBounds PlanSceneChunks(const SceneScan& scan, uint32_t pieces, const ChunkLimits& limits);
 
 // A plan file keeps the bounds for the other chunks' encodes, with a line
 // naming what they were computed from (the input and the options), so that

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <iostream>
@@ -46,33 +47,90 @@ private:
     std::vector<std::string> m_files;
 };
 
-}  // namespace
+// When each phase ran, for -v: where the wall time of a parallel encode goes.
+class Timeline {
+public:
+    explicit Timeline(std::ostream* out) : m_out(out), m_start(std::chrono::steady_clock::now()) {}
+    double now() const { return std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count(); }
+    // A phase from start until now; job 0 is none (the scan, the join).
+    void add(uint32_t job, const std::string& what, double start, uint64_t pictures = 0)
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_rows.push_back({job, what, start, now(), pictures});
+    }
+    // The phases in the order they ended, and each job's time without a
+    // chunk while any job had one.
+    void print(uint32_t jobs) const
+    {
+        if (m_out == nullptr)
+            return;
+        double first = 1e300, last = 0;
+        std::vector<double> busy(jobs + 1, 0.0);
+        char line[160];
+        *m_out << "evc-encode: timeline, seconds from the start\n";
+        for (const Row& row : m_rows) {
+            const std::string what = (row.job != 0 ? "job " + std::to_string(row.job) + " " : "") + row.what;
+            std::snprintf(line, sizeof line, "evc-encode:   %-22s %8.2f %8.2f", what.c_str(), row.start, row.end);
+            *m_out << line;
+            if (row.pictures != 0)
+                *m_out << "  " << row.pictures << " pictures";
+            *m_out << "\n";
+            if (row.job != 0 && row.job <= jobs) {
+                busy[row.job] += row.end - row.start;
+                first = std::min(first, row.start);
+                last = std::max(last, row.end);
+            }
+        }
+        for (uint32_t j = 1; j <= jobs && last > first; ++j) {
+            std::snprintf(line, sizeof line, "evc-encode:   job %u idle %.2f s of %.2f\n", j, last - first - busy[j],
+                          last - first);
+            *m_out << line;
+        }
+    }
 
-uint32_t ChunkCountForJobs(uint32_t jobs, uint64_t frames)
-{
-    return uint32_t(std::max<uint64_t>(1, std::min<uint64_t>(uint64_t(jobs) * 2, frames)));
-}
+private:
+    struct Row {
+        uint32_t job;
+        std::string what;
+        double start, end;
+        uint64_t pictures;
+    };
+    std::ostream* m_out;
+    std::chrono::steady_clock::time_point m_start;
+    std::mutex m_mutex;
+    std::vector<Row> m_rows;
+};
+
+}  // namespace
 
 EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress)
 {
+    Timeline timeline(plan.timeline);
     SceneScan scan;
     {
         std::unique_ptr<FrameSource> whole = plan.openSource(std::nullopt);
         scan = ScanScenes(*whole);
     }
+    timeline.add(0, "scan", 0, scan.scores.size());
     if (scan.scores.empty())
         throw EncodeError("the input holds no pictures");
     const uint64_t total = scan.scores.size();
-    const uint32_t count = ChunkCountForJobs(plan.jobs, total);
-    const ChunkBounds bounds = PlanChunks(scan, count, plan.limits);
+    // Four pieces of work a job, so that what is left when one job runs out
+    // of chunks is short.
+    const ChunkBounds bounds = PlanSceneChunks(scan, plan.jobs * 4, plan.limits);
+    const uint32_t count = uint32_t(bounds.starts.size());
     std::vector<uint64_t> starts = bounds.starts;
     starts.push_back(total);
 
-    // Largest first, so that no long chunk starts last.
+    // The costliest first, so that what is left at the end is short.
+    std::vector<double> chunkWork(count, 0.0);
+    for (size_t i = 0; i < count; ++i)
+        for (uint64_t k = starts[i]; k < starts[i + 1]; ++k)
+            chunkWork[i] += k < scan.costs.size() ? scan.costs[k] : 1.0;
     std::vector<size_t> order(count);
     std::iota(order.begin(), order.end(), 0);
-    std::stable_sort(order.begin(), order.end(),
-                     [&](size_t a, size_t b) { return starts[a + 1] - starts[a] > starts[b + 1] - starts[b]; });
+    std::stable_sort(order.begin(), order.end(), [&](size_t a, size_t b) { return chunkWork[a] > chunkWork[b]; });
+    const double allWork = std::accumulate(chunkWork.begin(), chunkWork.end(), 0.0);
 
     ScratchFolder scratch;
     std::vector<std::string> files;
@@ -88,7 +146,9 @@ EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress)
     std::exception_ptr failure;
     bool interrupted = false;
 
+    std::atomic<uint32_t> workers{0};
     auto work = [&] {
+        const uint32_t worker = ++workers;
         while (true) {
             const size_t slot = next++;
             {
@@ -97,6 +157,7 @@ EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress)
                     return;
             }
             const size_t chunk = order[slot];
+            const double start = timeline.now();
             try {
                 const uint64_t first = bounds.times[chunk];
                 std::unique_ptr<FrameSource> source =
@@ -130,6 +191,10 @@ EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress)
                 const EncodeResult result = Encode(*source, job, silent);
                 if (result.interrupted)
                     source.release();  // its reader may still wait on the input
+                char what[64];
+                std::snprintf(what, sizeof what, "chunk %zu/%u (%.0f%%)", chunk + 1, count,
+                              100 * chunkWork[chunk] / allWork);
+                timeline.add(worker, what, start, result.frames);
                 std::lock_guard<std::mutex> lock(mutex);
                 interrupted = interrupted || result.interrupted;
             } catch (...) {
@@ -149,7 +214,10 @@ EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress)
     if (interrupted)
         throw EncodeAbandoned();
 
+    const double joinStart = timeline.now();
     const JoinResult joined = JoinChunks(files, plan.job.output, nullptr, &scan);
+    timeline.add(0, "join", joinStart, joined.frames);
+    timeline.print(plan.jobs);
     EncodeResult result;
     result.frames = result.pictures = joined.frames;
     result.bytes = joined.bytes;

@@ -1,13 +1,15 @@
 // One input encoded by several services side by side on this machine: the
-// input cut into chunks at scene changes, the largest chunks handed out
-// first to whichever encode is free, each chunk into a segment file in a
-// private temporary folder, and the segment files joined into the output.
+// input cut into chunks of whole scenes, the costliest chunks (by the
+// planner's estimate) handed out first to whichever encode is free, each
+// chunk into a segment file in a private temporary folder, and the segment
+// files joined into the output.
 #pragma once
 
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <vector>
 
 #include "tools/ChunkJoin.h"
@@ -27,11 +29,9 @@ struct ParallelPlan {
     std::function<std::unique_ptr<FrameSource>(std::optional<uint64_t> chunkStart)> openSource;
     // The preset, the service options and the final output.
     EncodeJob job;
+    // When set, where each phase ran is written there at the end (-v).
+    std::ostream* timeline = nullptr;
 };
-
-// How many chunks the given encodes share: two each, so that the last ones
-// to finish are short.
-uint32_t ChunkCountForJobs(uint32_t jobs, uint64_t frames);
 
 // Throws what an encode or the join throws (the first failure).
 EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress);

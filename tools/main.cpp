@@ -294,6 +294,8 @@ int Run(const EncodeOptions& options)
             parallel.limits = limits;
             parallel.openSource = openSource;
             parallel.job = job;
+            if (options.verbose)
+                parallel.timeline = &std::cerr;
             try {
                 result = EncodeInParallel(parallel, *progress);
             } catch (const InputError& e) {

@@ -1,6 +1,7 @@
 // Chunk boundaries from scene scores, and the chunk trailer byte for byte.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <tuple>
@@ -25,14 +26,25 @@ std::vector<double> Scores(uint64_t frames, std::vector<uint64_t> cuts, double c
     return scores;
 }
 
+// Costs of 1 for the first half of the pictures, 3 for the second.
+std::vector<double> CostlySecondHalf(uint64_t frames)
+{
+    std::vector<double> costs(frames, 1.0);
+    std::fill(costs.begin() + frames / 2, costs.end(), 3.0);
+    return costs;
+}
+
 TEST(ChunkPlan, BoundariesFollowCutsWithinTheLimits)
 {
+    // With a count, boundaries near even shares of the pictures; without one
+    // (count 0 here, four pieces), whole scenes up to a quarter of the work.
     struct Row {
         const char* name;
         std::vector<double> scores;
         uint32_t count;
         ChunkLimits limits;
         std::vector<uint64_t> starts;
+        std::vector<double> costs = {};
     };
     const std::vector<Row> rows = {
         {"no cuts: even shares", Scores(100, {}), 4, {}, {0, 25, 50, 75}},
@@ -46,10 +58,17 @@ TEST(ChunkPlan, BoundariesFollowCutsWithinTheLimits)
         {"one chunk", Scores(10, {5}), 1, {}, {0}},
         {"a picture a chunk", Scores(3, {1}), 3, {}, {0, 1, 2}},
         {"fewer pictures than chunks", Scores(2, {}), 3, {}, {0}},
+        {"scenes gathered up to a quarter", Scores(100, {10, 20, 30, 60}), 0, {}, {0, 20, 30, 60}},
+        {"costly scenes stand alone", Scores(100, {25, 50, 75}), 0, {}, {0, 50, 75}, CostlySecondHalf(100)},
+        {"short scenes join the next", Scores(100, {5, 50}), 0, {10, 0}, {0, 50}},
+        {"and a short last one the one before", Scores(100, {95}), 0, {10, 0}, {0}},
+        {"a long scene is split evenly", Scores(100, {}), 0, {0, 40}, {0, 33, 66}},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        EXPECT_EQ(ChunkStarts(row.scores, row.count, row.limits), row.starts);
+        EXPECT_EQ(row.count != 0 ? ChunkStarts(row.scores, row.count, row.limits)
+                                 : SceneChunkStarts(row.scores, row.costs, 4, row.limits),
+                  row.starts);
     }
 }
 
