@@ -30,50 +30,61 @@ constexpr double kDetailScale = 28;
 
 }  // namespace
 
-SceneDetector::SceneDetector(const VideoFormat& format) : m_format(format)
+SceneDetector::SceneDetector(const VideoFormat& format)
 {
     const AVPixFmtDescriptor* descriptor = av_pix_fmt_desc_get(AVPixelFormat(format.pixelFormat));
     const int depth = descriptor != nullptr ? descriptor->comp[0].depth : 8;
     m_bytesPerSample = depth > 8 ? 2 : 1;
     m_shift = std::max(depth - 8, 0);
-    m_top = double((1 << depth) - 1);
-}
-
-uint32_t SceneDetector::sample(const uint8_t* luma, size_t stride, uint32_t x, uint32_t y) const
-{
-    // Deep samples are little-endian.
-    const uint8_t* at = luma + y * stride + x * m_bytesPerSample;
-    return m_bytesPerSample == 2 ? uint32_t(at[0] | at[1] << 8) : at[0];
+    // Pictures too small for one sample a block of the cut grid score 0.
+    m_step = std::min<uint32_t>({kStep, format.width / kColumns, format.height / kRows});
+    if (m_step != 0) {
+        m_columns = format.width / m_step;
+        m_rows = format.height / m_step;
+    }
+    m_rowBytes = format.width * uint32_t(m_bytesPerSample);
 }
 
 double SceneDetector::next(const Picture& picture)
 {
     const uint8_t* luma = picture.frame ? picture.frame->data[0] : picture.pixels.data();
-    const size_t stride = picture.frame ? size_t(picture.frame->linesize[0]) : m_format.width * m_bytesPerSample;
-    if (luma == nullptr || m_format.width < kColumns || m_format.height < kRows) {
-        m_cost = 1;
+    const size_t stride = picture.frame ? size_t(picture.frame->linesize[0]) : m_rowBytes;
+    m_cost = 1;
+    if (luma == nullptr || m_step == 0)
         return 0;
+    // The coarse picture, in 8 bits (deep samples are little-endian).
+    m_samples.resize(size_t(m_columns) * m_rows);
+    for (uint32_t y = 0; y < m_rows; ++y) {
+        const uint8_t* row = luma + size_t(y) * m_step * stride;
+        uint8_t* out = &m_samples[size_t(y) * m_columns];
+        if (m_bytesPerSample == 1)
+            for (uint32_t x = 0; x < m_columns; ++x)
+                out[x] = row[x * m_step];
+        else
+            for (uint32_t x = 0; x < m_columns; ++x) {
+                const uint8_t* at = row + 2 * x * m_step;
+                out[x] = uint8_t(std::min((at[0] | at[1] << 8) >> m_shift, 255));
+            }
     }
-    m_cost = estimateCost(luma, stride);
-    return cutScore(luma, stride);
+    const double score = cutScore();
+    m_cost = estimateCost();
+    m_before.swap(m_samples);
+    return score;
 }
 
-double SceneDetector::cutScore(const uint8_t* luma, size_t stride)
+double SceneDetector::cutScore()
 {
-    // Block means on a coarse grid: enough to see a cut, cheap at any size.
-    const uint32_t width = m_format.width;
-    const uint32_t height = m_format.height;
+    // Block means on a coarse grid: enough to see a cut, blind to motion.
     std::vector<double> means(kColumns * kRows, 0.0);
-    for (int by = 0; by < kRows; ++by)
-        for (int bx = 0; bx < kColumns; ++bx) {
-            const uint32_t x0 = width * bx / kColumns, x1 = width * (bx + 1) / kColumns;
-            const uint32_t y0 = height * by / kRows, y1 = height * (by + 1) / kRows;
-            double sum = 0;
-            uint32_t n = 0;
-            for (uint32_t y = y0; y < y1; y += kStep)
-                for (uint32_t x = x0; x < x1; x += kStep, ++n)
-                    sum += sample(luma, stride, x, y);
-            means[by * kColumns + bx] = n != 0 ? sum / n / m_top : 0;
+    for (uint32_t by = 0; by < kRows; ++by)
+        for (uint32_t bx = 0; bx < kColumns; ++bx) {
+            const uint32_t x0 = m_columns * bx / kColumns, x1 = m_columns * (bx + 1) / kColumns;
+            const uint32_t y0 = m_rows * by / kRows, y1 = m_rows * (by + 1) / kRows;
+            uint32_t sum = 0;
+            for (uint32_t y = y0; y < y1; ++y)
+                for (uint32_t x = x0; x < x1; ++x)
+                    sum += m_samples[size_t(y) * m_columns + x];
+            means[by * kColumns + bx] = double(sum) / ((x1 - x0) * (y1 - y0)) / 255;
         }
     double score = 0;
     if (!m_previous.empty()) {
@@ -85,37 +96,32 @@ double SceneDetector::cutScore(const uint8_t* luma, size_t stride)
     return std::min(score, 1.0);
 }
 
-double SceneDetector::estimateCost(const uint8_t* luma, size_t stride)
+double SceneDetector::estimateCost() const
 {
-    const uint32_t columns = m_format.width / kStep, rows = m_format.height / kStep;
-    m_samples.resize(size_t(columns) * rows);
-    for (uint32_t y = 0; y < rows; ++y)
-        for (uint32_t x = 0; x < columns; ++x)
-            m_samples[y * columns + x] =
-                uint8_t(std::min<uint32_t>(sample(luma, stride, x * kStep, y * kStep) >> m_shift, 255));
+    // Every block counts as changed in a first picture.
     const bool first = m_before.size() != m_samples.size();
+    constexpr int kArea = int(kBlock * kBlock);
     double work = 0;
     uint32_t blocks = 0;
-    for (uint32_t by = 0; by + kBlock <= rows; by += kBlock)
-        for (uint32_t bx = 0; bx + kBlock <= columns; bx += kBlock, ++blocks) {
+    for (uint32_t by = 0; by + kBlock <= m_rows; by += kBlock)
+        for (uint32_t bx = 0; bx + kBlock <= m_columns; bx += kBlock, ++blocks) {
             int sum = 0, moved = 0;
             for (uint32_t y = by; y < by + kBlock; ++y)
                 for (uint32_t x = bx; x < bx + kBlock; ++x) {
-                    const size_t i = y * columns + x;
+                    const size_t i = size_t(y) * m_columns + x;
                     sum += m_samples[i];
                     if (!first)
                         moved += std::abs(int(m_samples[i]) - int(m_before[i]));
                 }
-            if (!first && moved <= kUnchanged * kBlock * kBlock)
+            if (!first && moved <= kUnchanged * kArea)
                 continue;
-            const double mean = double(sum) / (kBlock * kBlock);
-            double deviation = 0;
+            // The mean deviation, in sixteenths of a sample.
+            int deviation = 0;
             for (uint32_t y = by; y < by + kBlock; ++y)
                 for (uint32_t x = bx; x < bx + kBlock; ++x)
-                    deviation += std::fabs(m_samples[y * columns + x] - mean);
-            work += 1 + deviation / (kBlock * kBlock) / kDetailScale;
+                    deviation += std::abs(kArea * m_samples[size_t(y) * m_columns + x] - sum);
+            work += 1 + double(deviation) / (kArea * kArea) / kDetailScale;
         }
-    m_before.swap(m_samples);
     return 1 + (blocks != 0 ? kChangedCost * work / blocks : 0);
 }
 

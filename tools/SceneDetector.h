@@ -1,5 +1,5 @@
 // What the chunk planner knows of each picture, from a cheap look at its
-// luma (every fourth sample of every fourth row): how much it differs from
+// luma (every fourth sample of every fourth row, fewer in small pictures): how much it differs from
 // the picture before (a scene cut scores high, motion low), and roughly
 // what it costs to encode, so that chunks can be cut to equal work rather
 // than equal length.
@@ -25,18 +25,19 @@ public:
     double cost() const { return m_cost; }
 
 private:
-    double cutScore(const uint8_t* luma, size_t stride);
-    double estimateCost(const uint8_t* luma, size_t stride);
-    uint32_t sample(const uint8_t* luma, size_t stride, uint32_t x, uint32_t y) const;
+    double cutScore();
+    double estimateCost() const;
 
-    static constexpr int kColumns = 32;
-    static constexpr int kRows = 18;
-    VideoFormat m_format;
+    static constexpr uint32_t kColumns = 32;
+    static constexpr uint32_t kRows = 18;
     int m_bytesPerSample = 1;
     int m_shift = 0;  // to 8-bit samples
-    double m_top = 255;
-    std::vector<double> m_previous;            // block means of the cut score
-    std::vector<uint8_t> m_samples, m_before;  // the coarse luma, for the cost
+    uint32_t m_rowBytes = 0;
+    // The coarse picture: every m_step-th sample of every m_step-th row.
+    uint32_t m_step = 0;
+    uint32_t m_columns = 0, m_rows = 0;
+    std::vector<uint8_t> m_samples, m_before;
+    std::vector<double> m_previous;  // block means of the cut score
     double m_cost = 1;
 };
 
