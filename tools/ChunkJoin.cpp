@@ -51,86 +51,105 @@ std::vector<std::pair<std::string, ChunkTrailer>> OrderChunks(const std::vector<
     return chunks;
 }
 
+ChunkJoiner::ChunkJoiner(OutputPlan plan, Progress* progress, SceneScan* audio)
+    : m_plan(std::move(plan)), m_progress(progress), m_audio(audio)
+{
+    m_plan.chunk.reset();
+}
+
+ChunkJoiner::~ChunkJoiner() = default;
+
+void ChunkJoiner::writeAudioUntil(const AVRational* until, int64_t time)
+{
+    for (; m_audio && m_nextAudio < m_audio->audio.size(); ++m_nextAudio) {
+        AudioPacket& packet = m_audio->audio[m_nextAudio];
+        const AudioTrack& track = m_audio->tracks[packet.track];
+        const int64_t at = packet.packet->dts != AV_NOPTS_VALUE ? packet.packet->dts : packet.packet->pts;
+        if (until && at != AV_NOPTS_VALUE &&
+            av_compare_ts(at, AVRational{track.timeBaseNum, track.timeBaseDen}, time, *until) > 0)
+            return;
+        m_writer->writeAudio(std::move(packet));
+    }
+}
+
+void ChunkJoiner::append(const std::string& path, const ChunkTrailer& chunk)
+{
+    if (!m_writer) {
+        m_format = chunk.format;
+        m_format.expectedFrames = chunk.totalFrames;
+        m_plan.codec = chunk.codec;
+        try {
+            const std::vector<AudioTrack> none;
+            m_writer = MakeOutputWriter(m_plan, m_format, m_audio ? m_audio->tracks : none);
+        } catch (const std::exception& e) {
+            throw EncodeError(e.what());
+        }
+    }
+    // Where the pictures start and end, in the input's time scale.
+    const AVRational inputScale{1, int(std::min<uint64_t>(m_format.timeScale, INT_MAX))};
+    TZKIntermediateSegment segment;
+    if (!segment.open(path))
+        throw EncodeError(path + ": cannot read");
+    uint64_t pictures = 0;
+    while (std::unique_ptr<Ebml::IElement> element{segment.readNext()}) {
+        if (element->getId() != TZKEncImageElt::kId)
+            continue;
+        TZKImageFramePtr image =
+            static_cast<TZKEncImageElt&>(*element)->exportFrame(CATime(0, 0), TZKIntermediateSegment::kMaxFrameBytes);
+        if (!image)
+            throw EncodeError(path + ": a damaged picture after " + std::to_string(pictures));
+        EncodedFrame frame = CopyEncodedFrame(image->GetZKEncImage());
+        pictures += frame.packets.size();
+        for (const Packet& packet : frame.packets) {
+            const AVRational base{
+                1, int(std::min<uint64_t>(packet.timeBase ? packet.timeBase : uint64_t(inputScale.den), INT_MAX))};
+            m_first = std::min(m_first, av_rescale_q(int64_t(packet.time), base, inputScale));
+            m_end = std::max(m_end, av_rescale_q(int64_t(packet.time + packet.duration), base, inputScale));
+        }
+        const uint64_t scale = frame.timeScale != 0 ? frame.timeScale : m_format.timeScale;
+        const AVRational timeBase{1, int(std::min<uint64_t>(scale, INT_MAX))};
+        try {
+            // Audio goes out as the pictures' times pass it, the way the
+            // muxer interleaves best.
+            writeAudioUntil(&timeBase, int64_t(frame.time));
+            m_writer->write(frame);
+        } catch (const std::exception& e) {
+            throw EncodeError(e.what());
+        }
+        if (m_progress)
+            m_progress->update(m_result.frames + pictures, m_result.frames + pictures, m_writer->bytesWritten());
+    }
+    if (pictures != chunk.frames)
+        throw EncodeError(path + ": holds " + std::to_string(pictures) + " of the chunk's " +
+                          std::to_string(chunk.frames) + " pictures");
+    if (m_audio && !m_audio->times.empty() && chunk.index == 0 && int64_t(m_audio->times.front()) != m_first)
+        throw EncodeError("the audio's input starts at " + std::to_string(m_audio->times.front()) + "/" +
+                          std::to_string(inputScale.den) + ", the chunks at " + std::to_string(m_first) +
+                          ": not the input of the chunks (or another --ss or --seek)");
+    m_result.frames += pictures;
+}
+
+JoinResult ChunkJoiner::finish()
+{
+    if (!m_writer)
+        throw EncodeError("no chunks to join");
+    const AVRational inputScale{1, int(std::min<uint64_t>(m_format.timeScale, INT_MAX))};
+    try {
+        writeAudioUntil(m_audio && m_audio->toPictureEnd ? &inputScale : nullptr, m_end);
+        m_writer->close();
+    } catch (const std::exception& e) {
+        throw EncodeError(e.what());
+    }
+    m_result.bytes = m_writer->bytesWritten();
+    return m_result;
+}
+
 JoinResult JoinChunks(const std::vector<std::string>& segments, OutputPlan plan, Progress* progress, SceneScan* audio)
 {
-    const auto chunks = OrderChunks(segments);
-    VideoFormat format = chunks.front().second.format;
-    format.expectedFrames = chunks.front().second.totalFrames;
-    plan.codec = chunks.front().second.codec;
-    plan.chunk.reset();
-    std::unique_ptr<OutputWriter> writer;
-    try {
-        const std::vector<AudioTrack> none;
-        writer = MakeOutputWriter(plan, format, audio ? audio->tracks : none);
-    } catch (const std::exception& e) {
-        throw EncodeError(e.what());
-    }
-    // Audio goes out as the pictures' times pass it, the way the muxer
-    // interleaves best.
-    size_t nextAudio = 0;
-    auto writeAudioUntil = [&](const AVRational* until, int64_t time) {
-        for (; audio && nextAudio < audio->audio.size(); ++nextAudio) {
-            AudioPacket& packet = audio->audio[nextAudio];
-            const AudioTrack& track = audio->tracks[packet.track];
-            const int64_t at = packet.packet->dts != AV_NOPTS_VALUE ? packet.packet->dts : packet.packet->pts;
-            if (until && at != AV_NOPTS_VALUE &&
-                av_compare_ts(at, AVRational{track.timeBaseNum, track.timeBaseDen}, time, *until) > 0)
-                return;
-            writer->writeAudio(std::move(packet));
-        }
-    };
-    JoinResult result;
-    // Where the pictures start and end, in the input's time scale.
-    int64_t first = INT64_MAX, end = 0;
-    const AVRational inputScale{1, int(std::min<uint64_t>(format.timeScale, INT_MAX))};
-    for (const auto& [path, chunk] : chunks) {
-        TZKIntermediateSegment segment;
-        if (!segment.open(path))
-            throw EncodeError(path + ": cannot read");
-        uint64_t pictures = 0;
-        while (std::unique_ptr<Ebml::IElement> element{segment.readNext()}) {
-            if (element->getId() != TZKEncImageElt::kId)
-                continue;
-            TZKImageFramePtr image = static_cast<TZKEncImageElt&>(*element)->exportFrame(
-                CATime(0, 0), TZKIntermediateSegment::kMaxFrameBytes);
-            if (!image)
-                throw EncodeError(path + ": a damaged picture after " + std::to_string(pictures));
-            EncodedFrame frame = CopyEncodedFrame(image->GetZKEncImage());
-            pictures += frame.packets.size();
-            for (const Packet& packet : frame.packets) {
-                const AVRational base{
-                    1, int(std::min<uint64_t>(packet.timeBase ? packet.timeBase : uint64_t(inputScale.den), INT_MAX))};
-                first = std::min(first, av_rescale_q(int64_t(packet.time), base, inputScale));
-                end = std::max(end, av_rescale_q(int64_t(packet.time + packet.duration), base, inputScale));
-            }
-            const uint64_t scale = frame.timeScale != 0 ? frame.timeScale : format.timeScale;
-            const AVRational timeBase{1, int(std::min<uint64_t>(scale, INT_MAX))};
-            try {
-                writeAudioUntil(&timeBase, int64_t(frame.time));
-                writer->write(frame);
-            } catch (const std::exception& e) {
-                throw EncodeError(e.what());
-            }
-            if (progress)
-                progress->update(result.frames + pictures, result.frames + pictures, writer->bytesWritten());
-        }
-        if (pictures != chunk.frames)
-            throw EncodeError(path + ": holds " + std::to_string(pictures) + " of the chunk's " +
-                              std::to_string(chunk.frames) + " pictures");
-        if (audio && !audio->times.empty() && chunk.index == 0 && int64_t(audio->times.front()) != first)
-            throw EncodeError("the audio's input starts at " + std::to_string(audio->times.front()) + "/" +
-                              std::to_string(inputScale.den) + ", the chunks at " + std::to_string(first) +
-                              ": not the input of the chunks (or another --ss or --seek)");
-        result.frames += pictures;
-    }
-    try {
-        writeAudioUntil(audio && audio->toPictureEnd ? &inputScale : nullptr, end);
-        writer->close();
-    } catch (const std::exception& e) {
-        throw EncodeError(e.what());
-    }
-    result.bytes = writer->bytesWritten();
-    return result;
+    ChunkJoiner joiner(std::move(plan), progress, audio);
+    for (const auto& [path, chunk] : OrderChunks(segments))
+        joiner.append(path, chunk);
+    return joiner.finish();
 }
 
 }  // namespace tools

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -11,12 +12,40 @@
 #include "tools/OutputWriter.h"
 #include "tools/Progress.h"
 
+struct AVRational;
+
 namespace evc {
 namespace tools {
 
 struct JoinResult {
     uint64_t frames = 0;
     uint64_t bytes = 0;
+};
+
+// Chunks written into one output as they are given, in order.
+class ChunkJoiner {
+public:
+    // plan.codec is taken from the chunks; the audio as for JoinChunks.
+    ChunkJoiner(OutputPlan plan, Progress* progress, SceneScan* audio);
+    ~ChunkJoiner();
+    // The next chunk's segment file and its description. Throws
+    // EncodeError naming the file at fault.
+    void append(const std::string& path, const ChunkTrailer& chunk);
+    // The rest of the audio, and the output put in place; without it, no
+    // output is left. Throws EncodeError.
+    JoinResult finish();
+
+private:
+    void writeAudioUntil(const AVRational* until, int64_t time);
+
+    OutputPlan m_plan;
+    Progress* m_progress;
+    SceneScan* m_audio;
+    std::unique_ptr<OutputWriter> m_writer;
+    VideoFormat m_format;
+    size_t m_nextAudio = 0;
+    int64_t m_first = INT64_MAX, m_end = 0;  // of the pictures, in the input's time scale
+    JoinResult m_result;
 };
 
 // The segment files may come in any order; they must be every chunk of one

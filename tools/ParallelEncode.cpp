@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <exception>
 #include <iostream>
@@ -142,9 +143,17 @@ EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress)
     };
     std::vector<Done> done(count);
     std::mutex mutex;
+    std::condition_variable changed;  // a chunk is ready, or all is stopping
+    std::vector<std::optional<ChunkTrailer>> ready(count);
     std::atomic<size_t> next{0};
     std::exception_ptr failure;
     bool interrupted = false;
+    auto fail = [&](std::exception_ptr error) {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (!failure)
+            failure = error;
+        changed.notify_all();
+    };
 
     std::atomic<uint32_t> workers{0};
     auto work = [&] {
@@ -153,7 +162,7 @@ EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress)
             const size_t slot = next++;
             {
                 std::lock_guard<std::mutex> lock(mutex);
-                if (slot >= count || failure)
+                if (slot >= count || failure || interrupted)
                     return;
             }
             const size_t chunk = order[slot];
@@ -197,16 +206,39 @@ EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress)
                 timeline.add(worker, what, start, result.frames);
                 std::lock_guard<std::mutex> lock(mutex);
                 interrupted = interrupted || result.interrupted;
+                if (!result.interrupted)
+                    ready[chunk] = trailer;
+                changed.notify_all();
             } catch (...) {
-                std::lock_guard<std::mutex> lock(mutex);
-                if (!failure)
-                    failure = std::current_exception();
+                fail(std::current_exception());
             }
+        }
+    };
+    // The join follows the encodes: each chunk goes into the output as soon
+    // as it and those before it are done, so that at the end only what the
+    // last chunks hold is left to write.
+    ChunkJoiner joiner(plan.job.output, nullptr, &scan);
+    double joinStart = -1;
+    auto join = [&] {
+        try {
+            for (size_t chunk = 0; chunk < count; ++chunk) {
+                std::unique_lock<std::mutex> lock(mutex);
+                changed.wait(lock, [&] { return ready[chunk] || failure || interrupted; });
+                if (!ready[chunk])
+                    return;
+                lock.unlock();
+                if (joinStart < 0)
+                    joinStart = timeline.now();
+                joiner.append(files[chunk], *ready[chunk]);
+            }
+        } catch (...) {
+            fail(std::current_exception());
         }
     };
     std::vector<std::thread> threads;
     for (uint32_t j = 0; j < std::min(plan.jobs, count); ++j)
         threads.emplace_back(work);
+    threads.emplace_back(join);
     for (std::thread& thread : threads)
         thread.join();
     if (failure)
@@ -214,8 +246,7 @@ EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress)
     if (interrupted)
         throw EncodeAbandoned();
 
-    const double joinStart = timeline.now();
-    const JoinResult joined = JoinChunks(files, plan.job.output, nullptr, &scan);
+    const JoinResult joined = joiner.finish();
     timeline.add(0, "join", joinStart, joined.frames);
     timeline.print(plan.jobs);
     EncodeResult result;
