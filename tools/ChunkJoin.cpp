@@ -59,14 +59,14 @@ ChunkJoiner::ChunkJoiner(OutputPlan plan, Progress* progress, SceneScan* audio)
 
 ChunkJoiner::~ChunkJoiner() = default;
 
-void ChunkJoiner::writeAudioUntil(const AVRational* until, int64_t time)
+void ChunkJoiner::writeAudioUntil(const AVRational* until, int64_t time, bool before)
 {
     for (; m_audio && m_nextAudio < m_audio->audio.size(); ++m_nextAudio) {
         AudioPacket& packet = m_audio->audio[m_nextAudio];
         const AudioTrack& track = m_audio->tracks[packet.track];
         const int64_t at = packet.packet->dts != AV_NOPTS_VALUE ? packet.packet->dts : packet.packet->pts;
         if (until && at != AV_NOPTS_VALUE &&
-            av_compare_ts(at, AVRational{track.timeBaseNum, track.timeBaseDen}, time, *until) > 0)
+            av_compare_ts(at, AVRational{track.timeBaseNum, track.timeBaseDen}, time, *until) >= (before ? 0 : 1))
             return;
         m_writer->writeAudio(std::move(packet));
     }
@@ -135,7 +135,8 @@ JoinResult ChunkJoiner::finish()
         throw EncodeError("no chunks to join");
     const AVRational inputScale{1, int(std::min<uint64_t>(m_format.timeScale, INT_MAX))};
     try {
-        writeAudioUntil(m_audio && m_audio->toPictureEnd ? &inputScale : nullptr, m_end);
+        // What starts before the pictures' end, like an encode cut short.
+        writeAudioUntil(m_audio && m_audio->toPictureEnd ? &inputScale : nullptr, m_end, true);
         m_writer->close();
     } catch (const std::exception& e) {
         throw EncodeError(e.what());

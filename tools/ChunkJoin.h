@@ -36,7 +36,8 @@ public:
     JoinResult finish();
 
 private:
-    void writeAudioUntil(const AVRational* until, int64_t time);
+    // The audio up to time (or all of it), or only what starts before it.
+    void writeAudioUntil(const AVRational* until, int64_t time, bool before = false);
 
     OutputPlan m_plan;
     Progress* m_progress;

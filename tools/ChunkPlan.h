@@ -44,8 +44,8 @@ struct SceneScan {
     std::vector<uint64_t> times;
     std::vector<AudioTrack> tracks;
     std::vector<AudioPacket> audio;
-    // The audio after the pictures' end is left out (it was read to the end
-    // of an input whose pictures were cut short).
+    // The audio from the pictures' end on is left out (it was read to the
+    // end of an input whose pictures were cut short by --frames).
     bool toPictureEnd = false;
 };
 SceneScan ScanScenes(FrameSource& source);

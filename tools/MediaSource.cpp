@@ -88,8 +88,10 @@ public:
             m_done = true;
         }
         while (!m_done) {
-            if (m_plan.maxFrames != 0 && m_delivered >= m_plan.maxFrames)
+            if (m_plan.maxFrames != 0 && m_delivered >= m_plan.maxFrames) {
+                ReadAudioToPictureEnd();
                 break;
+            }
             const int received = avcodec_receive_frame(m_decoder.get(), m_frame.get());
             if (received == 0) {
                 const bool keep = Take(picture);
@@ -296,7 +298,7 @@ private:
             if (index == m_video) {
                 if (m_packet->pos >= 0)
                     m_videoEnd = m_packet->pos + m_packet->size;
-                if (m_plan.audioOnly && m_havePts) {
+                if ((m_plan.audioOnly && m_havePts) || m_picturesEnd != AV_NOPTS_VALUE) {
                     av_packet_unref(m_packet.get());
                     continue;
                 }
@@ -316,7 +318,39 @@ private:
                 m_audio.push_back(std::move(audio));
             }
             av_packet_unref(m_packet.get());
+            if (m_picturesEnd != AV_NOPTS_VALUE)
+                return;  // the caller looks at each packet
         }
+    }
+
+    // When the pictures stop before the input does (--frames), so does the
+    // audio: it is read on until every track has passed the last picture's
+    // end, and what starts from there on is dropped. A join of chunks cuts
+    // its audio the same way.
+    void ReadAudioToPictureEnd()
+    {
+        if (m_tracks.empty() || !m_havePts || m_picturesEnd != AV_NOPTS_VALUE)
+            return;
+        m_picturesEnd = m_lastPts + (m_lastDuration > 0 ? m_lastDuration : m_step);
+        auto starts = [&](const AudioPacket& a) {
+            const AVPacket& p = *a.packet;
+            const int64_t at = p.dts != AV_NOPTS_VALUE ? p.dts : p.pts;
+            const AudioTrack& track = m_tracks[a.track];
+            return at == AV_NOPTS_VALUE
+                       ? -1
+                       : av_compare_ts(at, AVRational{track.timeBaseNum, track.timeBaseDen}, m_picturesEnd, m_timeBase);
+        };
+        std::vector<bool> passed(m_tracks.size(), false);
+        size_t seen = 0;
+        while (!m_drained && std::count(passed.begin(), passed.end(), true) < long(passed.size())) {
+            ReadPacket();
+            for (; seen < m_audio.size(); ++seen)
+                if (starts(m_audio[seen]) >= 0)
+                    passed[m_audio[seen].track] = true;
+        }
+        m_audio.erase(
+            std::remove_if(m_audio.begin(), m_audio.end(), [&](const AudioPacket& a) { return starts(a) >= 0; }),
+            m_audio.end());
     }
 
     // A raw picture stream that stops inside a picture is cut short: its
@@ -363,6 +397,7 @@ private:
         }
         m_havePts = true;
         m_lastPts = pts;
+        m_lastDuration = m_frame->pkt_duration;
         picture.time = uint64_t(pts - m_offset) * uint64_t(m_timeBase.num);
         picture.duration = m_frame->pkt_duration > 0 ? uint64_t(m_frame->pkt_duration) * uint64_t(m_timeBase.num) : 0;
         Convert(picture);
@@ -451,8 +486,10 @@ private:
     int64_t m_lastPts = 0;
     int64_t m_step = 1;
     int64_t m_offset = 0;
-    int64_t m_videoEnd = 0;  // file position after the last video packet read
-    bool m_hadPts = false;   // the first picture had its own time
+    int64_t m_lastDuration = 0;              // the last picture's, when known
+    int64_t m_picturesEnd = AV_NOPTS_VALUE;  // set when --frames ends the pictures
+    int64_t m_videoEnd = 0;                  // file position after the last video packet read
+    bool m_hadPts = false;                   // the first picture had its own time
     bool m_chunkSought = false;
     bool m_landing = false;  // the first picture after a seek is still to come
     int64_t m_firstPts = 0;  // the first picture's, before a seek to a chunk

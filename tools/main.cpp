@@ -155,7 +155,9 @@ int Join(const EncodeOptions& options, const std::string& format, const std::str
             plan.acceptedFormats = AcceptedFormats(output.codec);
             try {
                 audio = ScanScenes(*OpenMediaSource(plan));
-                audio->toPictureEnd = options.frames != 0;
+                // Cut where an encode with --frames stops, unless the input
+                // ended first.
+                audio->toPictureEnd = options.frames != 0 && chunks.front().second.totalFrames >= options.frames;
             } catch (const InputError& e) {
                 return Fail(options.audioFrom + ": " + e.what());
             }

@@ -465,6 +465,26 @@ TEST_F(EvcEncodeTest, ChunksJoinIntoTheWholeInputOrNothing)
         EXPECT_EQ(times.keys, expected) << "a key frame at each chunk's start";
     }
 
+    // With --frames the audio stops where the pictures do (what starts
+    // before the end of the last one), however they were encoded.
+    const std::string frames = "--frames 50 ", part = Quote(m_dir->file("short.evcseg"));
+    std::vector<std::string> shortened;
+    for (const std::string& arguments :
+         {preset + frames + Quote(source), preset + frames + "--jobs 2 " + Quote(source),
+          preset + frames + "--chunk 1/1 " + Quote(source) + " -o " + part + " && " + Quote(EncoderPath()) +
+              " -q --join " + part + " --audio-from " + Quote(source) + " " + frames}) {
+        shortened.push_back(m_dir->file("short" + std::to_string(shortened.size()) + ".mkv"));
+        ASSERT_EQ(Encode(arguments + " -o " + Quote(shortened.back())).status, 0) << arguments;
+    }
+    const std::vector<double> audioTimes = Numbers(ParseFacts(
+        Probe(shortened[0], "-select_streams a -show_entries packet=pts_time -of default=nw=1"))["pts_time"]);
+    ASSERT_FALSE(audioTimes.empty());
+    const double end = std::stod(sourceTimes[50]);  // the 50th picture's end
+    EXPECT_LT(audioTimes.back(), end);
+    EXPECT_GT(audioTimes.back(), end - 0.03) << "the audio goes on to the pictures' end";
+    EXPECT_EQ(AudioDigest(shortened[1]), AudioDigest(shortened[0]));
+    EXPECT_EQ(AudioDigest(shortened[2]), AudioDigest(shortened[0]));
+
     // Whatever is wrong with the chunks, nothing is written.
     const std::string cut = m_dir->file("cut.evcseg");
     ASSERT_EQ(RunCommand("{ head -c 300 " + p2 + "; tail -c 112 " + p2 + "; } > " + Quote(cut), *m_dir).status, 0);
