@@ -65,14 +65,15 @@ std::vector<uint64_t> ChunkStarts(const std::vector<double>& scores, uint32_t co
 }
 
 std::vector<uint64_t> SceneChunkStarts(const std::vector<double>& scores, const std::vector<double>& costs,
-                                       uint32_t pieces, const ChunkLimits& limits)
+                                       uint32_t jobs, const ChunkLimits& limits, uint64_t longScene)
 {
     const uint64_t total = scores.size();
     auto cost = [&](uint64_t i) { return costs.size() == total ? std::max(costs[i], 0.0) : 1.0; };
     double work = 0;
     for (uint64_t i = 0; i < total; ++i)
         work += cost(i);
-    const double target = work / std::max<uint32_t>(pieces, 1);
+    jobs = std::max<uint32_t>(jobs, 1);
+    const double share = work / jobs, target = share / kPiecesPerJob;
     // Scenes gathered into chunks while they fit the target, or while the
     // chunk is shorter than the minimum.
     std::vector<uint64_t> starts{0};
@@ -82,11 +83,26 @@ std::vector<uint64_t> SceneChunkStarts(const std::vector<double>& scores, const 
         double sceneWork = cost(scene);
         for (; end < total && scores[end] < kSceneCut; ++end)
             sceneWork += cost(end);
-        if (scene != 0 && scene - starts.back() >= limits.minLength && chunkWork + sceneWork > target) {
+        const bool split = sceneWork > share && end - scene >= std::max<uint64_t>(longScene, 1);
+        if (scene != 0 && scene - starts.back() >= limits.minLength && (split || chunkWork + sceneWork > target)) {
             starts.push_back(scene);
             chunkWork = 0;
         }
-        chunkWork += sceneWork;
+        if (split) {
+            // In even parts of the work, as long as the minimum allows.
+            const uint64_t parts = std::min<uint64_t>(uint64_t(std::ceil(sceneWork / target)),
+                                                      (end - scene) / std::max<uint64_t>(limits.minLength, 1));
+            double done = 0;
+            uint64_t part = 1;
+            for (uint64_t i = scene; i < end && part < parts; done += cost(i++))
+                if (done >= sceneWork * double(part) / double(parts) && i > starts.back()) {
+                    starts.push_back(i);
+                    ++part;
+                }
+            chunkWork = target;  // the next scene starts a chunk of its own
+        } else {
+            chunkWork += sceneWork;
+        }
         scene = end;
     }
     // A last chunk below the minimum joins the one before.
@@ -141,11 +157,11 @@ ChunkBounds PlanChunks(const SceneScan& scan, uint32_t count, const ChunkLimits&
     return bounds;
 }
 
-ChunkBounds PlanSceneChunks(const SceneScan& scan, uint32_t pieces, const ChunkLimits& limits)
+ChunkBounds PlanSceneChunks(const SceneScan& scan, uint32_t jobs, const ChunkLimits& limits, uint64_t longScene)
 {
     ChunkBounds bounds;
     bounds.total = scan.scores.size();
-    bounds.starts = SceneChunkStarts(scan.scores, scan.costs, pieces, limits);
+    bounds.starts = SceneChunkStarts(scan.scores, scan.costs, jobs, limits, longScene);
     for (uint64_t start : bounds.starts)
         bounds.times.push_back(scan.times[start]);
     return bounds;

@@ -27,13 +27,17 @@ struct ChunkLimits {
 // count <= scores.size().
 std::vector<uint64_t> ChunkStarts(const std::vector<double>& scores, uint32_t count, const ChunkLimits& limits);
 
-// The first picture of each chunk when the count is free: every chunk
-// starts at a scene cut and holds whole scenes, as many as fit in
-// 1/pieces of the whole work (a scene with more stays whole), at least
-// the minimum length where the input allows; a stretch longer than the
-// maximum is split into equal parts.
+// The first picture of each chunk when the count is free, for the given
+// number of encodes side by side: every chunk starts at a scene cut and
+// holds whole scenes, as many as fit in a quarter of one encode's share of
+// the work, at least the minimum length where the input allows. A scene
+// with more stays whole (a key frame inside it costs quality), unless it
+// holds more than a share and lasts at least longScene pictures (where the
+// encoder puts key frames of its own): then it is cut in parts of a quarter
+// share. A stretch longer than the maximum is split into equal parts.
+constexpr uint32_t kPiecesPerJob = 4;
 std::vector<uint64_t> SceneChunkStarts(const std::vector<double>& scores, const std::vector<double>& costs,
-                                       uint32_t pieces, const ChunkLimits& limits);
+                                       uint32_t jobs, const ChunkLimits& limits, uint64_t longScene);
 
 // One reading of a whole input: every picture's scene score and time, and
 // the audio the source copies (kept for the join, which writes it beside
@@ -60,7 +64,7 @@ struct ChunkBounds {
 };
 ChunkBounds PlanChunks(const SceneScan& scan, uint32_t count, const ChunkLimits& limits);
 // The same with SceneChunkStarts.
-ChunkBounds PlanSceneChunks(const SceneScan& scan, uint32_t pieces, const ChunkLimits& limits);
+ChunkBounds PlanSceneChunks(const SceneScan& scan, uint32_t jobs, const ChunkLimits& limits, uint64_t longScene);
 
 // A plan file keeps the bounds for the other chunks' encodes, with a line
 // naming what they were computed from (the input and the options), so that

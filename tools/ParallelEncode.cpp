@@ -108,17 +108,18 @@ EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress)
 {
     Timeline timeline(plan.timeline);
     SceneScan scan;
+    uint64_t longScene = 0;  // ten seconds, where encoders put key frames anyway
     {
         std::unique_ptr<FrameSource> whole = plan.openSource(std::nullopt);
+        const VideoFormat& format = whole->format();
+        longScene = format.fpsDen != 0 ? 10 * uint64_t(format.fpsNum) / format.fpsDen : 250;
         scan = ScanScenes(*whole);
     }
     timeline.add(0, "scan", 0, scan.scores.size());
     if (scan.scores.empty())
         throw EncodeError("the input holds no pictures");
     const uint64_t total = scan.scores.size();
-    // Four pieces of work a job, so that what is left when one job runs out
-    // of chunks is short.
-    const ChunkBounds bounds = PlanSceneChunks(scan, plan.jobs * 4, plan.limits);
+    const ChunkBounds bounds = PlanSceneChunks(scan, plan.jobs, plan.limits, longScene);
     const uint32_t count = uint32_t(bounds.starts.size());
     std::vector<uint64_t> starts = bounds.starts;
     starts.push_back(total);

@@ -37,7 +37,7 @@ std::vector<double> CostlySecondHalf(uint64_t frames)
 TEST(ChunkPlan, BoundariesFollowCutsWithinTheLimits)
 {
     // With a count, boundaries near even shares of the pictures; without one
-    // (count 0 here, four pieces), whole scenes up to a quarter of the work.
+    // (count 0 here, one job), whole scenes up to a quarter of the work.
     struct Row {
         const char* name;
         std::vector<double> scores;
@@ -67,9 +67,14 @@ TEST(ChunkPlan, BoundariesFollowCutsWithinTheLimits)
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         EXPECT_EQ(row.count != 0 ? ChunkStarts(row.scores, row.count, row.limits)
-                                 : SceneChunkStarts(row.scores, row.costs, 4, row.limits),
+                                 : SceneChunkStarts(row.scores, row.costs, 1, row.limits, 10),
                   row.starts);
     }
+    // With two jobs, a scene holding more than one's share is cut in quarter
+    // shares when it is long, and kept whole when it is not.
+    EXPECT_EQ(SceneChunkStarts(Scores(100, {90}), {}, 2, {}, 90),
+              (std::vector<uint64_t>{0, 12, 23, 34, 45, 57, 68, 79, 90}));
+    EXPECT_EQ(SceneChunkStarts(Scores(100, {90}), {}, 2, {}, 91), (std::vector<uint64_t>{0, 90}));
 }
 
 TEST(ChunkPlan, SceneScoresSeeACutAndNotMotion)
