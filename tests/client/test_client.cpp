@@ -228,7 +228,7 @@ TEST(ChildHandle, AnEmptyHandleLeavesTheHostsOtherChildrenAlone)
     if (other == 0)
         _exit(0);
     siginfo_t info{};
-    ASSERT_EQ(waitid(P_PID, other, &info, WEXITED | WNOWAIT), 0);  // a zombie, not reaped
+    EXPECT_EQ(waitid(P_PID, other, &info, WEXITED | WNOWAIT), 0);  // a zombie, not reaped
     evc::ChildHandle none;
     EXPECT_FALSE(none.alive());
     EXPECT_EQ(waitpid(other, nullptr, 0), other);
@@ -384,15 +384,17 @@ bool Reaped(pid_t pid, int ms)
 
 TEST_F(ClientLife, AHostKilledMidEncodeLeavesNothingBehind)
 {
-    // The orphaned service becomes our child, so the test can see it end.
+    // The orphaned service becomes our child, so the test can see it end (and the fixture can end
+    // it when the test stops half-way).
     ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 1), 0);
+    struct Reset {
+        ~Reset() { prctl(PR_SET_CHILD_SUBREAPER, 0); }
+    } reset;
     for (const bool holdLock : {false, true}) {
         SCOPED_TRACE(holdLock ? "died holding the segment's lock" : "died mid-encode");
         int report[2];
         ASSERT_EQ(pipe(report), 0);
-        const pid_t host = fork();
-        ASSERT_GE(host, 0);
-        if (host == 0) {
+        ChildProcess host([&]() -> std::string {
             close(report[0]);
             evc::Client client(TestClientOptions());
             client.SetOutput(EchoPreset());
@@ -401,7 +403,7 @@ TEST_F(ClientLife, AHostKilledMidEncodeLeavesNothingBehind)
             client.CompressFrame(&image.record, true, false, nullptr);
             CAMemoryMappedFile file;
             if (holdLock && !(file.attach(client.segmentKey().c_str()) && file.lock()))
-                _exit(1);
+                return "the segment's lock was not taken";
             const std::string line = std::to_string(client.servicePid()) + " " + client.segmentKey() + "\n";
             (void)!write(report[1], line.data(), line.size());
             for (uint64_t n = 1;; ++n) {
@@ -409,19 +411,18 @@ TEST_F(ClientLife, AHostKilledMidEncodeLeavesNothingBehind)
                 if (!holdLock)
                     client.CompressFrame(&image.record, false, false, nullptr);
             }
-        }
+        });
         close(report[1]);
         char text[4096] = {};
         FILE* in = fdopen(report[0], "r");
         (void)!fgets(text, sizeof text, in);
         fclose(in);
         const std::string line(text);
-        ASSERT_NE(line.find(' '), std::string::npos) << "the host did not start";
+        ASSERT_NE(line.find(' '), std::string::npos) << "the host did not start: " << host.Finish();
         const pid_t service = std::stoi(line);
         const std::string key = line.substr(line.find(' ') + 1, line.find('\n') - line.find(' ') - 1);
         Watch(key);
-        kill(host, SIGKILL);
-        ASSERT_EQ(waitpid(host, nullptr, 0), host);
+        host.Kill();
         EXPECT_TRUE(Reaped(service, 1000)) << "the service outlived its host";
         kill(service, SIGKILL);
         Reaped(service, 1000);
@@ -431,7 +432,6 @@ TEST_F(ClientLife, AHostKilledMidEncodeLeavesNothingBehind)
         EXPECT_FALSE(Exists(key));
         EXPECT_FALSE(LockExists(key));
     }
-    prctl(PR_SET_CHILD_SUBREAPER, 0);
 }
 
 }  // namespace

@@ -11,7 +11,8 @@ namespace evctest {
 
 // Runs body in a forked child; the child's answer ("" for success, else what went wrong) comes
 // back through a pipe. The child ends with _exit, so nothing of the test runner runs twice; a
-// child still running when the object goes is killed and reaped.
+// child still running when the object goes (a test stopped by a failed assertion) is killed and
+// reaped.
 class ChildProcess {
 public:
     explicit ChildProcess(std::function<std::string()> body);
@@ -21,6 +22,8 @@ public:
 
     // Waits up to ms for the child; its answer, or a text saying it crashed or overstayed.
     std::string Finish(unsigned ms = 20000);
+    // Kills the child at once and reaps it.
+    void Kill() { Reap(true); }
 
 private:
     void Reap(bool kill);

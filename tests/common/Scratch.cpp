@@ -7,8 +7,10 @@
 #include <sys/wait.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 
 namespace evctest {
 
@@ -27,6 +29,22 @@ bool NoChildLeft()
 {
     return waitpid(-1, nullptr, WNOHANG) < 0 && errno == ECHILD;
 }
+
+namespace {
+
+// Kills every child of this process and reaps them.
+void EndChildren()
+{
+    std::error_code ignored;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task", ignored)) {
+        std::ifstream children(task.path() / "children");
+        for (pid_t pid; children >> pid;)
+            if (kill(pid, SIGKILL) == 0)
+                waitpid(pid, nullptr, 0);
+    }
+}
+
+}  // namespace
 
 void ScratchTest::SetUp()
 {
@@ -52,7 +70,10 @@ void ScratchTest::TearDown()
     std::error_code ignored;
     for (const auto& entry : std::filesystem::directory_iterator(m_dir.Path(), ignored))
         ADD_FAILURE() << "left in the temporary folder: " << entry.path().filename();
-    EXPECT_TRUE(NoChildLeft()) << "a child process is left";
+    if (!NoChildLeft()) {
+        ADD_FAILURE() << "a child process is left";
+        EndChildren();
+    }
 }
 
 }  // namespace evctest

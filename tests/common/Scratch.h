@@ -1,6 +1,7 @@
 // A fixture for tests that make files, named locks or child processes: each test gets its own
 // TMPDIR, and on teardown nothing may be left: no file in that folder, no named lock of a watched
-// key in /dev/shm, no child process. What is left is reported as a failure, then removed.
+// key in /dev/shm, no child process. What is left is reported as a failure, then removed (a
+// child is killed and reaped), so one failed test does not leave its processes to the next.
 #pragma once
 
 #include "common/TempDir.h"

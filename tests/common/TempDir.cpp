@@ -1,11 +1,15 @@
 // Scratch folders and byte files for tests.
 #include "common/TempDir.h"
 
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <system_error>
 
 #include <stdlib.h>
+#include <unistd.h>
 
 namespace evctest {
 
@@ -40,9 +44,32 @@ Bytes ReadBytes(const std::filesystem::path& path)
     return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
+namespace {
+
+constexpr char kPrefix[] = "evc-test-";
+
+// A process killed before its scratch folders' owners ran leaves them behind. They carry the
+// process id in their name; the next test process removes those whose process has ended.
+void RemoveOrphans(const std::filesystem::path& temp)
+{
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::directory_iterator(temp, ignored)) {
+        const std::string name = entry.path().filename().string();
+        char* end = nullptr;
+        const long pid = name.rfind(kPrefix, 0) == 0 ? std::strtol(name.c_str() + sizeof kPrefix - 1, &end, 10) : 0;
+        if (pid > 0 && *end == '-' && kill(pid_t(pid), 0) != 0 && errno == ESRCH)
+            std::filesystem::remove_all(entry.path(), ignored);
+    }
+}
+
+}  // namespace
+
 TempDir::TempDir()
 {
-    std::string pattern = (std::filesystem::temp_directory_path() / "evc-test-XXXXXX").string();
+    const std::filesystem::path temp = std::filesystem::temp_directory_path();
+    static const bool swept = (RemoveOrphans(temp), true);
+    (void)swept;
+    std::string pattern = (temp / (kPrefix + std::to_string(getpid()) + "-XXXXXX")).string();
     if (mkdtemp(pattern.data()) != nullptr)
         m_path = pattern;
 }

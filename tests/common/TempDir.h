@@ -1,5 +1,6 @@
 // Scratch folders for tests: a fresh folder under the temporary directory that is removed with
-// everything in it when its owner goes, whether the test passed or not; byte-file helpers.
+// everything in it when its owner goes, whether the test passed or not (and, should the process be
+// killed first, by the next test process); byte-file helpers.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <numeric>
 #include <map>
 #include <memory>
@@ -84,7 +85,10 @@ protected:
         if (!m_dir)
             return;
         EXPECT_TRUE(RunCommand("ls -A " + Quote(m_segments), *m_dir).out.empty()) << "the segment was removed";
-        EXPECT_TRUE(ProcessesMentioning(m_segments).empty()) << "no service outlived its encoder";
+        const std::vector<int> strays = ProcessesMentioning(m_segments);
+        EXPECT_TRUE(strays.empty()) << "no service outlived its encoder";
+        for (const int pid : strays)
+            kill(pid, SIGKILL);
         m_dir.reset();
     }
 
@@ -325,10 +329,10 @@ TEST_F(EvcEncodeTest, InterruptionFinishesOrAbandonsTheFile)
     for (const Case& c : cases) {
         SCOPED_TRACE(std::to_string(c.signals) + " interrupts");
         const std::string kill = c.signals == 1 ? "kill -INT $p" : "kill -INT $p; sleep 0.3; kill -INT $p";
-        // Waits for the output's temporary file, then lets it run a little.
+        // Waits for the output's temporary file (or the encoder's end), then lets it run a little.
         const CommandResult run =
             RunCommand("TMPDIR=" + Quote(m_segments) + " " + Quote(EncoderPath()) + " -q " + c.arguments + " -o " +
-                           Quote(c.output) + " & p=$!; while ! ls -A " + Quote(m_dir->path()) +
+                           Quote(c.output) + " & p=$!; while kill -0 $p && ! ls -A " + Quote(m_dir->path()) +
                            " | grep -q evc-; do sleep 0.05; done; sleep 0.5; " + kill + "; wait $p",
                        *m_dir);
         EXPECT_EQ(run.status, 130) << run.err;
