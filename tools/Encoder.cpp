@@ -54,13 +54,14 @@ std::string SetOutputFailure(uint32_t status, const std::string& preset)
     }
 }
 
-// Asks the processor to bring a picture's pixels into its cache while the
-// service still works on the one before: the copy into the segment, the one
-// step between two commands that grows with the picture, then reads them from
-// the cache. Larger pictures would not stay there.
+// Asks the processor to bring a mapped picture's pixels into its cache while
+// the service still works on the one before: the copy into the segment, the
+// one step between two commands that grows with the picture, then reads them
+// from the cache. Larger pictures would not stay there; a decoder's are there
+// already (prefetching them only costs time).
 void Prefetch(const Picture& picture, const VideoFormat& format)
 {
-    if (format.frameBytes() > kPrefetchedBytes)
+    if (!picture.mapped || format.frameBytes() > kPrefetchedBytes)
         return;
     const auto lines = [](const uint8_t* from, size_t bytes) {
         for (size_t at = 0; at < bytes; at += 64)

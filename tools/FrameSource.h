@@ -57,6 +57,9 @@ struct Picture {
     std::vector<uint8_t> pixels;
     uint64_t time = 0;      // in format().timeScale units, from 0 up
     uint64_t duration = 0;  // the same units; 0 when the source does not say
+    // The pixels lie in a mapping of the input file and no one has read them
+    // yet (a decoder's pictures were just written, and are in the cache).
+    bool mapped = false;
 };
 
 // An audio stream copied into the output.

@@ -240,6 +240,7 @@ public:
             m_mapping->Drop(kDropBatch);
             Populate(pixels);
             picture.frame = Wrap(pixels);
+            picture.mapped = true;
             picture.time = time;
             picture.duration = uint64_t(m_timeBase.num);
             ++m_delivered;
