@@ -32,10 +32,19 @@ struct ContextFree {
 // The compressor's key pictures carry packet type 1.
 constexpr uint32_t kKeyPacket = 1;
 
+// The reordering the shipped H.264 and HEVC encoders may use at any point (a
+// B-pyramid: a picture decoded after two that are shown later), whatever the
+// first pictures showed; VP9 and AV1 hand pictures out in order.
+size_t ReorderFloor(uint32_t codec)
+{
+    const std::string name = CodecName(codec);
+    return name == "h264" || name == "hevc" ? 2 : 0;
+}
+
 class ContainerWriter : public OutputWriter {
 public:
     ContainerWriter(const OutputPlan& plan, const VideoFormat& format, const std::vector<AudioTrack>& audio)
-        : m_target(plan.path, plan.overwrite), m_format(format)
+        : m_target(plan.path, plan.overwrite), m_format(format), m_order(32, ReorderFloor(plan.codec))
     {
         const char* muxer = plan.format == "mkv" ? "matroska" : plan.format.c_str();
         AVFormatContext* context = nullptr;

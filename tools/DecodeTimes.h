@@ -4,7 +4,11 @@
 // decoding time of picture i is the (i - k)-th smallest presentation time;
 // the first k get times just below the smallest one. These are strictly
 // increasing and never later than the picture's presentation time. The depth
-// is measured over the first window of pictures before any is released.
+// is measured over the first window of pictures before any is released, and is
+// at least the minimum given: an encoder may reorder deeper later than in its
+// first pictures (x264 uses a B-pyramid only where the pictures suit one, a
+// restarted encoder decides afresh), and a depth found too small then could
+// only end the output. Too deep costs nothing but a lower first time.
 #pragma once
 
 #include <cstddef>
@@ -19,7 +23,7 @@ namespace tools {
 template <typename Item>
 class DecodeTimes {
 public:
-    explicit DecodeTimes(size_t window = 32) : m_window(window) {}
+    explicit DecodeTimes(size_t window = 32, size_t minimumDepth = 0) : m_window(window), m_depth(minimumDepth) {}
 
     // Takes a picture with its presentation time and step (its duration, or
     // any positive spacing used below the first time).

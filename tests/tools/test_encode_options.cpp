@@ -172,17 +172,25 @@ TEST(DecodeTimes, FollowTheReorderingDepth)
         std::vector<int64_t> pts;  // in decoding order
         size_t depth;
         std::vector<int64_t> dts;
+        size_t minimum = 0;  // the depth's floor
     };
     const std::vector<Case> cases = {
         {"no B-pictures", {0, 10, 20, 30}, 0, {0, 10, 20, 30}},
         {"one B-picture", {0, 20, 10, 40, 30}, 1, {-10, 0, 10, 20, 30}},
         {"pyramid", {0, 40, 20, 10, 30, 50}, 2, {-20, -10, 0, 10, 20, 30}},
         {"variable spacing", {0, 50, 20, 60, 55}, 1, {-10, 0, 20, 50, 55}},
+        // The first window shows one B-picture, a pyramid follows (as after a
+        // restarted encoder): the floor keeps every time at or below its picture's.
+        {"pyramid after the first window",
+         {0, 20, 10, 40, 30, 80, 60, 50, 70},
+         2,
+         {-20, -10, 0, 10, 20, 30, 40, 50, 60},
+         2},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         // A window smaller than the stream: times are released while it runs.
-        DecodeTimes<size_t> order(4);
+        DecodeTimes<size_t> order(4, c.minimum);
         std::vector<int64_t> dts;
         auto emit = [&](size_t index, int64_t pts, int64_t decode) {
             EXPECT_EQ(index, dts.size()) << "decoding order kept";
