@@ -73,6 +73,7 @@ std::vector<uint64_t> SceneChunkStarts(const std::vector<double>& scores, const 
     for (uint64_t i = 0; i < total; ++i)
         work += cost(i);
     jobs = std::max<uint32_t>(jobs, 1);
+    longScene = std::max<uint64_t>(longScene, 1);
     const double share = work / jobs, target = share / kPiecesPerJob;
     // Scenes gathered into chunks while they fit the target, or while the
     // chunk is shorter than the minimum.
@@ -83,15 +84,20 @@ std::vector<uint64_t> SceneChunkStarts(const std::vector<double>& scores, const 
         double sceneWork = cost(scene);
         for (; end < total && scores[end] < kSceneCut; ++end)
             sceneWork += cost(end);
-        const bool split = sceneWork > share && end - scene >= std::max<uint64_t>(longScene, 1);
+        const bool split = sceneWork > share && end - scene >= longScene;
         if (scene != 0 && scene - starts.back() >= limits.minLength && (split || chunkWork + sceneWork > target)) {
             starts.push_back(scene);
             chunkWork = 0;
         }
         if (split) {
-            // In even parts of the work, as long as the minimum allows.
-            const uint64_t parts = std::min<uint64_t>(uint64_t(std::ceil(sceneWork / target)),
-                                                      (end - scene) / std::max<uint64_t>(limits.minLength, 1));
+            // In even parts of the work: a quarter share each where they
+            // last longScene or more, else as few as fit a share each (and
+            // no shorter than the minimum).
+            const uint64_t length = end - scene;
+            const uint64_t parts = std::min<uint64_t>(
+                std::max<uint64_t>(uint64_t(std::ceil(sceneWork / share)),
+                                   std::min<uint64_t>(uint64_t(std::ceil(sceneWork / target)), length / longScene)),
+                length / std::max<uint64_t>(limits.minLength, 1));
             double done = 0;
             uint64_t part = 1;
             for (uint64_t i = scene; i < end && part < parts; done += cost(i++))

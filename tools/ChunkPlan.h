@@ -33,8 +33,10 @@ std::vector<uint64_t> ChunkStarts(const std::vector<double>& scores, uint32_t co
 // the work, at least the minimum length where the input allows. A scene
 // with more stays whole (a key frame inside it costs quality), unless it
 // holds more than a share and lasts at least longScene pictures (where the
-// encoder puts key frames of its own): then it is cut in parts of a quarter
-// share. A stretch longer than the maximum is split into equal parts.
+// encoder puts key frames of its own): then it is cut in parts of equal
+// work, a quarter share each where they last longScene or more, else as few
+// as fit a share each. A stretch longer than the maximum is split into
+// equal parts.
 constexpr uint32_t kPiecesPerJob = 4;
 std::vector<uint64_t> SceneChunkStarts(const std::vector<double>& scores, const std::vector<double>& costs,
                                        uint32_t jobs, const ChunkLimits& limits, uint64_t longScene);

@@ -70,10 +70,12 @@ TEST(ChunkPlan, BoundariesFollowCutsWithinTheLimits)
                                  : SceneChunkStarts(row.scores, row.costs, 1, row.limits, 10),
                   row.starts);
     }
-    // With two jobs, a scene holding more than one's share is cut in quarter
-    // shares when it is long, and kept whole when it is not.
-    EXPECT_EQ(SceneChunkStarts(Scores(100, {90}), {}, 2, {}, 90),
+    // With two jobs, a scene holding more than one's share is cut when it is
+    // long: in quarter shares where the parts stay long, else in fewer parts
+    // (never parts of more than a share); a short one is kept whole.
+    EXPECT_EQ(SceneChunkStarts(Scores(100, {90}), {}, 2, {}, 10),
               (std::vector<uint64_t>{0, 12, 23, 34, 45, 57, 68, 79, 90}));
+    EXPECT_EQ(SceneChunkStarts(Scores(100, {90}), {}, 2, {}, 90), (std::vector<uint64_t>{0, 45, 90}));
     EXPECT_EQ(SceneChunkStarts(Scores(100, {90}), {}, 2, {}, 91), (std::vector<uint64_t>{0, 90}));
 }
 
