@@ -11,6 +11,7 @@
 #include <mutex>
 #include <thread>
 
+#include "evc/CodecList.h"
 #include "evc/EncodeSession.h"
 #include "media/ZKImageLayout.h"
 #include "tools/Interrupts.h"
@@ -40,8 +41,20 @@ struct Item {
     bool end = false;
 };
 
-std::string SetOutputFailure(uint32_t status, const std::string& preset)
+std::string SetOutputFailure(uint32_t status, const EncodeJob& job)
 {
+    const std::string& preset = job.presetName;
+    if (status == kZKErrBadPreset) {
+        // The service refuses a setting of the wrong kind too; which one is
+        // worth the listing only now.
+        try {
+            const std::string mismatch = CheckPresetKinds(job.presetXml, ListCodecs(job.client));
+            if (!mismatch.empty())
+                return "preset refused: " + mismatch;
+        } catch (const std::exception&) {
+            // No listing: the service's answer alone.
+        }
+    }
     switch (status) {
     case kZKErrBadPreset:
         return "the service rejected preset " + preset + " (status " + StatusText(status) +
@@ -354,7 +367,7 @@ public:
         SetServiceToKill(m_client.servicePid());
         uint32_t status = m_client.SetOutput(job.presetXml);
         if (status != kZKNoErr)
-            throw EncodeError(SetOutputFailure(status, job.presetName));
+            throw EncodeError(SetOutputFailure(status, job));
         ZKEncImage_t sample = Sample(format);
         status = m_client.Begin(&sample);
         if (status != kZKNoErr)
@@ -418,7 +431,7 @@ public:
             m_session = std::make_unique<EncodeSession>(session, job.presetXml, Sample(format));
         } catch (const StatusError& e) {
             throw EncodeError(e.status() == kZKErrBadPreset || e.status() == kZKErrNoCompressor
-                                  ? SetOutputFailure(e.status(), job.presetName)
+                                  ? SetOutputFailure(e.status(), job)
                                   : BeginFailure(format, e.status()));
         }
         SetServiceToKill(m_session->servicePid());
@@ -480,6 +493,11 @@ std::unique_ptr<Channel> OpenChannel(const EncodeJob& job, const VideoFormat& fo
 {
     ClientOptions options = job.client;
     options.largestFrameBytes = format.frameBytes();
+    // The service checks the kinds of the preset's settings itself: the
+    // listing the client would check them against first (a second service
+    // that loads every plug-in, beside the first one's start) is made only
+    // when the preset is refused.
+    options.checkPresetKinds = false;
     if (job.maxRestarts > 0)
         return std::make_unique<SessionChannel>(job, format, options);
     return std::make_unique<DirectChannel>(job, format, options);
