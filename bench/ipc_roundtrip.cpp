@@ -1,8 +1,10 @@
 // Round trip of an empty command through the client/service record: the
 // client posts a command, a second process takes it and posts the response.
-// Measured twice in one run: with futex wake-ups (a post wakes the sleeping
-// peer) and with EVC_NO_FUTEX=1 (both sides poll once a millisecond), so the
-// figures are printed next to that polling period.
+// Measured in one run with futex wake-ups (a post wakes the sleeping peer),
+// again with the two processes held on two different processors (as a quiet
+// machine places them; a busy one often runs both on one), and with
+// EVC_NO_FUTEX=1 (both sides poll once a millisecond), so the figures are
+// printed next to that polling period.
 
 #include "ipc/CAExternalEncodeProxyMPI.h"
 
@@ -15,6 +17,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -27,7 +30,17 @@ struct Summary {
     double medianMs = 0;
     double p99Ms = 0;
 };
-Summary g_results[2];  // [1]: wake-ups, [0]: polling
+// By mode: polling, wake-ups, wake-ups on two processors.
+Summary g_results[3];
+
+// Holds the calling process on one processor; true when it could.
+bool HoldOn(int cpu)
+{
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    CPU_SET(cpu, &set);
+    return sched_setaffinity(0, sizeof set, &set) == 0;
+}
 
 // The service side: answers every command until the quit code.
 [[noreturn]] void serve(const std::string& key)
@@ -51,10 +64,14 @@ Summary g_results[2];  // [1]: wake-ups, [0]: polling
 // Reaps the service process, killing it first if it is still running.
 class ServiceProcess {
 public:
-    explicit ServiceProcess(const std::string& key) : m_pid(fork())
+    // cpu: the processor the service is held on, or -1.
+    ServiceProcess(const std::string& key, int cpu) : m_pid(fork())
     {
-        if (m_pid == 0)
+        if (m_pid == 0) {
+            if (cpu >= 0 && !HoldOn(cpu))
+                _exit(3);
             serve(key);
+        }
     }
     ~ServiceProcess()
     {
@@ -84,12 +101,24 @@ double percentile(std::vector<double>& sorted, double fraction)
 
 void BM_EmptyCommandRoundTrip(benchmark::State& state)
 {
-    const bool wakeUps = state.range(0) != 0;
+    const int mode = static_cast<int>(state.range(0));
+    const bool wakeUps = mode != 0, apart = mode == 2;
     // Both sides read the switch when they open the segment; the service is a
     // fork of this process and inherits it.
     setenv("EVC_NO_FUTEX", wakeUps ? "0" : "1", 1);
+    cpu_set_t everywhere;
+    sched_getaffinity(0, sizeof everywhere, &everywhere);
+    if (apart &&
+        (CPU_COUNT(&everywhere) < 2 || !CPU_ISSET(0, &everywhere) || !CPU_ISSET(1, &everywhere) || !HoldOn(0))) {
+        state.SkipWithError("processors 0 and 1 are not both available");
+        return;
+    }
+    struct Release {
+        const cpu_set_t& set;
+        ~Release() { sched_setaffinity(0, sizeof set, &set); }
+    } release{everywhere};
     CAExternalEncodeProxyMPI client(1 << 16);
-    ServiceProcess service(client.GetSharedMemoryName());
+    ServiceProcess service(client.GetSharedMemoryName(), apart ? 1 : -1);
     if (!service.started() || !client.TimedWaitForResponse(10)) {
         state.SkipWithError("service did not start");
         return;
@@ -111,7 +140,7 @@ void BM_EmptyCommandRoundTrip(benchmark::State& state)
     if (roundTripsMs.empty())
         return;
     std::sort(roundTripsMs.begin(), roundTripsMs.end());
-    Summary& summary = g_results[wakeUps ? 1 : 0];
+    Summary& summary = g_results[mode];
     summary.samples = roundTripsMs.size();
     summary.medianMs = percentile(roundTripsMs, 0.5);
     summary.p99Ms = percentile(roundTripsMs, 0.99);
@@ -122,8 +151,9 @@ void BM_EmptyCommandRoundTrip(benchmark::State& state)
 }
 
 BENCHMARK(BM_EmptyCommandRoundTrip)
-    ->ArgName("wakeups")
+    ->ArgName("mode")  // 1: wake-ups, 2: wake-ups on two processors, 0: polling
     ->Arg(1)
+    ->Arg(2)
     ->Arg(0)
     ->UseManualTime()
     ->MinTime(3.0)
@@ -139,8 +169,8 @@ int main(int argc, char** argv)
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     std::printf("\nempty command round trip     samples   median ms   p99 ms   median/poll  p99/poll\n");
-    const char* names[2] = {"polling (EVC_NO_FUTEX=1)", "futex wake-ups"};
-    for (int mode : {1, 0}) {
+    const char* names[3] = {"polling (EVC_NO_FUTEX=1)", "futex wake-ups", "futex, on two processors"};
+    for (int mode : {1, 2, 0}) {
         const Summary& r = g_results[mode];
         if (r.samples != 0)
             std::printf("%-28s %8zu %11.3f %8.3f %13.3f %9.3f\n", names[mode], r.samples, r.medianMs, r.p99Ms,
