@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <future>
 #include <map>
@@ -29,7 +30,8 @@ constexpr uint64_t kElementMargin = 1 << 20;
 // How often a wait for the service looks at the child (waitpid) and the clock:
 // the first slice is short, so a service that dies on a command is seen at
 // once; each next one is twice as long up to the last, so a long encode looks
-// at the child seldom (the semaphore's own sleeps still end at a post).
+// at the child seldom (the semaphore's own sleeps still end at a post, and at
+// the service's end where the process reader watches it through a pidfd).
 constexpr unsigned kFirstWatchSliceMs = 2;
 constexpr unsigned kLastWatchSliceMs = 16;
 
@@ -76,11 +78,19 @@ public:
     // Sends quit once and waits up to ms for the service to end; a service
     // that does not end is killed (the process object reaps it either way).
     void Quit(int ms);
+    // On the process's reader thread, once the service has ended; answers
+    // whether to wake the waiter again a millisecond later.
+    bool NoteServiceEnd();
 
     ClientOptions m_options;
     std::string m_servicePath;
     std::string m_appFolder;
     CAExternalEncodeProxyMPI m_channel;
+    // Raised when the service has ended: a wait for its response then ends at
+    // once instead of at the end of its slice. m_waiting tells the reader
+    // thread that such a wait is under way. Both outlive m_process's reader.
+    std::atomic<bool> m_serviceEnded{false};
+    std::atomic<bool> m_waiting{false};
     std::unique_ptr<ServiceProcess> m_process;
     ExternalVideoProxy m_proxy;
     bool m_quit = false;
@@ -153,7 +163,7 @@ Client::TPrivate::TPrivate(const ClientOptions& options) : m_options(options), m
     try {
         m_process.reset(new ServiceProcess(
             service, {m_channel.GetSharedMemoryName(), std::to_string(getpid()), options.applicationName},
-            options.forwardServiceErrors));
+            options.forwardServiceErrors, [this] { return NoteServiceEnd(); }));
     } catch (const std::exception& e) {
         throw ServiceError(ServiceError::Kind::StartFailed, 0, -1, "", e.what());
     }
@@ -212,6 +222,16 @@ void Client::TPrivate::CheckUsable() const
         throw UsageError("a CompressFrame was posted and not collected; the segment is the service's until then");
 }
 
+// A wake that lands between the waiter's look at the flag and the start of
+// its sleep is lost: while the waiter sleeps, the wake is repeated (the
+// slice's own end bounds the repeats).
+bool Client::TPrivate::NoteServiceEnd()
+{
+    m_serviceEnded.store(true);
+    m_channel.WakeResponseWaiter();
+    return m_waiting.load();
+}
+
 void Client::TPrivate::WaitForResponse(const char* name, const Limit& limit,
                                        std::chrono::steady_clock::time_point start)
 {
@@ -219,10 +239,16 @@ void Client::TPrivate::WaitForResponse(const char* name, const Limit& limit,
     for (unsigned slice = kFirstWatchSliceMs;; slice = std::min(2 * slice, kLastWatchSliceMs)) {
         // Sleeps on the response semaphore, which the service's post ends at
         // once, in slices; between them the child and the clock are looked
-        // at, so a crash is reported within a slice.
-        if (m_channel.WaitForResponseWithin(slice))
+        // at, so a crash is reported within a slice, or at once when the
+        // reader thread saw the end.
+        m_waiting.store(true);
+        const bool answered = m_channel.WaitForResponseWithin(slice, &m_serviceEnded);
+        m_waiting.store(false);
+        if (answered)
             return;
-        if (!m_process->alive()) {
+        // A raised flag ends every wait at once: the child, which the kernel
+        // said has ended, is reaped before the next (no busy loop).
+        if (!m_process->alive() || (m_serviceEnded.load() && m_process->waitForExit(static_cast<int>(slice)))) {
             // A response posted just before the end still counts.
             if (m_channel.WaitForResponseWithin(0))
                 return;

@@ -1,8 +1,10 @@
 #include "client/ServiceProcess.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -62,8 +64,8 @@ struct SpawnSetup {
 }  // namespace
 
 ServiceProcess::ServiceProcess(const std::string& program, const std::vector<std::string>& arguments,
-                               bool forwardErrors)
-    : m_forward(forwardErrors)
+                               bool forwardErrors, std::function<bool()> onEnd)
+    : m_forward(forwardErrors), m_onEnd(std::move(onEnd))
 {
     int pipeFds[2];
     if (pipe2(pipeFds, O_CLOEXEC) != 0)
@@ -97,6 +99,11 @@ ServiceProcess::ServiceProcess(const std::string& program, const std::vector<std
     if (error != 0)
         throw std::runtime_error("cannot start " + program + ": " + std::strerror(error));
     m_child = ChildHandle(pid);
+#ifdef SYS_pidfd_open
+    // Close-on-exec; the child is not reaped before us, so its id is still its own.
+    if (m_onEnd)
+        m_endFd.reset(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+#endif
     m_reader = std::thread(&ServiceProcess::readErrors, this);
 }
 
@@ -107,15 +114,33 @@ ServiceProcess::~ServiceProcess()
         m_reader.join();
 }
 
+// Until the pipe's end and, with a pidfd, the child's: the pipe usually ends
+// first (a dying process closes its files before it becomes a zombie).
 void ServiceProcess::readErrors()
 {
     char buffer[4096];
-    for (;;) {
-        const ssize_t n = read(m_readEnd.get(), buffer, sizeof buffer);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
+    pollfd watched[2] = {{m_readEnd.get(), POLLIN, 0}, {m_endFd ? m_endFd.get() : -1, POLLIN, 0}};
+    bool again = false;
+    while (watched[0].fd >= 0 || watched[1].fd >= 0 || again) {
+        const int ready = poll(watched, 2, again ? 1 : -1);
+        if (ready < 0 && errno != EINTR)
             break;
+        if (ready == 0 || watched[1].revents != 0) {
+            watched[1].fd = -1;
+            watched[1].revents = 0;
+            again = m_onEnd();
+        }
+        if (ready <= 0 || watched[0].revents == 0)
+            continue;
+        const ssize_t n = read(m_readEnd.get(), buffer, sizeof buffer);
+        if (n < 0 && (errno == EINTR || errno == EAGAIN))
+            continue;
+        if (n <= 0) {
+            watched[0].fd = -1;
+            std::lock_guard<std::mutex> lock(m_tailMutex);
+            m_readerDone = true;
+            continue;
+        }
         if (m_forward)
             (void)!write(STDERR_FILENO, buffer, static_cast<size_t>(n));
         std::lock_guard<std::mutex> lock(m_tailMutex);

@@ -4,11 +4,15 @@
 // pipe as standard error and no other descriptor; it runs in a process group
 // of its own, so a terminal's Ctrl-C reaches only the host. The destructor
 // kills a child that still runs and always reaps it; a constructor that
-// fails after the spawn does the same.
+// fails after the spawn does the same. The thread that reads the pipe also
+// watches the child through a pidfd (Linux 5.3 and later) and calls onEnd as
+// soon as the child has ended, and again each millisecond while onEnd answers
+// true; without a pidfd it never calls it.
 #pragma once
 
 #include <sys/types.h>
 
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -36,7 +40,10 @@ private:
 class ServiceProcess {
 public:
     // Throws std::runtime_error when the program cannot be started.
-    ServiceProcess(const std::string& program, const std::vector<std::string>& arguments, bool forwardErrors = false);
+    // onEnd runs on the reader thread and must not throw; it may still run
+    // while the destructor reaps the child.
+    ServiceProcess(const std::string& program, const std::vector<std::string>& arguments, bool forwardErrors = false,
+                   std::function<bool()> onEnd = {});
     ~ServiceProcess();
 
     ServiceProcess(const ServiceProcess&) = delete;
@@ -62,10 +69,13 @@ private:
     void readErrors();
 
     bool m_forward;
+    std::function<bool()> m_onEnd;
     std::mutex m_tailMutex;
     TextTail m_tail;
     bool m_readerDone = false;
     UniqueFd m_readEnd;
+    // The child's pidfd; empty where the system has none.
+    UniqueFd m_endFd;
     // Declared after what the reader uses and before the reader: a failed
     // constructor kills the child before the pipe closes.
     ChildHandle m_child;

@@ -246,8 +246,14 @@ bool CAExternalEncodeProxyMPI::TimedWaitForResponse(int seconds) const
     return m_sharedMemory.semaphoreWaitTimed(&m_shared->m_responseSemaphore, secondsToMs(seconds));
 }
 
-bool CAExternalEncodeProxyMPI::WaitForResponseWithin(unsigned int ms) const
+bool CAExternalEncodeProxyMPI::WaitForResponseWithin(unsigned int ms, const std::atomic<bool>* stop) const
 {
     assert(m_shared);
-    return m_sharedMemory.semaphoreWaitTimed(&m_shared->m_responseSemaphore, ms);
+    return m_sharedMemory.semaphoreWaitTimed(&m_shared->m_responseSemaphore, ms, stop);
+}
+
+void CAExternalEncodeProxyMPI::WakeResponseWaiter() const
+{
+    assert(m_shared);
+    m_sharedMemory.semaphoreWake(&m_shared->m_responseSemaphore);
 }

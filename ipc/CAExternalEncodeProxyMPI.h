@@ -4,6 +4,7 @@
 // segment holding one CAExternalVideoProxySharedData record followed by the
 // payload area. The two sides alternate strictly, command then response.
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -73,8 +74,11 @@ public:
     void WaitForResponse() const;
     bool TimedWaitForResponse(int seconds) const;
     // The same with a limit in milliseconds, for a caller that waits in
-    // slices and watches the other process between them.
-    bool WaitForResponseWithin(unsigned int ms) const;
+    // slices and watches the other process between them. With stop, the wait
+    // also ends (false) once the flag is raised and WakeResponseWaiter called,
+    // from any thread: a watcher that saw the other process end.
+    bool WaitForResponseWithin(unsigned int ms, const std::atomic<bool>* stop = nullptr) const;
+    void WakeResponseWaiter() const;
 
     // The record itself, for the fields without accessors (hints, payload
     // sizes, begin flag, last-pass answer). Touch them only on your turn of the

@@ -315,8 +315,8 @@ bool CASharedMemory::pause(const TSemaphore* semaphore, int32_t seen, unsigned i
     }
 }
 
-// ms null: no time limit.
-bool CASharedMemory::waitUntil(TSemaphore* semaphore, const unsigned int* ms) const
+// ms null: no time limit. stop null: nothing to look at.
+bool CASharedMemory::waitUntil(TSemaphore* semaphore, const unsigned int* ms, const std::atomic<bool>* stop) const
 {
     if (!isInside(semaphore))
         return false;
@@ -336,6 +336,8 @@ bool CASharedMemory::waitUntil(TSemaphore* semaphore, const unsigned int* ms) co
             const unsigned int elapsed = ms != nullptr ? clock.elapsed() : 0;
             if (ms != nullptr && elapsed >= *ms)
                 return false;
+            if (stop != nullptr && stop->load())
+                return false;
             ranOut = pause(semaphore, seen, ms != nullptr ? *ms - elapsed : kWokenSleepMs);
             seen = peek(semaphore);
         } while (seen <= 0);
@@ -351,12 +353,12 @@ bool CASharedMemory::waitUntil(TSemaphore* semaphore, const unsigned int* ms) co
 
 bool CASharedMemory::semaphoreWait(TSemaphore* semaphore) const
 {
-    return waitUntil(semaphore, nullptr);
+    return waitUntil(semaphore, nullptr, nullptr);
 }
 
-bool CASharedMemory::semaphoreWaitTimed(TSemaphore* semaphore, unsigned int ms) const
+bool CASharedMemory::semaphoreWaitTimed(TSemaphore* semaphore, unsigned int ms, const std::atomic<bool>* stop) const
 {
-    return waitUntil(semaphore, &ms);
+    return waitUntil(semaphore, &ms, stop);
 }
 
 // The count changes under the lock as for a polling peer; the wake only
@@ -372,6 +374,12 @@ bool CASharedMemory::semaphorePost(TSemaphore* semaphore) const
     if (m_wakeUps)
         ZKFutexWake(count);
     return true;
+}
+
+void CASharedMemory::semaphoreWake(TSemaphore* semaphore) const
+{
+    if (m_wakeUps && isInside(semaphore))
+        ZKFutexWake(&semaphore->m_count);
 }
 
 void CASharedMemory::yield(int ms)

@@ -63,9 +63,14 @@ public:
     // a post reads the count without the lock and sleeps again while it is
     // zero. Before its first sleep a wait watches the count for a few
     // microseconds, as long as such watches have found a post.
+    // A timed wait given a stop flag also ends, without taking anything, once
+    // the flag is raised: it looks at the flag before each sleep, and whoever
+    // raises it calls semaphoreWake so a sleep under way ends too.
     bool semaphoreWait(TSemaphore* semaphore) const;
-    bool semaphoreWaitTimed(TSemaphore* semaphore, unsigned int ms) const;
+    bool semaphoreWaitTimed(TSemaphore* semaphore, unsigned int ms, const std::atomic<bool>* stop = nullptr) const;
     bool semaphorePost(TSemaphore* semaphore) const;
+    // Wakes the sleeping waiters without posting; safe from any thread.
+    void semaphoreWake(TSemaphore* semaphore) const;
 
     static void yield(int ms);
 
@@ -127,7 +132,7 @@ private:
     // Sleeps at most limitMs; answers whether a sleep longer than 1 ms ran
     // out its time.
     bool pause(const TSemaphore* semaphore, int32_t seen, unsigned int limitMs) const;
-    bool waitUntil(TSemaphore* semaphore, const unsigned int* ms) const;
+    bool waitUntil(TSemaphore* semaphore, const unsigned int* ms, const std::atomic<bool>* stop) const;
 
     bool loadTableOfContents();
     bool loadFragment(size_t offset, TFragment& fragment) const;

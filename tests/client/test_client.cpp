@@ -6,6 +6,7 @@
 // host that dies while the service works for it.
 #include "ServiceHarness.h"
 #include "client/Handles.h"
+#include "client/ServiceProcess.h"
 #include "common/Scratch.h"
 #include "evc/Client.h"
 #include "evc/CodecList.h"
@@ -17,11 +18,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <stdexcept>
 
 using namespace evctest;
@@ -232,6 +236,37 @@ TEST(ChildHandle, AnEmptyHandleLeavesTheHostsOtherChildrenAlone)
     evc::ChildHandle none;
     EXPECT_FALSE(none.alive());
     EXPECT_EQ(waitpid(other, nullptr, 0), other);
+}
+
+// The end is told once the child is reapable (so a woken wait finds it gone, without looping), again
+// while the callback asks and never while it lives; the pipe is still read to its end.
+TEST(ServiceProcess, TellsTheChildsEndAndKeepsItsLastWords)
+{
+    std::mutex mutex;
+    std::condition_variable told;
+    int calls = 0;
+    std::atomic<bool> killed{false};
+    bool toldEarly = false;
+    evc::ServiceProcess process("/bin/sh", {"-c", "echo last words >&2; exec sleep 60"}, false, [&] {
+        std::lock_guard<std::mutex> lock(mutex);
+        toldEarly = toldEarly || !killed;
+        ++calls;
+        told.notify_all();
+        return calls < 3;
+    });
+    for (int i = 0; i < 10000 && process.lastErrorLines().empty(); ++i)
+        usleep(1000);
+    EXPECT_TRUE(process.alive());
+    killed = true;
+    kill(process.pid(), SIGKILL);
+    std::unique_lock<std::mutex> lock(mutex);
+    ASSERT_TRUE(told.wait_for(lock, std::chrono::seconds(10), [&] { return calls >= 1; }));
+    EXPECT_FALSE(process.alive());
+    EXPECT_TRUE(told.wait_for(lock, std::chrono::seconds(10), [&] { return calls == 3; }));
+    EXPECT_FALSE(toldEarly);
+    lock.unlock();
+    EXPECT_EQ(process.termSignal(), SIGKILL);
+    EXPECT_EQ(process.lastErrorLines(), "last words");
 }
 
 TEST_F(ClientLife, AStartThatFailsAfterTheSpawnLeavesNoChildAndNoSegment)

@@ -389,6 +389,11 @@ TEST_F(SharedMemory, TwoProcessesShareBlocksAndSemaphores)
     EXPECT_TRUE(segment.semaphorePost(&probe->m_semaphore));
     EXPECT_TRUE(segment.semaphoreWaitTimed(&probe->m_semaphore, 0)) << "looks before timing";
     EXPECT_EQ(probe->m_semaphore.m_count, 0);
+    // A raised stop flag (the peer is gone) ends a long wait without sleeping; a post still counts.
+    const std::atomic<bool> stop{true};
+    EXPECT_FALSE(segment.semaphoreWaitTimed(&probe->m_semaphore, 60000, &stop));
+    EXPECT_TRUE(segment.semaphorePost(&probe->m_semaphore));
+    EXPECT_TRUE(segment.semaphoreWaitTimed(&probe->m_semaphore, 60000, &stop));
 }
 
 }  // namespace
