@@ -1,7 +1,6 @@
 #include "evc/Client.h"
 #include "evc/CodecList.h"
 
-#include <sched.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -420,10 +419,6 @@ void Client::PostCompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool 
                         Milliseconds(p.m_options.pendingPictureTimeout);
     }
     p.Post(CAExternalVideoProxySharedData::kCompressFrame, "CompressFrame", limit);
-    // The service just woken usually waits for this processor: the caller
-    // goes on working, so it hands the processor over first (about 50 us
-    // less before the service starts on a busy machine).
-    sched_yield();
     p.m_posted = true;
     p.m_postedLast = isLastFrame;
     p.m_postedLimit = std::move(limit);
