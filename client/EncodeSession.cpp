@@ -133,6 +133,9 @@ public:
     void LookAfterStandby();
     // Sends one command; index names the picture it carries (for errors).
     void Send(const ZKEncImage_t* picture, bool key, bool last, uint64_t index);
+    // The two halves of Send.
+    void PostPicture(const ZKEncImage_t* picture, bool key, bool last);
+    void Receive(uint64_t index, bool last);
     // Sends with recovery: on a service failure restarts and re-sends.
     void SendRecovering(const ZKEncImage_t* picture, bool key, bool last);
     void Recover(const ServiceError& fault, uint64_t failedIndex, bool last, Clock::time_point commandStart);
@@ -166,10 +169,9 @@ public:
     std::vector<EncodedFrame>* m_sink = nullptr;
     uint64_t m_next = 0;
     bool m_finished = false;
-    // A picture posted and not collected: its flags, and the service's
-    // failure during the post, reported when it is collected.
+    // A picture posted and not collected, and the service's failure during
+    // the post, reported when it is collected.
     bool m_posted = false;
-    bool m_postedLast = false;
     Clock::time_point m_postedAt;
     std::optional<ServiceError> m_postFault;
     unsigned m_restartsInRow = 0;
@@ -335,17 +337,29 @@ void EncodeSession::TPrivate::NoteDeliveries()
     }
 }
 
-void EncodeSession::TPrivate::Send(const ZKEncImage_t* picture, bool key, bool last, uint64_t index)
+void EncodeSession::TPrivate::PostPicture(const ZKEncImage_t* picture, bool key, bool last)
 {
-    EncodedFrame reply;
+    // Planes that lie apart are copied straight into the segment.
     ZKEncImage_t gathered{};
     if (picture != nullptr && IsScattered(*picture))
         picture = &(gathered = GatherIntoSegment(*m_client, *picture));
-    const uint32_t status = m_client->CompressFrame(picture, key, last, &reply);
+    m_client->PostCompressFrame(picture, key, last);
+}
+
+void EncodeSession::TPrivate::Receive(uint64_t index, bool last)
+{
+    EncodedFrame reply;
+    const uint32_t status = m_client->CollectCompressFrame(&reply);
     if (status != kZKNoErr)
         throw StatusError(status,
                           "the compressor failed on frame " + std::to_string(index) + " (status " + Hex(status) + ")");
     Absorb(reply, last);
+}
+
+void EncodeSession::TPrivate::Send(const ZKEncImage_t* picture, bool key, bool last, uint64_t index)
+{
+    PostPicture(picture, key, last);
+    Receive(index, last);
 }
 
 void EncodeSession::TPrivate::SendRecovering(const ZKEncImage_t* picture, bool key, bool last)
@@ -456,13 +470,8 @@ void EncodeSession::TPrivate::Post(const ZKEncImage_t& picture, std::unique_ptr<
     // A failure is timed from the command's start, the copy of the picture included.
     m_postedAt = Clock::now();
     // The caller's own picture goes out; the kept one serves re-sending.
-    // Planes that lie apart are copied straight into the segment.
-    ZKEncImage_t gathered{};
     try {
-        if (IsScattered(picture))
-            m_client->PostCompressFrame(&(gathered = GatherIntoSegment(*m_client, picture)), key, last);
-        else
-            m_client->PostCompressFrame(&picture, key, last);
+        PostPicture(&picture, key, last);
     } catch (const ServiceError& fault) {
         // The picture is pending: Collect recovers and sends it again.
         m_postFault = fault;
@@ -474,7 +483,6 @@ void EncodeSession::TPrivate::Post(const ZKEncImage_t& picture, std::unique_ptr<
     }
     m_finished = last;
     m_posted = true;
-    m_postedLast = last;
 }
 
 void EncodeSession::TPrivate::Collect(std::vector<EncodedFrame>& output)
@@ -487,15 +495,12 @@ void EncodeSession::TPrivate::Collect(std::vector<EncodedFrame>& output)
     try {
         if (m_postFault)
             throw ServiceError(*m_postFault);
-        EncodedFrame reply;
-        const uint32_t status = m_client->CollectCompressFrame(&reply);
-        if (status != kZKNoErr)
-            throw StatusError(status, "the compressor failed on frame " + std::to_string(index) + " (status " +
-                                          Hex(status) + ")");
-        Absorb(reply, m_postedLast);
+        // Nothing but a Collect follows a Post: the posted picture was the
+        // last one exactly when the stream is finished.
+        Receive(index, m_finished);
     } catch (const ServiceError& fault) {
         m_postFault.reset();
-        Recover(fault, index, m_postedLast, m_postedAt);
+        Recover(fault, index, m_finished, m_postedAt);
     }
 }
 
