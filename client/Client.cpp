@@ -17,6 +17,7 @@
 #include "client/ServiceLocation.h"
 #include "client/ServiceProcess.h"
 #include "ipc/CAExternalEncodeProxyMPI.h"
+#include "ipc/details/QuickWakeUps.h"
 #include "media/ZKImageLayout.h"
 #include "transport/ExternalVideoProxy.h"
 
@@ -235,6 +236,12 @@ void Client::TPrivate::WaitForResponse(const char* name, const Limit& limit,
                                        std::chrono::steady_clock::time_point start)
 {
     const auto deadline = start + limit.total;
+    // Once per thread that waits: it then runs as soon as the answer comes.
+    static thread_local bool quickWakeUpsAsked = false;
+    if (m_options.quickWakeUps && !quickWakeUpsAsked) {
+        quickWakeUpsAsked = true;
+        ZKPreferQuickWakeUps();
+    }
     for (unsigned slice = kFirstWatchSliceMs;; slice = std::min(2 * slice, kLastWatchSliceMs)) {
         // Sleeps on the response semaphore, which the service's post ends at
         // once, in slices; between them the child and the clock are looked

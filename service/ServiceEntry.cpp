@@ -8,9 +8,10 @@
 #include <stdexcept>
 
 #include "service/CodecListing.h"
-#include "service/Sandbox.h"
+#include "ipc/details/QuickWakeUps.h"
 #include "service/ExternalVideoCompressorService.h"
 #include "service/HostWatch.h"
+#include "service/Sandbox.h"
 #include "service/ZKConvertToScalar.h"
 
 namespace {
@@ -80,6 +81,9 @@ int RunServiceEntry(TArgumentMap& arguments, int commandTimeoutSeconds, unsigned
     const std::string clientShmKey = arguments[1];
     const long long clientProcessId = ZKConvertToScalar<long long>(arguments[2].c_str());
     const std::string clientApplicationName = arguments[3];
+    // The thread that answers the host runs as soon as the host posts, even
+    // while the codec's threads (which keep the default) fill the processors.
+    ZKPreferQuickWakeUps();
     // Before anything can block: a host that dies never leaves us behind.
     const std::string refused = EnterSandbox();
     if (!refused.empty()) {

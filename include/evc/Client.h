@@ -70,6 +70,14 @@ struct ClientOptions {
     /// they use: leave it 0 there. (The service runs sandboxed; EVC_NO_SANDBOX=1
     /// in the environment it inherits turns that off, for debugging plug-ins.)
     uint64_t maxServiceMemoryBytes = 0;
+    /// Each thread that waits for the service asks the kernel, once, for the
+    /// shortest scheduling slice (Linux 6.12 and later; its nice value,
+    /// policy and share of the processor stay): when the answer comes while
+    /// the codec's threads fill every processor, it runs at once instead of
+    /// after a busy thread's slice (up to about a millisecond). Threads and
+    /// processes it starts afterwards keep the default. Real-time threads
+    /// are left alone; EVC_NO_FUTEX=1 turns it off with the futex wake-ups.
+    bool quickWakeUps = true;
 };
 
 /// The service died, hung, broke the protocol or could not be started. what()

@@ -11,6 +11,7 @@
 #include "evc/Client.h"
 #include "evc/CodecList.h"
 #include "ipc/details/AMemoryMappedFile.h"
+#include "ipc/details/QuickWakeUps.h"
 #include "plugins/bundles/EchoReport.h"
 
 #include <fcntl.h>
@@ -27,6 +28,7 @@
 #include <fstream>
 #include <mutex>
 #include <stdexcept>
+#include <thread>
 
 using namespace evctest;
 
@@ -404,6 +406,39 @@ TEST_F(ClientLife, TheServiceHoldsOnlyWhatItNeedsAlsoBesideAnotherSession)
     }
     close(hostFile);
     std::filesystem::remove(Path("host-private"));
+}
+
+// Only the two threads that hand the turn to each other run on the shortest slice: the host's
+// thread that waits (when it asks) and the service's main thread, not the threads either starts
+// later (a codec's workers must keep the default).
+TEST_F(ClientLife, OnlyTheThreadsThatWaitRunOnShortSlices)
+{
+    unsigned long long shortest = 0, standard = 0;
+    std::thread([&] {
+        standard = ZKThreadSliceNs(0);
+        if (ZKPreferQuickWakeUps())
+            shortest = ZKThreadSliceNs(0);
+    }).join();
+    if (shortest == 0 || shortest == standard)
+        GTEST_SKIP() << "this kernel keeps no slice per thread";
+    for (const bool quick : {true, false}) {
+        SCOPED_TRACE(quick ? "quickWakeUps" : "without quickWakeUps");
+        std::thread([&] {
+            evc::ClientOptions options = TestClientOptions();
+            options.quickWakeUps = quick;
+            evc::Client client(options);
+            Watch(client.segmentKey());
+            EXPECT_EQ(ZKThreadSliceNs(0), quick ? shortest : standard);
+            unsigned long long later = 0;
+            std::thread([&] { later = ZKThreadSliceNs(0); }).join();
+            EXPECT_EQ(later, standard);
+            const std::string tasks = "/proc/" + std::to_string(client.servicePid()) + "/task";
+            for (const auto& entry : std::filesystem::directory_iterator(tasks)) {
+                const int task = std::stoi(entry.path().filename());
+                EXPECT_EQ(ZKThreadSliceNs(task), task == client.servicePid() ? shortest : standard) << task;
+            }
+        }).join();
+    }
 }
 
 // Waits up to ms for a child of ours to end; true when it has (and is reaped).
