@@ -7,6 +7,7 @@
 
 #include "client/PacketCopy.h"
 #include "tools/Encoder.h"
+#include "tools/Interrupts.h"
 #include "transport/TZKEncImage.h"
 #include "transport/TZKIntermediateSegment.h"
 
@@ -92,6 +93,8 @@ void ChunkJoiner::append(const std::string& path, const ChunkTrailer& chunk)
         throw EncodeError(path + ": cannot read");
     uint64_t pictures = 0;
     while (std::unique_ptr<Ebml::IElement> element{segment.readNext()}) {
+        if (InterruptCount() >= 2)
+            throw EncodeAbandoned();
         if (element->getId() != TZKEncImageElt::kId)
             continue;
         TZKImageFramePtr image =

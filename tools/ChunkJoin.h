@@ -29,7 +29,8 @@ public:
     ChunkJoiner(OutputPlan plan, Progress* progress, SceneScan* audio);
     ~ChunkJoiner();
     // The next chunk's segment file and its description. Throws
-    // EncodeError naming the file at fault.
+    // EncodeError naming the file at fault, EncodeAbandoned at a second
+    // Ctrl-C.
     void append(const std::string& path, const ChunkTrailer& chunk);
     // The rest of the audio, and the output put in place; without it, no
     // output is left. Throws EncodeError.

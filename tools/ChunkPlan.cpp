@@ -126,13 +126,13 @@ std::vector<uint64_t> SceneChunkStarts(const std::vector<double>& scores, const 
     return split;
 }
 
-SceneScan ScanScenes(FrameSource& source)
+SceneScan ScanScenes(FrameSource& source, const std::function<bool()>& stop)
 {
     SceneDetector detector(source.format());
     SceneScan scan;
     Picture picture;
     std::vector<AudioPacket> audio;
-    while (source.next(picture, audio)) {
+    while (!(stop && stop()) && source.next(picture, audio)) {
         scan.scores.push_back(detector.next(picture));
         scan.costs.push_back(detector.cost());
         scan.times.push_back(picture.time);

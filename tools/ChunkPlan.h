@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -54,7 +55,9 @@ struct SceneScan {
     // end of an input whose pictures were cut short by --frames).
     bool toPictureEnd = false;
 };
-SceneScan ScanScenes(FrameSource& source);
+// stop, when given, is asked before each picture; once it says so the scan
+// ends there, short of the input's end.
+SceneScan ScanScenes(FrameSource& source, const std::function<bool()>& stop = nullptr);
 
 // The chunks of one input: each one's first picture and that picture's
 // time, and the input's picture count. Throws InputError when the input

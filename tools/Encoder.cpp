@@ -517,9 +517,10 @@ EncodeResult Encode(FrameSource& source, const EncodeJob& job, Progress& progres
 
     EncodeResult result;
     Item current = reader.next();
+    if (current.end && reader.interrupted())
+        throw InterruptedBeforeStart(source.name() + ": interrupted before the first picture");
     if (current.end)
-        throw EncodeError(source.name() +
-                          (reader.interrupted() ? ": interrupted before the first picture" : ": holds no pictures"));
+        throw EncodeError(source.name() + ": holds no pictures");
     std::vector<EncodedFrame> encoded;
     std::map<uint64_t, uint64_t> durations;  // of the pictures in the compressor, by time
     // The compressor guesses the duration of a picture it has not seen the
@@ -582,9 +583,13 @@ EncodeResult Encode(FrameSource& source, const EncodeJob& job, Progress& progres
     if (result.pictures == 0)
         throw EncodeError("the compressor returned no pictures for " + std::to_string(result.frames) +
                           " pictures sent");
-    Writing([&] { writer->close(); });
-    result.bytes = writer->bytesWritten();
     result.interrupted = reader.interrupted();
+    Writing([&] {
+        if (result.interrupted)
+            writer->cutShort();
+        writer->close();
+    });
+    result.bytes = writer->bytesWritten();
     return result;
 }
 

@@ -25,10 +25,17 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// The encode was abandoned at a second Ctrl-C.
+// A first Ctrl-C came before the first picture was read: nothing to finish.
+class InterruptedBeforeStart : public EncodeError {
+public:
+    using EncodeError::EncodeError;
+};
+
+// The encode was abandoned at a second Ctrl-C, or a first one left nothing
+// to write; the text says which.
 class EncodeAbandoned : public std::runtime_error {
 public:
-    EncodeAbandoned() : std::runtime_error("interrupted") {}
+    explicit EncodeAbandoned(const std::string& what = "interrupted") : std::runtime_error(what) {}
 };
 
 struct EncodeJob {

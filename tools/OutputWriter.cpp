@@ -121,6 +121,7 @@ public:
     {
         if (frame.packets.empty() && frame.descriptors.empty())
             return;
+        m_pictures += frame.packets.size();
         BundlePtr data = MakeBundle(frame.packets, m_bytes);
         BundlePtr descriptors = MakeBundle(frame.descriptors, m_bytes);
 
@@ -138,6 +139,12 @@ public:
 
         if (!m_writer.writeImage(&record, Span(frame, record.image.timeScale)))
             throw std::runtime_error(m_target.name() + ": cannot write");
+    }
+
+    void cutShort() override
+    {
+        if (m_chunk)
+            m_chunk->frames = m_pictures;
     }
 
     void close() override
@@ -169,6 +176,7 @@ private:
     std::optional<ChunkTrailer> m_chunk;
     TZKSegmentWriter m_writer;
     uint64_t m_bytes = 0;
+    uint64_t m_pictures = 0;  // packets written
 };
 
 }  // namespace

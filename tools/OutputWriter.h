@@ -56,6 +56,9 @@ public:
     // An audio packet of track audioTracks[packet.track]; dropped by
     // formats that carry no audio.
     virtual void writeAudio(AudioPacket&& packet) { (void)packet; }
+    // The input ended early (a first Ctrl-C): a chunk's trailer then
+    // counts the pictures written, not the chunk's planned ones.
+    virtual void cutShort() {}
     // Completes the file and puts it in place. Throws std::runtime_error.
     virtual void close() = 0;
     // Compressed video bytes written so far.

@@ -15,10 +15,14 @@
 #include <numeric>
 #include <thread>
 
+#include "tools/Interrupts.h"
+
 namespace evc {
 namespace tools {
 
 namespace {
+
+constexpr const char* kNothingDone = "interrupted before a picture from the start was encoded";
 
 // A private folder for the chunks' segment files, removed with them.
 class ScratchFolder {
@@ -113,9 +117,11 @@ EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress)
         std::unique_ptr<FrameSource> whole = plan.openSource(std::nullopt);
         const VideoFormat& format = whole->format();
         longScene = format.fpsDen != 0 ? 10 * uint64_t(format.fpsNum) / format.fpsDen : 250;
-        scan = ScanScenes(*whole);
+        scan = ScanScenes(*whole, [] { return InterruptCount() >= 1; });
     }
     timeline.add(0, "scan", 0, scan.scores.size());
+    if (InterruptCount() >= 1)
+        throw EncodeAbandoned(kNothingDone);
     if (scan.scores.empty())
         throw EncodeError("the input holds no pictures");
     const uint64_t total = scan.scores.size();
@@ -144,17 +150,21 @@ EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress)
     };
     std::vector<Done> done(count);
     std::mutex mutex;
-    std::condition_variable changed;  // a chunk is ready, or all is stopping
-    std::vector<std::optional<ChunkTrailer>> ready(count);
+    std::condition_variable changed;  // a chunk ended, a job left, or all is stopping
+    // Each chunk's description once its encode ended: whole, or cut short by
+    // a first Ctrl-C (then with the pictures its file really holds).
+    std::vector<std::optional<ChunkTrailer>> ended(count);
     std::atomic<size_t> next{0};
     std::exception_ptr failure;
-    bool interrupted = false;
+    const uint32_t jobs = std::min<uint32_t>(plan.jobs, count);
+    uint32_t working = jobs;
     auto fail = [&](std::exception_ptr error) {
         std::lock_guard<std::mutex> lock(mutex);
         if (!failure)
             failure = error;
         changed.notify_all();
     };
+    auto planned = [&](size_t chunk) { return starts[chunk + 1] - starts[chunk]; };
 
     std::atomic<uint32_t> workers{0};
     auto work = [&] {
@@ -162,16 +172,16 @@ EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress)
         while (true) {
             const size_t slot = next++;
             {
+                // After a first Ctrl-C no chunk starts.
                 std::lock_guard<std::mutex> lock(mutex);
-                if (slot >= count || failure || interrupted)
-                    return;
+                if (slot >= count || failure || InterruptCount() >= 1)
+                    break;
             }
             const size_t chunk = order[slot];
             const double start = timeline.now();
             try {
                 const uint64_t first = bounds.times[chunk];
-                std::unique_ptr<FrameSource> source =
-                    MakeChunkSource(plan.openSource(first), first, starts[chunk + 1] - starts[chunk]);
+                std::unique_ptr<FrameSource> source = MakeChunkSource(plan.openSource(first), first, planned(chunk));
                 EncodeJob job = plan.job;
                 job.output.path = files[chunk];
                 job.output.format = "evcseg";
@@ -180,7 +190,7 @@ EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress)
                 trailer.index = uint32_t(chunk);
                 trailer.count = count;
                 trailer.first = starts[chunk];
-                trailer.frames = starts[chunk + 1] - starts[chunk];
+                trailer.frames = planned(chunk);
                 trailer.totalFrames = total;
                 trailer.codec = plan.job.output.codec;
                 trailer.format = source->format();
@@ -199,60 +209,82 @@ EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress)
                 VideoFormat quiet;
                 Progress silent(std::cerr, false, quiet);
                 const EncodeResult result = Encode(*source, job, silent);
-                if (result.interrupted)
+                std::optional<ChunkTrailer> written = trailer;
+                if (result.interrupted) {
                     source.release();  // its reader may still wait on the input
+                    // The file says how much of the chunk it holds.
+                    written = ReadChunkTrailer(files[chunk]);
+                    if (!written || written->index != chunk || written->first != starts[chunk] ||
+                        written->frames > planned(chunk))
+                        throw EncodeError(files[chunk] + ": no valid chunk after the interruption");
+                }
                 char what[64];
                 std::snprintf(what, sizeof what, "chunk %zu/%u (%.0f%%)", chunk + 1, count,
                               100 * chunkWork[chunk] / allWork);
                 timeline.add(worker, what, start, result.frames);
                 std::lock_guard<std::mutex> lock(mutex);
-                interrupted = interrupted || result.interrupted;
-                if (!result.interrupted)
-                    ready[chunk] = trailer;
+                ended[chunk] = written;
                 changed.notify_all();
+            } catch (const InterruptedBeforeStart&) {
+                // Stopped before its first picture: a gap in the output.
             } catch (...) {
                 fail(std::current_exception());
             }
         }
+        std::lock_guard<std::mutex> lock(mutex);
+        --working;
+        changed.notify_all();
     };
     // The join follows the encodes: each chunk goes into the output as soon
     // as it and those before it are done, so that at the end only what the
-    // last chunks hold is left to write.
+    // last chunks hold is left to write. After a first Ctrl-C it stops at
+    // the first chunk that is not whole (a part of it is the last one in),
+    // so that the output is the input's start without a gap.
     ChunkJoiner joiner(plan.job.output, nullptr, &scan);
     double joinStart = -1;
+    uint64_t joinedPictures = 0;
     auto join = [&] {
         try {
             for (size_t chunk = 0; chunk < count; ++chunk) {
                 std::unique_lock<std::mutex> lock(mutex);
-                changed.wait(lock, [&] { return ready[chunk] || failure || interrupted; });
-                if (!ready[chunk])
+                changed.wait(lock, [&] { return ended[chunk] || failure || working == 0; });
+                if (!ended[chunk] || failure || ended[chunk]->frames == 0)
                     return;
+                const ChunkTrailer chunkTrailer = *ended[chunk];
                 lock.unlock();
                 if (joinStart < 0)
                     joinStart = timeline.now();
-                joiner.append(files[chunk], *ready[chunk]);
+                joiner.append(files[chunk], chunkTrailer);
+                joinedPictures += chunkTrailer.frames;
+                if (chunkTrailer.frames < planned(chunk))
+                    return;
             }
         } catch (...) {
             fail(std::current_exception());
         }
     };
     std::vector<std::thread> threads;
-    for (uint32_t j = 0; j < std::min(plan.jobs, count); ++j)
+    for (uint32_t j = 0; j < jobs; ++j)
         threads.emplace_back(work);
     threads.emplace_back(join);
     for (std::thread& thread : threads)
         thread.join();
     if (failure)
         std::rethrow_exception(failure);
-    if (interrupted)
-        throw EncodeAbandoned();
+    if (joinedPictures == 0)
+        throw EncodeAbandoned(kNothingDone);
 
+    // Cut short, the audio ends with the last picture, as in an interrupted
+    // encode of the whole.
+    const bool whole = joinedPictures == total;
+    scan.toPictureEnd = !whole;
     const JoinResult joined = joiner.finish();
     timeline.add(0, "join", joinStart, joined.frames);
     timeline.print(plan.jobs);
     EncodeResult result;
     result.frames = result.pictures = joined.frames;
     result.bytes = joined.bytes;
+    result.interrupted = !whole;
     return result;
 }
 

@@ -33,7 +33,10 @@ struct ParallelPlan {
     std::ostream* timeline = nullptr;
 };
 
-// Throws what an encode or the join throws (the first failure).
+// Throws what an encode or the join throws (the first failure). After a
+// first Ctrl-C no chunk starts, the running ones are finished early, and the
+// output holds the pictures from the start up to the first gap
+// (result.interrupted); EncodeAbandoned when there are none.
 EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress);
 
 }  // namespace tools

@@ -168,6 +168,8 @@ int Join(const EncodeOptions& options, const std::string& format, const std::str
         const JoinResult result = JoinChunks(options.joinInputs, output, &progress, audio ? &*audio : nullptr);
         progress.finish(result.frames, result.bytes, outputName);
         return 0;
+    } catch (const EncodeAbandoned& e) {
+        return Fail(std::string(e.what()) + "; nothing was written", kInterruptedStatus);
     } catch (const std::exception& e) {
         return Fail(e.what());
     }
@@ -304,22 +306,21 @@ int Run(const EncodeOptions& options)
                 progress->abandon();
                 return Fail(inputName + ": " + e.what());
             }
-            progress->finish(result.frames, result.bytes, outputName);
-            return 0;
-        }
-        // A reader thread may still wait on a pipe after an interruption:
-        // the source is left to the process's exit.
-        try {
-            result = Encode(*source, job, *progress);
-        } catch (const InputError& e) {
+        } else {
+            // A reader thread may still wait on a pipe after an interruption:
+            // the source is left to the process's exit.
+            try {
+                result = Encode(*source, job, *progress);
+            } catch (const InputError& e) {
+                source.release();
+                progress->abandon();
+                return Fail(inputName + ": " + e.what());
+            } catch (...) {
+                source.release();
+                throw;
+            }
             source.release();
-            progress->abandon();
-            return Fail(inputName + ": " + e.what());
-        } catch (...) {
-            source.release();
-            throw;
         }
-        source.release();
         if (result.interrupted && output.chunk) {
             // A chunk is whole or absent, so that a re-run encodes it again.
             std::remove(options.output.c_str());
@@ -334,10 +335,10 @@ int Run(const EncodeOptions& options)
             return kInterruptedStatus;
         }
         return 0;
-    } catch (const EncodeAbandoned&) {
+    } catch (const EncodeAbandoned& e) {
         if (progress)
             progress->abandon();
-        return Fail("interrupted; nothing was written", kInterruptedStatus);
+        return Fail(std::string(e.what()) + "; nothing was written", kInterruptedStatus);
     } catch (const std::exception& e) {
         if (progress)
             progress->abandon();

@@ -314,32 +314,47 @@ TEST_F(EvcEncodeTest, SegmentFileReadsBackAfterARecovery)
 
 TEST_F(EvcEncodeTest, InterruptionFinishesOrAbandonsTheFile)
 {
-    // The second case's compressor hangs at its third picture, so the first
+    // The last case's compressor hangs at its third picture, so the first
     // Ctrl-C cannot finish and the second must end it at once.
     const std::string hanging = FaultPreset("hanging.xml", evctest::kFaultyCodec, "hang:2");
     struct Case {
-        int signals;
+        const char* name;
         std::string arguments;
         std::string output;
+        // Sent once the output's temporary file is there: with --jobs, once
+        // the first chunk is done and joined (it is the first to start).
+        const char* signals;
+        size_t atLeast;  // pictures in the finished file; 0: abandoned
     };
     const std::vector<Case> cases = {
-        {1, "--preset ultrafast --test-pattern 160x120@25:3600", m_dir->file("finished.mkv")},
-        {2, "--preset-file " + Quote(hanging) + " " + Quote(Media("src.y4m")), m_dir->file("abandoned.evcseg")},
+        {"once", "--preset ultrafast --test-pattern 160x120@25:3600", m_dir->file("finished.mkv"),
+         "sleep 0.5; kill -INT $p", 1},
+        // Five chunks of 280 pictures, started first, third, second: the
+        // signal falls while the second is encoded, whose part done ends
+        // the output.
+        {"once, two jobs", "--preset medium --jobs 2 --test-pattern 192x108@25:56", m_dir->file("jobs.mp4"),
+         "kill -INT $p", 280},
+        {"twice", "-q --preset-file " + Quote(hanging) + " " + Quote(Media("src.y4m")), m_dir->file("abandoned.evcseg"),
+         "sleep 0.5; kill -INT $p; sleep 0.3; kill -INT $p", 0},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(std::to_string(c.signals) + " interrupts");
-        const std::string kill = c.signals == 1 ? "kill -INT $p" : "kill -INT $p; sleep 0.3; kill -INT $p";
-        // Waits for the output's temporary file (or the encoder's end), then lets it run a little.
+        SCOPED_TRACE(c.name);
         const CommandResult run =
-            RunCommand("TMPDIR=" + Quote(m_segments) + " " + Quote(EncoderPath()) + " -q " + c.arguments + " -o " +
+            RunCommand("TMPDIR=" + Quote(m_segments) + " " + Quote(EncoderPath()) + " " + c.arguments + " -o " +
                            Quote(c.output) + " & p=$!; while kill -0 $p && ! ls -A " + Quote(m_dir->path()) +
-                           " | grep -q evc-; do sleep 0.05; done; sleep 0.5; " + kill + "; wait $p",
+                           " | grep -q evc-; do sleep 0.05; done; " + c.signals + "; wait $p",
                        *m_dir);
         EXPECT_EQ(run.status, 130) << run.err;
-        if (c.signals == 1) {
-            const std::vector<double> frames = Numbers(Describe(c.output)["nb_read_frames"]);
-            ASSERT_EQ(frames.size(), 1u);
-            EXPECT_GT(frames[0], 0) << "a playable file of the pictures done";
+        if (c.atLeast != 0) {
+            // A playable file of the input's first pictures, without a gap.
+            const std::vector<std::string> times = ProbeVideoTimes(c.output, *m_dir).all;
+            EXPECT_GE(times.size(), c.atLeast);
+            size_t misplaced = 0;
+            for (size_t i = 0; i < times.size(); ++i)
+                misplaced += std::fabs(std::stod(times[i]) - 0.04 * double(i)) > 1e-3;
+            EXPECT_EQ(misplaced, 0u);
+            EXPECT_NE(run.err.find("holds the " + std::to_string(times.size()) + " pictures done"), std::string::npos)
+                << run.err;
             EXPECT_EQ(RunCommand("ffmpeg -v error -i " + Quote(c.output) + " -f null -", *m_dir).err, "");
             std::remove(c.output.c_str());
         }
