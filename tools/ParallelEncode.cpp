@@ -208,10 +208,18 @@ EncodeResult EncodeInParallel(const ParallelPlan& plan, Progress& progress)
                 };
                 VideoFormat quiet;
                 Progress silent(std::cerr, false, quiet);
-                const EncodeResult result = Encode(*source, job, silent);
+                // After an interruption or a failure the reader may still
+                // be inside the source: it is left to the process's exit.
+                EncodeResult result;
+                try {
+                    result = Encode(*source, job, silent);
+                } catch (...) {
+                    source.release();
+                    throw;
+                }
                 std::optional<ChunkTrailer> written = trailer;
                 if (result.interrupted) {
-                    source.release();  // its reader may still wait on the input
+                    source.release();
                     // The file says how much of the chunk it holds.
                     written = ReadChunkTrailer(files[chunk]);
                     if (!written || written->index != chunk || written->first != starts[chunk] ||
