@@ -333,7 +333,7 @@ TEST_F(EvcEncodeTest, InterruptionFinishesOrAbandonsTheFile)
         // signal falls while the second is encoded, whose part done ends
         // the output.
         {"once, two jobs", "--preset medium --jobs 2 --test-pattern 192x108@25:56", m_dir->file("jobs.mp4"),
-         "kill -INT $p", 280},
+         "sleep 0.1; kill -INT $p", 280},
         {"twice", "-q --preset-file " + Quote(hanging) + " " + Quote(Media("src.y4m")), m_dir->file("abandoned.evcseg"),
          "sleep 0.5; kill -INT $p; sleep 0.3; kill -INT $p", 0},
     };
