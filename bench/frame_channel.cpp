@@ -4,7 +4,12 @@
 // the same run, the floor that any channel has to pay once. The in-place rows
 // write a picture whose pixels the host put into the area itself (a lent
 // picture): only the element's header and information are written.
+// The Picture rows are the element work of one 640x360 CompressFrame: the
+// service reading the request (the picture in place, then the output
+// description), writing the reply (one packet of 8 KB; the first reply also
+// carries the parameter sets) and the host reading that reply.
 
+#include "client/ReplyReader.h"
 #include "transport/ExternalVideoProxy.h"
 #include "transport/TPacketBundle.h"
 #include "transport/TQVAPIPacket.h"
@@ -174,6 +179,156 @@ BENCHMARK(BM_Deserialize)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK(BM_RoundTrip)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK(BM_SerializeInPlace)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK(BM_RoundTripInPlace)->Unit(benchmark::kMicrosecond)->UseRealTime();
+
+// One 360p CompressFrame's request and replies, as client and service lay them out.
+struct Picture {
+    static constexpr uint32_t kWidth = 640, kHeight = 360, kPixels = kWidth * kHeight * 3 / 2;
+    static constexpr uint32_t kPacketBytes = 8192;
+    std::vector<uint8_t> pixels = std::vector<uint8_t>(kPixels, 0x80);
+    std::vector<uint8_t> packet = std::vector<uint8_t>(kPacketBytes, 0x5A);
+    std::vector<uint8_t> area = std::vector<uint8_t>(kAreaBytes / 16);
+    TPacketBundle parameterSets, packets;
+    ZKEncImage_t input{}, output{}, reply{}, firstReply{};
+    uint32_t inputBytes = 0, outputBytes = 0;
+
+    Picture()
+    {
+        ZKImage_t& image = input.image;
+        image.colorFormat = eColorFormatYUV420Planar;
+        image.width = kWidth;
+        image.height = kHeight;
+        image.rowBytes[0] = kWidth;
+        image.rowBytes[1] = image.rowBytes[2] = kWidth / 2;
+        image.planes[0] = pixels.data();
+        image.planes[1] = pixels.data() + kWidth * kHeight;
+        image.planes[2] = image.planes[1] + kWidth * kHeight / 4;
+        image.dataSize = kPixels;
+        image.time = 40;
+        image.timeScale = 1000;
+        output = input;
+        for (uint8_t*& plane : output.image.planes)
+            plane = nullptr;
+        output.image.dataSize = 0;
+        const uint8_t sps[] = {0, 0, 0, 1, 0x67, 0x64, 0x00, 0x1E, 0xAC, 0xD9, 0x40, 0xA0};
+        const uint8_t pps[] = {0, 0, 0, 1, 0x68, 0xEB, 0xE3, 0xCB};
+        for (const auto& bytes :
+             {std::vector<uint8_t>(sps, sps + sizeof sps), std::vector<uint8_t>(pps, pps + sizeof pps)}) {
+            auto* header = new TQVAPIPacket;
+            header->setData(bytes.data(), bytes.size());
+            parameterSets.append(header);
+        }
+        auto* frame = new TQVAPIPacket;
+        frame->setType(1);
+        frame->setTime(40);
+        frame->setDuration(40);
+        frame->setData(packet.data(), packet.size());
+        packets.append(frame);
+        reply = output;
+        reply.image.dataPackets = &packets;
+        firstReply = reply;
+        firstReply.descriptors = &parameterSets;
+        std::memset(area.data(), 0, area.size());
+        writeRequest();
+    }
+    void writeRequest()
+    {
+        ExternalVideoProxy proxy;
+        proxy.Begin(area.data(), static_cast<uint32_t>(area.size()));
+        proxy.SerializeFrame(&input, inputBytes, false);
+        proxy.Begin(area.data() + inputBytes, static_cast<uint32_t>(area.size() - inputBytes));
+        proxy.SerializeFrame(&output, outputBytes, false);
+    }
+    uint32_t writeReply(ExternalVideoProxy& proxy, const ZKEncImage_t& record)
+    {
+        uint32_t size = 0;
+        proxy.Begin(area.data(), 0x400000);
+        proxy.SerializeFrame(&record, size, false);
+        return size;
+    }
+};
+
+Picture& picture()
+{
+    static Picture instance;
+    return instance;
+}
+
+void BM_PictureReadRequest(benchmark::State& state)
+{
+    Picture& p = picture();
+    p.writeRequest();
+    ExternalVideoProxy proxy;
+    for (auto _ : state) {
+        proxy.Begin(p.area.data(), p.inputBytes + p.outputBytes);
+        proxy.LimitFrameBytes(p.area.size());
+        ZKEncImage_t input{}, output{};
+        TZKImageFramePtr in = proxy.DeSerializeFrameInPlace(p.inputBytes, input);
+        TZKImageFramePtr out = proxy.DeSerializeFrameInPlace(p.outputBytes, output);
+        if (!in || !out)
+            state.SkipWithError("request not read");
+    }
+}
+
+void writeReplyLoop(benchmark::State& state, const ZKEncImage_t& record)
+{
+    Picture& p = picture();
+    ExternalVideoProxy proxy;
+    for (auto _ : state) {
+        if (p.writeReply(proxy, record) == 0)
+            state.SkipWithError("reply not written");
+        benchmark::ClobberMemory();
+    }
+}
+
+void readReplyLoop(benchmark::State& state, const ZKEncImage_t& record)
+{
+    Picture& p = picture();
+    ExternalVideoProxy proxy;
+    const uint32_t size = p.writeReply(proxy, record);
+    for (auto _ : state) {
+        evc::EncodedFrame out;
+        if (!evc::ReadCompressReply(p.area.data(), p.area.size(), static_cast<int32_t>(size), 0, out).empty())
+            state.SkipWithError("reply not read");
+        benchmark::DoNotOptimize(out.packets.data());
+    }
+}
+
+void BM_PictureWriteReply(benchmark::State& state)
+{
+    writeReplyLoop(state, picture().reply);
+}
+
+void BM_PictureWriteFirstReply(benchmark::State& state)
+{
+    writeReplyLoop(state, picture().firstReply);
+}
+
+void BM_PictureReadReply(benchmark::State& state)
+{
+    readReplyLoop(state, picture().reply);
+}
+
+void BM_PictureReadFirstReply(benchmark::State& state)
+{
+    readReplyLoop(state, picture().firstReply);
+}
+
+// The floor of a reply: its packet's bytes copied once.
+void BM_PictureMemcpyPacket(benchmark::State& state)
+{
+    Picture& p = picture();
+    for (auto _ : state) {
+        std::memcpy(p.area.data(), p.packet.data(), p.packet.size());
+        benchmark::ClobberMemory();
+    }
+}
+
+BENCHMARK(BM_PictureMemcpyPacket)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_PictureReadRequest)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_PictureWriteReply)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_PictureWriteFirstReply)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_PictureReadReply)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_PictureReadFirstReply)->Unit(benchmark::kMicrosecond)->UseRealTime();
 
 // Keeps the time per frame of every run so that main can print the ratios.
 class RatioReporter : public benchmark::ConsoleReporter {

@@ -1,5 +1,7 @@
 #include "client/PacketCopy.h"
 
+#include "transport/TZKEncImageWire.h"
+
 namespace evc {
 
 namespace {
@@ -7,6 +9,24 @@ namespace {
 // Nesting is bounded by what the transport accepted; this guards recursion
 // against a bundle that contains itself.
 constexpr unsigned kMaxDepth = 64;
+
+// Null bytes leave the vectors empty.
+void Append(std::vector<Packet>& out, const TZKPacketHeader& header, const uint8_t* descriptor, uint64_t descriptorSize,
+            const uint8_t* data, uint64_t dataSize, unsigned depth)
+{
+    out.emplace_back();
+    Packet& packet = out.back();
+    packet.type = header.type;
+    packet.track = header.track;
+    packet.time = header.time;
+    packet.timeBase = header.timeBase;
+    packet.duration = header.duration;
+    if (descriptor != nullptr)
+        packet.descriptor.assign(descriptor, descriptor + descriptorSize);
+    if (data != nullptr)
+        packet.data.assign(data, data + dataSize);
+    packet.depth = depth;
+}
 
 }  // namespace
 
@@ -22,19 +42,21 @@ void CopyPackets(const IPacketBundle* bundle, unsigned depth, std::vector<Packet
             CopyPackets(static_cast<const IPacketBundle*>(member), depth + 1, out);
             continue;
         }
-        Packet packet;
-        packet.type = member->getType();
-        packet.track = member->getTrack();
-        packet.time = member->getTime();
-        packet.timeBase = member->getTimeBase();
-        packet.duration = member->getDuration();
-        if (member->getDescriptor() != nullptr)
-            packet.descriptor.assign(member->getDescriptor(), member->getDescriptor() + member->getDescriptorSize());
-        if (member->getData() != nullptr)
-            packet.data.assign(member->getData(), member->getData() + member->getDataSize());
-        packet.depth = depth;
-        out.push_back(std::move(packet));
+        // The header carries the fields; the sizes are the packet's own.
+        Append(out, TZKPacketHeader::of(*member), member->getDescriptor(), member->getDescriptorSize(),
+               member->getData(), member->getDataSize(), depth);
     }
+}
+
+void CopyWirePackets(const TZKWireBundle* bundle, std::vector<Packet>& out)
+{
+    if (bundle == nullptr)
+        return;
+    TZKEncImageWire::forEachPacket(
+        *bundle, 0,
+        [&out](const TZKPacketHeader& header, const uint8_t* descriptor, const uint8_t* data, unsigned depth) {
+            Append(out, header, descriptor, header.descriptorSize, data, header.dataSize, depth);
+        });
 }
 
 EncodedFrame CopyEncodedFrame(const ZKEncImage_t& record)

@@ -8,6 +8,7 @@
 #include "client/PacketCopy.h"
 #include "ipc/CAExternalEncodeProxyMPI.h"
 #include "transport/ExternalVideoProxy.h"
+#include "transport/TZKEncImageWire.h"
 
 namespace evc {
 
@@ -33,6 +34,11 @@ uint64_t Number(const std::string& text)
     return end != nullptr && *end == '\0' ? value : 0;
 }
 
+std::string NotAFrame(int32_t replyBytes)
+{
+    return "the reply of " + std::to_string(replyBytes) + " bytes is not a frame element";
+}
+
 }  // namespace
 
 std::string ReadCompressReply(uint8_t* payload, uint64_t capacity, int32_t replyBytes, uint32_t status,
@@ -47,15 +53,28 @@ std::string ReadCompressReply(uint8_t* payload, uint64_t capacity, int32_t reply
         return std::string();
     if (replyBytes == 0)
         return "CompressFrame succeeded without a reply";
-    ExternalVideoProxy proxy;
-    proxy.Begin(payload, static_cast<uint32_t>(replyBytes));
-    proxy.LimitFrameBytes(capacity);
     // Only the packets are taken: pixels a reply may carry stay unread.
     ZKEncImage_t reply{};
-    TZKImageFramePtr frame = proxy.DeSerializeFrameInPlace(static_cast<uint32_t>(replyBytes), reply);
-    if (!frame)
-        return "the reply of " + std::to_string(replyBytes) + " bytes is not a frame element";
-    out = CopyEncodedFrame(reply);
+    TZKEncImageWire wire;
+    wire.skipBundles();
+    if (wire.parse(payload, static_cast<uint64_t>(replyBytes))) {
+        // The common shape: the same checks, and the packets copied once,
+        // straight from the area.
+        const TZKImageFramePtr frame = TZKEncImage::exportFrame(wire, CATime(0, 0), &reply, capacity);
+        if (!frame)
+            return NotAFrame(replyBytes);
+        out = CopyEncodedFrame(reply);
+        CopyWirePackets(wire.descriptors(), out.descriptors);
+        CopyWirePackets(wire.dataPackets(), out.packets);
+    } else {
+        ExternalVideoProxy proxy;
+        proxy.Begin(payload, static_cast<uint32_t>(replyBytes));
+        proxy.LimitFrameBytes(capacity);
+        const TZKImageFramePtr frame = proxy.DeSerializeFrameInPlace(static_cast<uint32_t>(replyBytes), reply);
+        if (!frame)
+            return NotAFrame(replyBytes);
+        out = CopyEncodedFrame(reply);
+    }
     out.replyBytes = static_cast<uint32_t>(replyBytes);
     return std::string();
 }

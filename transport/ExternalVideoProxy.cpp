@@ -2,6 +2,7 @@
 
 #include "evc/ZKResult.h"
 #include "transport/PacketHolder.h"
+#include "transport/TZKEncImageWire.h"
 
 #include <algorithm>
 #include <cstring>
@@ -67,6 +68,16 @@ Ebml::TReceiptPtr ExternalVideoProxy::save(const Ebml::uint8* data, std::size_t 
 
 uint32_t ExternalVideoProxy::saveFrame(const ZKEncImage_t& record, uint32_t& size)
 {
+    // The common shape is written directly; the general element writes the same bytes.
+    uint64_t wireSize = 0;
+    if (TZKEncImageWire::measure(record, file().data(), file().size(), wireSize)) {
+        size = static_cast<uint32_t>(std::min<uint64_t>(wireSize, std::numeric_limits<uint32_t>::max()));
+        if (wireSize > file().size() - file().position())
+            return kZKErrFrameTooLarge;
+        TZKEncImageWire::write(record, file().writableData() + file().position());
+        skip(wireSize);
+        return kZKNoErr;
+    }
     TZKEncImageElt element;
     element->importFrame(&record, kNoOffset);
     const Ebml::uint64 total = element.calcSize();
@@ -139,6 +150,11 @@ TZKImageFramePtr ExternalVideoProxy::loadFrame(uint32_t size, ZKEncImage_t* inPl
     if (available == 0)
         return TZKImageFramePtr();
     try {
+        TZKEncImageWire wire;
+        if (wire.parse(file().data() + position, available)) {
+            skip(wire.consumed());
+            return TZKEncImage::exportFrame(wire, kNoOffset, inPlace, m_frameLimit);
+        }
         // A view of exactly the bytes the caller vouches for: nothing inside
         // the element can make the reader look past them.
         Ebml::ConstMemoryStorage window(file().data() + position, available);

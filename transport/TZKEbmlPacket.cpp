@@ -63,7 +63,18 @@ IPacket* TZKEbmlPacket::exportPacket(const CATime& offset) const
     if (uint64_t(sizeof head) + header.descriptorSize + header.dataSize > bytes.numBytes() ||
         header.type == IPacketBundle::kBundleType)
         return nullptr;
-    TPacketHolder<TQVAPIPacket> packet(new TQVAPIPacket);
+    TPacketHolder<TQVAPIPacket> packet(ZKNewPacket(header, offset));
+    if ((header.descriptorSize != 0 &&
+         !bytes.getRange(sizeof head, header.descriptorSize, packet->descriptor().data())) ||
+        (header.dataSize != 0 &&
+         !bytes.getRange(sizeof head + header.descriptorSize, header.dataSize, packet->data().data())))
+        return nullptr;
+    return packet.release();
+}
+
+TQVAPIPacket* ZKNewPacket(const TZKPacketHeader& header, const CATime& offset)
+{
+    auto* packet = new TQVAPIPacket;
     packet->setType(header.type);
     packet->setTrack(header.track);
     packet->setTime(ZKAddTimeOffset(header.time, header.timeBase, offset));
@@ -71,10 +82,5 @@ IPacket* TZKEbmlPacket::exportPacket(const CATime& offset) const
     packet->setDuration(header.duration);
     packet->descriptor().resize(header.descriptorSize);
     packet->data().resize(header.dataSize);
-    if ((header.descriptorSize != 0 &&
-         !bytes.getRange(sizeof head, header.descriptorSize, packet->descriptor().data())) ||
-        (header.dataSize != 0 &&
-         !bytes.getRange(sizeof head + header.descriptorSize, header.dataSize, packet->data().data())))
-        return nullptr;
-    return packet.release();
+    return packet;
 }

@@ -8,6 +8,8 @@
 #include "media/CATime.h"
 
 class IPacket;
+class TQVAPIPacket;
+struct TZKPacketHeader;
 
 struct TNamePacketInfoDescData {
     static constexpr const char* kName = "PacketInfoDescData";
@@ -39,3 +41,7 @@ private:
 };
 
 typedef Ebml::TElt<TZKEbmlPacket, 0x82, TNameDataPacket> TZKEbmlPacketElt;
+
+// A new packet owned by the caller with the header's fields (its time moved by
+// offset) and its descriptor and data sized, for the caller to fill.
+TQVAPIPacket* ZKNewPacket(const TZKPacketHeader& header, const CATime& offset);

@@ -78,13 +78,7 @@ IPacketBundle* TZKEbmlPacketBundle::exportBundle(const CATime& offset) const
     TZKBundleView view;
     if (!view.parse(bytes.data(), bytes.size()))
         return nullptr;
-    TPacketHolder<TPacketBundle> bundle(new TPacketBundle);
-    bundle->setTrack(view.header.track);
-    bundle->setTime(ZKAddTimeOffset(view.header.time, view.header.timeBase, offset));
-    bundle->setTimeBase(view.header.timeBase);
-    bundle->setDuration(view.header.duration);
-    bundle->setDescriptor(view.descriptor, view.header.descriptorSize);
-
+    TPacketHolder<TPacketBundle> bundle(ZKNewBundle(view, offset));
     for (const Ebml::IElement* element : m_members.elts()) {
         IPacket* member = nullptr;
         if (element->getId() == TZKEbmlPacketBundleElt::kId)
@@ -99,4 +93,15 @@ IPacketBundle* TZKEbmlPacketBundle::exportBundle(const CATime& offset) const
         bundle->append(member);
     }
     return bundle.release();
+}
+
+TPacketBundle* ZKNewBundle(const TZKBundleView& view, const CATime& offset)
+{
+    auto* bundle = new TPacketBundle;
+    bundle->setTrack(view.header.track);
+    bundle->setTime(ZKAddTimeOffset(view.header.time, view.header.timeBase, offset));
+    bundle->setTimeBase(view.header.timeBase);
+    bundle->setDuration(view.header.duration);
+    bundle->setDescriptor(view.descriptor, view.header.descriptorSize);
+    return bundle;
 }

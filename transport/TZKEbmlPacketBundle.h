@@ -11,6 +11,8 @@
 #include "media/CATime.h"
 
 class IPacketBundle;
+class TPacketBundle;
+struct TZKBundleView;
 
 struct TNamePacketBundleInfoDesc {
     static constexpr const char* kName = "PacketBundleInfoDesc";
@@ -58,3 +60,7 @@ private:
 typedef Ebml::TElt<TZKEbmlPacketBundle, 0x84, TNamePacketBundle> TZKEbmlPacketBundleElt;
 typedef Ebml::TElt<TZKEbmlPacketBundle, 0x89, TNameDescriptors> TZKDescriptorsElt;
 typedef Ebml::TElt<TZKEbmlPacketBundle, 0x90, TNameDataPackets> TZKDataPacketsElt;
+
+// A new, empty bundle owned by the caller with the view's header (its time
+// moved by offset) and descriptor.
+TPacketBundle* ZKNewBundle(const TZKBundleView& view, const CATime& offset);

@@ -28,40 +28,69 @@ void CopyImageFields(To& to, const From& from, const CATime& offset)
 
 }  // namespace
 
+TZKVideoInfo TZKEncImage::infoOf(const ZKEncImage_t& record, const CATime& offset)
+{
+    const ZKImage_t& image = record.image;
+    TZKVideoInfo info;
+    CopyImageFields(info, image, offset);
+    info.streamFlags = record.streamFlags;
+    info.streamValue = record.streamValue;
+    if (image.planes[0] != nullptr && image.dataSize != 0)
+        for (int k = 1; k < 4; ++k)
+            info.planeOffsets[k - 1] =
+                image.planes[k] != nullptr ? static_cast<uint32_t>(image.planes[k] - image.planes[0]) : image.dataSize;
+    return info;
+}
+
 void TZKEncImage::importFrame(const ZKEncImage_t* record, const CATime& offset)
 {
     if (!beginImport(record, offset))
         return;
     const ZKImage_t& image = record->image;
-    TZKVideoInfo info;
-    CopyImageFields(info, image, offset);
-    info.streamFlags = record->streamFlags;
-    info.streamValue = record->streamValue;
-    if (image.planes[0] != nullptr && image.dataSize != 0) {
+    if (image.planes[0] != nullptr && image.dataSize != 0)
         setBytes(image.planes[0], image.dataSize);
-        for (int k = 1; k < 4; ++k)
-            info.planeOffsets[k - 1] =
-                image.planes[k] != nullptr ? static_cast<uint32_t>(image.planes[k] - image.planes[0]) : image.dataSize;
-    }
-    setInfo(info);
+    setInfo(infoOf(*record, offset));
     importBundles(record->descriptors, image.dataPackets, offset);
 }
 
+// The element's children as the parts of a frame.
+class TZKEncImage::Parts : public TZKEncImageParts {
+public:
+    explicit Parts(const TZKEncImage& element) : m_element(element) {}
+    bool info(TZKVideoInfo& info) const override { return m_element.getInfo(info); }
+    bool pixelCount(uint32_t& size) const override { return m_element.bytesSize(size); }
+    const uint8_t* pixelRun() const override
+    {
+        const Ebml::HodgePodge::TReceipts& runs = m_element.bytes().receipts();
+        return runs.size() == 1 ? runs.front()->contiguousBytes() : nullptr;
+    }
+    void copyPixels(uint8_t* to) const override { m_element.bytes().get(to); }
+    bool exportBundles(TPacketBundlePtr& descriptors, TPacketBundlePtr& dataPackets,
+                       const CATime& offset) const override
+    {
+        return m_element.exportBundles(descriptors, dataPackets, offset);
+    }
+
+private:
+    const TZKEncImage& m_element;
+};
+
 TZKImageFramePtr TZKEncImage::exportFrame(const CATime& offset, uint64_t maxBuffer) const
 {
-    return exportFrame(offset, nullptr, maxBuffer);
+    return exportFrame(Parts(*this), offset, nullptr, maxBuffer);
 }
 
 TZKImageFramePtr TZKEncImage::exportFrameInPlace(const CATime& offset, ZKEncImage_t& record, uint64_t maxBuffer) const
 {
-    return exportFrame(offset, &record, maxBuffer);
+    return exportFrame(Parts(*this), offset, &record, maxBuffer);
 }
 
-TZKImageFramePtr TZKEncImage::exportFrame(const CATime& offset, ZKEncImage_t* inPlace, uint64_t maxBuffer) const
+TZKImageFramePtr TZKEncImage::exportFrame(const TZKEncImageParts& parts, const CATime& offset, ZKEncImage_t* inPlace,
+                                          uint64_t maxBuffer)
 {
     TZKVideoInfo info;
     uint32_t dataSize = 0;
-    if (!getInfo(info) || !bytesSize(dataSize))
+    if (!parts.info(info) || !parts.pixelCount(dataSize))
         return TZKImageFramePtr();
     // The frame is laid out over a buffer sized by the sender's geometry and
     // row bytes: a few bytes of description must not buy a huge allocation.
@@ -98,8 +127,7 @@ TZKImageFramePtr TZKEncImage::exportFrame(const CATime& offset, ZKEncImage_t* in
         uint8_t* plane0 = bufferPlane0;
         if (inPlace != nullptr) {
             // The pixels are used where they were loaded from, not copied.
-            const Ebml::HodgePodge::TReceipts& runs = bytes().receipts();
-            const uint8_t* where = runs.size() == 1 ? runs.front()->contiguousBytes() : nullptr;
+            const uint8_t* where = parts.pixelRun();
             if (where == nullptr)
                 return TZKImageFramePtr();
             plane0 = const_cast<uint8_t*>(where);
@@ -118,7 +146,7 @@ TZKImageFramePtr TZKEncImage::exportFrame(const CATime& offset, ZKEncImage_t* in
                 plane = plane0 + at;
             }
         } else {
-            bytes().get(plane0);
+            parts.copyPixels(plane0);
         }
         // Only offsets inside the copied bytes are trusted.
         for (int k = 1; k < 4; ++k)
@@ -136,8 +164,11 @@ TZKImageFramePtr TZKEncImage::exportFrame(const CATime& offset, ZKEncImage_t* in
         else if (frame->SetZKEncImage(&laidOut) != 0)
             return TZKImageFramePtr();
     }
-    if (!attachBundles(*frame, offset))
+    TPacketBundlePtr descriptors;
+    TPacketBundlePtr dataPackets;
+    if (!parts.exportBundles(descriptors, dataPackets, offset))
         return TZKImageFramePtr();
+    ZKAttachBundles(*frame, descriptors, dataPackets);
     if (inPlace != nullptr) {
         // The frame's record brings the bundles; pixels stay in place.
         const ZKEncImage_t& withBundles = frame->Description();

@@ -29,6 +29,23 @@ typedef Ebml::TElt<Ebml::VBinary, 0x85, TNameVideoInfo> TZKVideoInfoElt;
 typedef Ebml::TElt<Ebml::VBinary, 0x87, TNameImageData> TZKImageDataElt;
 typedef CASharedPtr<CAImageFrame, CAFrame> TZKImageFramePtr;
 
+// What a frame is exported from: the parts of a loaded "EncImage", wherever
+// they were loaded from (the element's children, or the bytes read directly).
+class TZKEncImageParts {
+public:
+    virtual ~TZKEncImageParts() = default;
+    // False when the information child is missing or malformed.
+    virtual bool info(TZKVideoInfo& info) const = 0;
+    // False when the pixel bytes are too many for a frame record's 32-bit size.
+    virtual bool pixelCount(uint32_t& size) const = 0;
+    // The pixel bytes where they lie as one run in memory, or null.
+    virtual const uint8_t* pixelRun() const = 0;
+    virtual void copyPixels(uint8_t* to) const = 0;
+    // Both bundles, null where the element has none; false when one cannot be read.
+    virtual bool exportBundles(TPacketBundlePtr& descriptors, TPacketBundlePtr& dataPackets,
+                               const CATime& offset) const = 0;
+};
+
 class TZKEncImage : public TZKFrameElement<TZKVideoInfo, TZKVideoInfoElt, TZKImageDataElt> {
 public:
     // Refers to the pixels and the record's bundles where they lie: they must
@@ -49,11 +66,18 @@ public:
     TZKImageFramePtr exportFrameInPlace(const CATime& offset, ZKEncImage_t& record,
                                         uint64_t maxBuffer = UINT64_MAX) const;
 
+    // The frame the parts describe, with the checks above; the pixels are
+    // copied, or left in place when inPlace receives the description.
+    static TZKImageFramePtr exportFrame(const TZKEncImageParts& parts, const CATime& offset, ZKEncImage_t* inPlace,
+                                        uint64_t maxBuffer);
+    // The information block that importFrame writes for record.
+    static TZKVideoInfo infoOf(const ZKEncImage_t& record, const CATime& offset);
+
     const TZKVideoInfoElt& videoInfo() const { return m_info; }
     const TZKImageDataElt& imageData() const { return m_bytes; }
 
 private:
-    TZKImageFramePtr exportFrame(const CATime& offset, ZKEncImage_t* inPlace, uint64_t maxBuffer) const;
+    class Parts;
 };
 
 typedef Ebml::TElt<TZKEncImage, 0x91, TNameEncImage> TZKEncImageElt;

@@ -15,6 +15,19 @@
 #include <cstdint>
 #include <limits>
 
+// Hands both bundles to a frame that has none; whatever the frame held comes
+// back and is released.
+template <class TFrame>
+void ZKAttachBundles(TFrame& frame, TPacketBundlePtr& descriptors, TPacketBundlePtr& dataPackets)
+{
+    IPacketBundle* frameDescriptors = descriptors.release();
+    IPacketBundle* frameDataPackets = dataPackets.release();
+    frame.ExchangeDescriptorsWith(frameDescriptors);
+    frame.ExchangeDataPacketsWith(frameDataPackets);
+    ZKDestroyPacket(frameDescriptors);
+    ZKDestroyPacket(frameDataPackets);
+}
+
 // Info is the decoded block (TZKVideoInfo, TZKAudioInfo) with encode, decode,
 // kSize and kShortSize; InfoElt and BytesElt are the binary children.
 template <class Info, class InfoElt, class BytesElt>
@@ -96,28 +109,28 @@ protected:
         m_dataPackets->importBundle(dataPackets, offset);
     }
 
+    // Both bundles, exported: a child that was not loaded gives none. False
+    // when a loaded child cannot be read (a bundle that contradicts itself is
+    // refused, not attached in part).
+    bool exportBundles(TPacketBundlePtr& descriptors, TPacketBundlePtr& dataPackets, const CATime& offset) const
+    {
+        if (m_descriptors.mustSave())
+            descriptors.reset(m_descriptors->exportBundle(offset));
+        if (m_dataPackets.mustSave())
+            dataPackets.reset(m_dataPackets->exportBundle(offset));
+        return !((m_descriptors.mustSave() && !descriptors) || (m_dataPackets.mustSave() && !dataPackets));
+    }
+
     // Hands both bundles to a frame (CAImageFrame or CAAudioFrame) that has
-    // none; a child that was not loaded gives none. False, with nothing
-    // handed over, when a loaded child cannot be read.
+    // none. False, with nothing handed over, when a loaded child cannot be read.
     template <class TFrame>
     bool attachBundles(TFrame& frame, const CATime& offset) const
     {
         TPacketBundlePtr descriptors;
         TPacketBundlePtr dataPackets;
-        if (m_descriptors.mustSave())
-            descriptors.reset(m_descriptors->exportBundle(offset));
-        if (m_dataPackets.mustSave())
-            dataPackets.reset(m_dataPackets->exportBundle(offset));
-        // A bundle that contradicts itself is refused, not attached in part.
-        if ((m_descriptors.mustSave() && !descriptors) || (m_dataPackets.mustSave() && !dataPackets))
+        if (!exportBundles(descriptors, dataPackets, offset))
             return false;
-        IPacketBundle* frameDescriptors = descriptors.release();
-        IPacketBundle* frameDataPackets = dataPackets.release();
-        frame.ExchangeDescriptorsWith(frameDescriptors);
-        frame.ExchangeDataPacketsWith(frameDataPackets);
-        // Whatever the frame held comes back to us: release it.
-        ZKDestroyPacket(frameDescriptors);
-        ZKDestroyPacket(frameDataPackets);
+        ZKAttachBundles(frame, descriptors, dataPackets);
         return true;
     }
 
