@@ -1,10 +1,14 @@
 // The service's reading of a compress request from the payload area: the
-// client's bytes, two "EncImage" elements back to back, are untrusted.
+// client's bytes, two "EncImage" elements back to back, are untrusted. The
+// direct path over the area must agree with the general element: the same
+// verdict, and a frame read either way is written back to the same bytes.
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
+#include "ebml/ebmlMemoryStorage.h"
 #include "transport/ExternalVideoProxy.h"
+#include "transport/TZKEncImageWire.h"
 
 namespace {
 
@@ -34,6 +38,43 @@ uint64_t Walk(const TZKImageFramePtr& frame)
     return frame ? Walk(frame->GetZKEncImage()) : 0;
 }
 
+// The frame's element, written by the proxy (the direct path when it can) or the general element.
+std::vector<uint8_t> Written(const TZKImageFramePtr& frame, bool general)
+{
+    const ZKEncImage_t record = frame->GetZKEncImage();
+    TZKEncImageElt element;
+    element->importFrame(&record, CATime(0, 0));
+    std::vector<uint8_t> bytes(element.calcSize());
+    if (general) {
+        Ebml::MemoryStorage storage(bytes.data(), bytes.size());
+        element.save(storage);
+    } else {
+        ExternalVideoProxy proxy;
+        proxy.Begin(bytes.data(), static_cast<uint32_t>(bytes.size()));
+        uint32_t size = 0;
+        if (proxy.SerializeFrame(&record, size, false) != 0 || size != bytes.size())
+            __builtin_trap();
+    }
+    return bytes;
+}
+
+void CompareWithGeneral(const std::vector<uint8_t>& area)
+{
+    TZKEncImageWire wire;
+    if (!wire.parse(area.data(), area.size()))
+        return;
+    const TZKImageFramePtr direct = TZKEncImage::exportFrame(wire, CATime(0, 0), nullptr, area.size());
+    Ebml::ConstMemoryStorage storage(area.data(), area.size());
+    TZKEncImageElt element;
+    TZKImageFramePtr general;
+    if (element.load(storage, area.size()) == wire.consumed())
+        general = element->exportFrame(CATime(0, 0), area.size());
+    if (bool(direct) != bool(general))
+        __builtin_trap();
+    if (direct && (Written(direct, false) != Written(general, true)))
+        __builtin_trap();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
@@ -54,6 +95,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     ZKEncImage_t inPlace{};
     if (const TZKImageFramePtr frame = proxy.DeSerializeFrameInPlace(static_cast<uint32_t>(size), inPlace))
         sink = sink + Walk(inPlace);
+    CompareWithGeneral(area);
     (void)sink;
     return 0;
 }

@@ -35,6 +35,9 @@ void ExternalVideoProxy::CopyTo(const uint8_t* bytes, size_t count)
 
 uint64_t ExternalVideoProxy::PixelOffset(const ZKEncImage_t& record)
 {
+    uint64_t offset = 0;
+    if (TZKEncImageWire::pixelOffset(record, offset))
+        return offset;
     ZKEncImage_t local = record;
     // The element only measures the pixels, never reads them: any address will do.
     if (local.image.planes[0] == nullptr)

@@ -263,6 +263,21 @@ bool TZKEncImageWire::measure(const ZKEncImage_t& record, const uint8_t* area, u
     return true;
 }
 
+bool TZKEncImageWire::pixelOffset(const ZKEncImage_t& record, uint64_t& offset)
+{
+    ZKEncImage_t local = record;
+    // Only measured, never read: any address will do.
+    if (local.image.planes[0] == nullptr)
+        local.image.planes[0] = reinterpret_cast<uint8_t*>(&local);
+    uint64_t payload = 0, descriptors = 0, dataPackets = 0;
+    if (!Payloads(local, TArea{nullptr, 0}, payload, descriptors, dataPackets))
+        return false;
+    offset = 1 + Ebml::vsizeNumBytes(payload) + ElementSize(TZKVideoInfo::kSize);
+    if (HasPixels(local.image))
+        offset += 1 + Ebml::vsizeNumBytes(local.image.dataSize);
+    return true;
+}
+
 void TZKEncImageWire::write(const ZKEncImage_t& record, uint8_t* out)
 {
     uint64_t payload = 0, descriptors = 0, dataPackets = 0;

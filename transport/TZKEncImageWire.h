@@ -38,6 +38,10 @@ public:
     // area already are moved, and not at all where they are in place.
     static void write(const ZKEncImage_t& record, uint8_t* out);
 
+    // Where write puts the first pixel byte of record, counted from the
+    // element's start, or false as measure says (planes may be null).
+    static bool pixelOffset(const ZKEncImage_t& record, uint64_t& offset);
+
     // Reads the element at bytes, looking at no more than available bytes.
     // False when they do not hold it in the shape above, or a bundle in it
     // cannot be read: the general reader then decides.

@@ -1,9 +1,12 @@
 // Frames written into and read from a payload area, as client and service exchange them: the
-// hand-written golden EncImage bytes, areas too small, and bytes from a careless or hostile side.
+// hand-written golden EncImage bytes, areas too small, and bytes from a careless or hostile side;
+// the direct path over the area against the general element, byte for byte and frame for frame.
 #include "Packets.h"
 #include "common/Golden.h"
 
+#include "ebml/ebmlMemoryStorage.h"
 #include "transport/ExternalVideoProxy.h"
+#include "transport/TZKEncImageWire.h"
 
 #include <cstring>
 
@@ -87,6 +90,25 @@ TZKImageFramePtr ReadInPlace(Bytes& area, uint32_t size, ZKEncImage_t& record)
     return proxy.DeSerializeFrameInPlace(size, record);
 }
 
+// The general element's bytes for record, and its reading of bytes (in place when record is given).
+Bytes GeneralWrite(const ZKEncImage_t& record)
+{
+    TZKEncImageElt element;
+    element->importFrame(&record, CATime(0, 0));
+    Bytes bytes(element.calcSize());
+    Ebml::MemoryStorage storage(bytes.data(), bytes.size());
+    EXPECT_TRUE(element.save(storage));
+    return bytes;
+}
+TZKImageFramePtr GeneralRead(const Bytes& area, ZKEncImage_t* inPlace = nullptr)
+{
+    Ebml::ConstMemoryStorage storage(area.data(), area.size());
+    TZKEncImageElt element;
+    if (element.load(storage, area.size()) == 0)
+        return TZKImageFramePtr();
+    return inPlace ? element->exportFrameInPlace(CATime(0, 0), *inPlace) : element->exportFrame(CATime(0, 0));
+}
+
 TEST(FrameChannel, WritesAndReadsTheGoldenEncImageBytes)
 {
     Bytes golden = GoldenBytes();
@@ -167,6 +189,7 @@ TEST(FrameChannel, LyingSizesRefuseTheFrame)
         const TZKImageFramePtr direct = ReadInPlace(area, static_cast<uint32_t>(area.size()), inPlace);
         ASSERT_EQ(bool(frame), c.frame);
         ASSERT_EQ(bool(direct), c.frame) << "in place";
+        ASSERT_EQ(bool(GeneralRead(area)), c.frame) << "the general element";
         if (!frame)
             continue;
         const ZKEncImage_t record = frame->GetZKEncImage();
@@ -237,6 +260,71 @@ TEST(FrameChannel, PixelsAlreadyInTheAreaGiveTheSameElement)
         EXPECT_EQ(back.image.planes[0], inPlace.data() + at);
         EXPECT_EQ(back.image.planes[2] - back.image.planes[0], luma + chroma);
         EXPECT_EQ(back.image.time, 7u);
+    }
+}
+
+// Records of every bundle shape: the direct path writes the general element's bytes and reads them
+// back into the same frames; nesting deeper than it takes is left to the general element.
+TEST(FrameChannel, DirectPathMatchesTheGeneralElement)
+{
+    const Bytes big(20000, 0x5A);
+    const auto nested = [](int levels) {
+        IPacket* inner = MakePacket(3, 0, 1, 90000, 0, {}, {1, 2});
+        for (int k = 0; k < levels; ++k)
+            inner = MakeBundle(k, k, 1000, 0, {uint8_t(k)}, {inner, MakePacket(4, 0, 2, 1000, 0, {}, {})});
+        return static_cast<TPacketBundle*>(inner);
+    };
+    const struct {
+        const char* what;
+        bool pixels;
+        TPacketBundle *descriptors, *dataPackets;
+        bool direct;
+    } rows[] = {
+        {"golden", true, MakeBundle(0, 0, 1000, 0, {}, {MakePacket(1, 0, 0, 1000, 0, {}, {'S'})}),
+         MakeBundle(0, 5, 1000, 0, {}, {MakePacket(2, 1, 5, 1000, 33, {0xD1}, {0xAA, 0xBB})}), true},
+        {"description without bundles", false, nullptr, nullptr, true},
+        {"packets of 20000 and 0 bytes, bundle descriptor", false, nullptr,
+         MakeBundle(1, 2, 3, 4, Bytes(130, 7),
+                    {MakePacket(1, 0, 0, 1, 0, Bytes(200, 9), big), MakePacket(1, 0, 0, 1, 0, {}, {})}),
+         true},
+        {"empty bundles", true, MakeBundle(0, 0, 1, 0, {}, {}), MakeBundle(0, 0, 1, 0, {}, {}), true},
+        {"bundles nested nine deep", false, nested(7), nested(9), true},
+        {"bundles nested ten deep", false, nullptr, nested(10), false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        const TPacketBundlePtr descriptors(row.descriptors), dataPackets(row.dataPackets);
+        GoldenFrame frame;
+        ZKEncImage_t record = frame.record;
+        if (!row.pixels) {
+            for (uint8_t*& plane : record.image.planes)
+                plane = nullptr;
+        }
+        record.descriptors = descriptors.get();
+        record.image.dataPackets = dataPackets.get();
+        Written w = Write(record, 32768);
+        ASSERT_EQ(w.status, 0u);
+        w.area.resize(w.size);
+        EXPECT_TRUE(w.area == GeneralWrite(record));
+        TZKEncImageWire wire;
+        EXPECT_EQ(wire.parse(w.area.data(), w.area.size()), row.direct);
+
+        ZKEncImage_t inPlace{}, general{};
+        const TZKImageFramePtr read = ReadInPlace(w.area, w.size, inPlace);
+        const TZKImageFramePtr reference = GeneralRead(w.area, &general);
+        ASSERT_TRUE(read && reference);
+        EXPECT_EQ(std::memcmp(&inPlace.image, &general.image, offsetof(ZKImage_t, dataPackets)), 0);
+        EXPECT_EQ(inPlace.streamValue, general.streamValue);
+        for (auto pair : {std::make_pair(inPlace.descriptors, general.descriptors),
+                          std::make_pair(inPlace.image.dataPackets, general.image.dataPackets)}) {
+            ASSERT_EQ(pair.first == nullptr, pair.second == nullptr);
+            if (pair.first)
+                ExpectSamePacket(pair.second, pair.first);
+        }
+        const TZKImageFramePtr copied = Read(w.area, w.size);
+        ASSERT_TRUE(copied);
+        if (dataPackets)
+            ExpectSamePacket(dataPackets.get(), copied->GetZKEncImage().image.dataPackets, "copied");
     }
 }
 
