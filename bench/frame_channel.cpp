@@ -368,6 +368,16 @@ int main(int argc, char** argv)
         std::printf("%-30s %9.1f frames/s   %5.2f x memcpy\n", name, 1.0 / s, floor > 0.0 ? s / floor : 0.0);
     }
     std::printf("goal: BM_RoundTrip <= 2.5 x memcpy\n");
+    std::printf("\n640x360 CompressFrame, reply of one %u-byte packet (the first also with SPS and PPS)\n",
+                Picture::kPacketBytes);
+    for (const char* name : {"BM_PictureMemcpyPacket/real_time", "BM_PictureReadRequest/real_time",
+                             "BM_PictureWriteReply/real_time", "BM_PictureWriteFirstReply/real_time",
+                             "BM_PictureReadReply/real_time", "BM_PictureReadFirstReply/real_time"}) {
+        const double s = reporter.seconds(name);
+        if (s > 0.0)
+            std::printf("%-36s %7.2f us\n", name, s * 1e6);
+    }
+    std::printf("goal: each element row under 3 us\n");
     benchmark::Shutdown();
     return 0;
 }
