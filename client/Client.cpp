@@ -17,6 +17,7 @@
 #include "client/ServiceLocation.h"
 #include "client/ServiceProcess.h"
 #include "ipc/CAExternalEncodeProxyMPI.h"
+#include "ipc/details/FutexWake.h"
 #include "ipc/details/QuickWakeUps.h"
 #include "media/ZKImageLayout.h"
 #include "transport/ExternalVideoProxy.h"
@@ -78,6 +79,9 @@ public:
     // Sends quit once and waits up to ms for the service to end; a service
     // that does not end is killed (the process object reaps it either way).
     void Quit(int ms);
+    // The request of PostCompressFrame, written and posted.
+    void PostRequest(const ZKEncImage_t* input, bool isKeyFrame, bool isLastFrame,
+                     const ZKEncImage_t* outputDescription);
     // On the process's reader thread, once the service has ended; answers
     // whether to wake the waiter again a millisecond later.
     bool NoteServiceEnd();
@@ -92,6 +96,11 @@ public:
     std::atomic<bool> m_serviceEnded{false};
     std::atomic<bool> m_waiting{false};
     std::unique_ptr<ServiceProcess> m_process;
+    // With shareProcessor: the processor the waiting thread and the
+    // service's main thread share, and the waiting thread's hold on it from a
+    // CompressFrame's post to its answer.
+    int m_sharedProcessor = -1;
+    TZKProcessorPin m_pin;
     ExternalVideoProxy m_proxy;
     bool m_quit = false;
     uint64_t m_picturesPending = 0;
@@ -160,10 +169,15 @@ Client::TPrivate::TPrivate(const ClientOptions& options) : m_options(options), m
     if (access(service.c_str(), X_OK) != 0)
         throw ServiceError(ServiceError::Kind::StartFailed, 0, -1, "",
                            "cannot start the service: " + service + " is not an executable file");
+    std::vector<std::string> settings;
+    if (options.shareProcessor && ZKFutexWakeUpsEnabled())
+        m_sharedProcessor = ZKPickSharedProcessor();
+    if (m_sharedProcessor >= 0)
+        settings.push_back("EVC_PROCESSOR=" + std::to_string(m_sharedProcessor));
     try {
         m_process.reset(new ServiceProcess(
             service, {m_channel.GetSharedMemoryName(), std::to_string(getpid()), options.applicationName},
-            options.forwardServiceErrors, [this] { return NoteServiceEnd(); }));
+            options.forwardServiceErrors, [this] { return NoteServiceEnd(); }, settings));
     } catch (const std::exception& e) {
         throw ServiceError(ServiceError::Kind::StartFailed, 0, -1, "", e.what());
     }
@@ -399,7 +413,20 @@ void Client::PostCompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool 
 {
     TPrivate& p = *m_private;
     p.CheckUsable();
-    uint32_t inputBytes = input != nullptr ? p.WriteFrame(0, *input) : 0;
+    // Held until the answer is collected; let go if the post fails.
+    p.m_pin.pin(p.m_sharedProcessor);
+    try {
+        p.PostRequest(input, isKeyFrame, isLastFrame, outputDescription);
+    } catch (...) {
+        p.m_pin.release();
+        throw;
+    }
+}
+
+void Client::TPrivate::PostRequest(const ZKEncImage_t* input, bool isKeyFrame, bool isLastFrame,
+                                   const ZKEncImage_t* outputDescription)
+{
+    uint32_t inputBytes = input != nullptr ? WriteFrame(0, *input) : 0;
     ZKEncImage_t output{};
     if (outputDescription != nullptr) {
         output = *outputDescription;
@@ -411,25 +438,25 @@ void Client::PostCompressFrame(const ZKEncImage_t* input, bool isKeyFrame, bool 
         output.image.dataSize = 0;
         output.image.dataPackets = nullptr;
     }
-    const uint32_t outputBytes = p.WriteFrame(inputBytes, output);
-    p.Record().m_payloadSize0 = static_cast<int32_t>(inputBytes);
-    p.Record().m_payloadSize1 = static_cast<int32_t>(outputBytes);
-    p.m_channel.SetIsKeyFrame(isKeyFrame);
-    p.m_channel.SetIsLastFrame(isLastFrame);
+    const uint32_t outputBytes = WriteFrame(inputBytes, output);
+    Record().m_payloadSize0 = static_cast<int32_t>(inputBytes);
+    Record().m_payloadSize1 = static_cast<int32_t>(outputBytes);
+    m_channel.SetIsKeyFrame(isKeyFrame);
+    m_channel.SetIsLastFrame(isLastFrame);
     if (input != nullptr)
-        ++p.m_picturesPending;
-    Limit limit{p.m_options.commandTimeout, "commandTimeout"};
-    if (isLastFrame && p.m_picturesPending > 0) {
+        ++m_picturesPending;
+    Limit limit{m_options.commandTimeout, "commandTimeout"};
+    if (isLastFrame && m_picturesPending > 0) {
         // Slow is not hung: flushing costs time for each picture still held.
-        limit.total += p.m_options.pendingPictureTimeout * static_cast<int64_t>(p.m_picturesPending);
-        limit.origin += " + " + std::to_string(p.m_picturesPending) + " pending pictures x pendingPictureTimeout " +
-                        Milliseconds(p.m_options.pendingPictureTimeout);
+        limit.total += m_options.pendingPictureTimeout * static_cast<int64_t>(m_picturesPending);
+        limit.origin += " + " + std::to_string(m_picturesPending) + " pending pictures x pendingPictureTimeout " +
+                        Milliseconds(m_options.pendingPictureTimeout);
     }
-    p.Post(CAExternalVideoProxySharedData::kCompressFrame, "CompressFrame", limit);
-    p.m_posted = true;
-    p.m_postedLast = isLastFrame;
-    p.m_postedLimit = std::move(limit);
-    p.m_postedAt = std::chrono::steady_clock::now();
+    Post(CAExternalVideoProxySharedData::kCompressFrame, "CompressFrame", limit);
+    m_posted = true;
+    m_postedLast = isLastFrame;
+    m_postedLimit = std::move(limit);
+    m_postedAt = std::chrono::steady_clock::now();
 }
 
 uint32_t Client::CollectCompressFrame(EncodedFrame* result)
@@ -440,8 +467,13 @@ uint32_t Client::CollectCompressFrame(EncodedFrame* result)
                                   : "no CompressFrame was posted; there is nothing to collect");
     if (result != nullptr)
         *result = EncodedFrame();
-    // Whatever happens next, the segment is the client's again.
+    // Whatever happens next, the segment is the client's again, and the
+    // thread may run anywhere.
     p.m_posted = false;
+    struct Release {
+        TZKProcessorPin& pin;
+        ~Release() { pin.release(); }
+    } release{p.m_pin};
     const bool isLastFrame = p.m_postedLast;
     p.WaitForResponse("CompressFrame", p.m_postedLimit, p.m_postedAt);
     const uint32_t status = p.m_channel.GetStatus();

@@ -64,7 +64,8 @@ struct SpawnSetup {
 }  // namespace
 
 ServiceProcess::ServiceProcess(const std::string& program, const std::vector<std::string>& arguments,
-                               bool forwardErrors, std::function<bool()> onEnd)
+                               bool forwardErrors, std::function<bool()> onEnd,
+                               const std::vector<std::string>& settings)
     : m_forward(forwardErrors), m_onEnd(std::move(onEnd))
 {
     int pipeFds[2];
@@ -94,8 +95,23 @@ ServiceProcess::ServiceProcess(const std::string& program, const std::vector<std
         argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
 
+    std::vector<char*> environment;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        const char* equals = std::strchr(*entry, '=');
+        const size_t nameLength = equals != nullptr ? static_cast<size_t>(equals - *entry) + 1 : std::strlen(*entry);
+        bool replaced = false;
+        for (const std::string& setting : settings)
+            replaced = replaced || setting.compare(0, nameLength, *entry, nameLength) == 0;
+        if (!replaced)
+            environment.push_back(*entry);
+    }
+    for (const std::string& setting : settings)
+        environment.push_back(const_cast<char*>(setting.c_str()));
+    environment.push_back(nullptr);
+
     pid_t pid = -1;
-    const int error = posix_spawn(&pid, program.c_str(), &setup.actions, &setup.attributes, argv.data(), environ);
+    const int error =
+        posix_spawn(&pid, program.c_str(), &setup.actions, &setup.attributes, argv.data(), environment.data());
     if (error != 0)
         throw std::runtime_error("cannot start " + program + ": " + std::strerror(error));
     m_child = ChildHandle(pid);

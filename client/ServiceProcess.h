@@ -41,9 +41,10 @@ class ServiceProcess {
 public:
     // Throws std::runtime_error when the program cannot be started.
     // onEnd runs on the reader thread and must not throw; it may still run
-    // while the destructor reaps the child.
+    // while the destructor reaps the child. The child gets our environment
+    // with the NAME=value entries of settings added (replacing ours).
     ServiceProcess(const std::string& program, const std::vector<std::string>& arguments, bool forwardErrors = false,
-                   std::function<bool()> onEnd = {});
+                   std::function<bool()> onEnd = {}, const std::vector<std::string>& settings = {});
     ~ServiceProcess();
 
     ServiceProcess(const ServiceProcess&) = delete;

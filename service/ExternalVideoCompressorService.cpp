@@ -4,6 +4,8 @@
 #include <iostream>
 #include <stdexcept>
 
+#include "service/ProcessorShare.h"
+
 ExternalVideoCompressorService::ExternalVideoCompressorService(unsigned long long clientProcessId,
                                                                const std::string& clientApplicationName,
                                                                const std::string& clientShmKey,
@@ -41,7 +43,9 @@ void ExternalVideoCompressorService::ServiceLoop()
         }
         if (command == CAExternalVideoProxySharedData::kQuit)
             return;
+        ProcessorShareBeforeCommand(command);
         Dispatch(command);
+        ProcessorShareAfterCommand(command);
     }
 }
 

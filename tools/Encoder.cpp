@@ -493,6 +493,8 @@ std::unique_ptr<Channel> OpenChannel(const EncodeJob& job, const VideoFormat& fo
 {
     ClientOptions options = job.client;
     options.largestFrameBytes = format.frameBytes();
+    // The loop starts no thread between a post and its collect.
+    options.shareProcessor = true;
     // The service checks the kinds of the preset's settings itself: the
     // listing the client would check them against first (a second service
     // that loads every plug-in, beside the first one's start) is made only

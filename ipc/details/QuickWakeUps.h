@@ -17,3 +17,36 @@ bool ZKPreferQuickWakeUps();
 // The slice the kernel gives a thread (0: the calling one) in nanoseconds;
 // 0 where it does not say.
 unsigned long long ZKThreadSliceNs(int threadId);
+
+// Two threads that hand the turn to each other many times a second lose
+// most of each hand-over on a virtual machine when the one woken sleeps on
+// another processor, which must first be woken itself (tens of
+// microseconds). Kept on one processor, they hand over without that.
+
+// A processor for such a pair: the calling thread's current one the first
+// time in a process, then the following ones of its set in turn, so that
+// parallel pairs spread out. -1 when the thread may run on one processor
+// only, or the system does not tell.
+int ZKPickSharedProcessor();
+
+// Whether processor is one the calling thread may run on.
+bool ZKMayRunOn(int processor);
+
+// Keeps the calling thread on one processor until released (from any
+// thread), then gives it back the set it had. Does nothing for -1 or a
+// processor outside its set.
+class TZKProcessorPin {
+public:
+    TZKProcessorPin() = default;
+    TZKProcessorPin(const TZKProcessorPin&) = delete;
+    TZKProcessorPin& operator=(const TZKProcessorPin&) = delete;
+    ~TZKProcessorPin() { release(); }
+    void pin(int processor);
+    void release();
+    bool pinned() const { return m_pinned; }
+
+private:
+    bool m_pinned = false;
+    int m_thread = 0;
+    unsigned char m_before[128];  // the set it had (a cpu_set_t)
+};

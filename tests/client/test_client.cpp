@@ -15,6 +15,7 @@
 #include "plugins/bundles/EchoReport.h"
 
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -439,6 +440,66 @@ TEST_F(ClientLife, OnlyTheThreadsThatWaitRunOnShortSlices)
             }
         }).join();
     }
+}
+
+// The processors a thread may run on.
+std::vector<int> ProcessorsOf(pid_t thread)
+{
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    std::vector<int> processors;
+    if (sched_getaffinity(thread, sizeof set, &set) != 0)
+        return processors;
+    for (int k = 0; k < CPU_SETSIZE; ++k) {
+        if (CPU_ISSET(k, &set))
+            processors.push_back(k);
+    }
+    return processors;
+}
+
+// With shareProcessor, the thread that posts a picture and the service's main thread stay on one
+// processor from the stream's second picture on, and only they: the service's other
+// threads keep the whole set, the host's thread gets its own back with the answer, and any other
+// command (the codec may count processors then) runs the service's main thread on the whole set.
+TEST_F(ClientLife, AHostThatSharesAProcessorKeepsOnlyThePairThere)
+{
+    const std::vector<int> whole = ProcessorsOf(0);
+    if (whole.size() < 2)
+        GTEST_SKIP() << "one processor only";
+    std::thread([&] {
+        evc::ClientOptions options = TestClientOptions();
+        options.shareProcessor = true;
+        evc::Client client(options);
+        Watch(client.segmentKey());
+        const pid_t service = client.servicePid();
+        ASSERT_EQ(client.SetOutput(EchoPreset()), kZKNoErr);
+        TestImage sample(16, 16, 0, 25);
+        ASSERT_EQ(client.Begin(&sample.record), kZKNoErr);
+        for (uint8_t k = 1; k <= 4; ++k) {
+            SCOPED_TRACE(int(k));
+            TestImage image(16, 16, k, 25, k);
+            client.PostCompressFrame(&image.record, k == 1, false);
+            const std::vector<int> mine = ProcessorsOf(0);
+            ASSERT_EQ(mine.size(), 1u);
+            evc::EncodedFrame frame;
+            EXPECT_EQ(client.CollectCompressFrame(&frame), kZKNoErr);
+            EXPECT_EQ(ProcessorsOf(0), whole);
+            // Kept from the end of the second picture's command (which may or may not have come yet
+            // at the second look), so always before it waited for the third.
+            if (k != 2) {
+                EXPECT_EQ(ProcessorsOf(service), k >= 3 ? mine : whole);
+            }
+            for (const auto& entry :
+                 std::filesystem::directory_iterator("/proc/" + std::to_string(service) + "/task")) {
+                const pid_t task = std::stoi(entry.path().filename());
+                if (task != service) {
+                    EXPECT_EQ(ProcessorsOf(task), whole) << task;
+                }
+            }
+        }
+        EXPECT_EQ(client.End(), kZKNoErr);
+        EXPECT_EQ(ProcessorsOf(service), whole);
+    }).join();
 }
 
 // Waits up to ms for a child of ours to end; true when it has (and is reaped).
