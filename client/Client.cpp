@@ -1,6 +1,7 @@
 #include "evc/Client.h"
 #include "evc/CodecList.h"
 
+#include <sched.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -457,6 +458,10 @@ void Client::TPrivate::PostRequest(const ZKEncImage_t* input, bool isKeyFrame, b
     m_postedLast = isLastFrame;
     m_postedLimit = std::move(limit);
     m_postedAt = std::chrono::steady_clock::now();
+    // On the processor it shares with us, the service's main thread would
+    // otherwise wait for what we do until our wait: it goes first.
+    if (m_pin.pinned() && m_channel.CommandWaiting())
+        sched_yield();
 }
 
 uint32_t Client::CollectCompressFrame(EncodedFrame* result)

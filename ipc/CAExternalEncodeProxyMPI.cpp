@@ -257,3 +257,9 @@ void CAExternalEncodeProxyMPI::WakeResponseWaiter() const
     assert(m_shared);
     m_sharedMemory.semaphoreWake(&m_shared->m_responseSemaphore);
 }
+
+bool CAExternalEncodeProxyMPI::CommandWaiting() const
+{
+    assert(m_shared);
+    return m_sharedMemory.semaphorePosted(&m_shared->m_commandSemaphore);
+}

@@ -79,6 +79,8 @@ public:
     // from any thread: a watcher that saw the other process end.
     bool WaitForResponseWithin(unsigned int ms, const std::atomic<bool>* stop = nullptr) const;
     void WakeResponseWaiter() const;
+    // Whether a posted command still waits to be taken by the service.
+    bool CommandWaiting() const;
 
     // The record itself, for the fields without accessors (hints, payload
     // sizes, begin flag, last-pass answer). Touch them only on your turn of the

@@ -82,12 +82,14 @@ struct ClientOptions {
     /// its answer is collected, and the service's main thread stays on the
     /// same one (Linux): each hand-over then wakes a thread on a processor
     /// that runs, rather than one that sleeps, which on a virtual machine
-    /// costs tens of microseconds twice per picture. The codec's own threads
-    /// keep every processor, and a service whose main thread does most of
-    /// the codec's work is let go again. Sessions that share processors
-    /// take the next one in turn. Threads the caller starts between the post
-    /// and the collect would inherit the one processor: leave it off when
-    /// the caller does that. evc-encode turns it on.
+    /// costs tens of microseconds twice per picture. After the post the
+    /// thread yields that processor to the service's main thread once. The
+    /// codec's own threads keep every processor, and a service whose main
+    /// thread does most of the codec's work is let go again. Sessions that
+    /// share processors take the next one in turn. Threads the caller
+    /// starts between the post and the collect would inherit the one
+    /// processor: leave it off when the caller does that. evc-encode turns
+    /// it on.
     bool shareProcessor = false;
 };
 

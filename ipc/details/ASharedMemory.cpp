@@ -382,6 +382,11 @@ void CASharedMemory::semaphoreWake(TSemaphore* semaphore) const
         ZKFutexWake(&semaphore->m_count);
 }
 
+bool CASharedMemory::semaphorePosted(const TSemaphore* semaphore) const
+{
+    return isInside(semaphore) && peek(semaphore) > 0;
+}
+
 void CASharedMemory::yield(int ms)
 {
     CASystemTime::msleep(static_cast<unsigned int>(ms));

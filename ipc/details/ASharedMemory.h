@@ -71,6 +71,8 @@ public:
     bool semaphorePost(TSemaphore* semaphore) const;
     // Wakes the sleeping waiters without posting; safe from any thread.
     void semaphoreWake(TSemaphore* semaphore) const;
+    // Whether the count is above zero now (read without the lock).
+    bool semaphorePosted(const TSemaphore* semaphore) const;
 
     static void yield(int ms);
 
