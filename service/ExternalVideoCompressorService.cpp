@@ -4,7 +4,7 @@
 #include <iostream>
 #include <stdexcept>
 
-#include "service/ProcessorShare.h"
+#include "service/MainThreadScheduling.h"
 
 ExternalVideoCompressorService::ExternalVideoCompressorService(unsigned long long clientProcessId,
                                                                const std::string& clientApplicationName,
@@ -43,9 +43,9 @@ void ExternalVideoCompressorService::ServiceLoop()
         }
         if (command == CAExternalVideoProxySharedData::kQuit)
             return;
-        ProcessorShareBeforeCommand(command);
+        MainThreadBeforeCommand(command);
         Dispatch(command);
-        ProcessorShareAfterCommand(command);
+        MainThreadAfterCommand(command);
     }
 }
 

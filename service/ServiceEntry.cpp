@@ -8,10 +8,9 @@
 #include <stdexcept>
 
 #include "service/CodecListing.h"
-#include "ipc/details/QuickWakeUps.h"
 #include "service/ExternalVideoCompressorService.h"
 #include "service/HostWatch.h"
-#include "service/ProcessorShare.h"
+#include "service/MainThreadScheduling.h"
 #include "service/Sandbox.h"
 #include "service/ZKConvertToScalar.h"
 
@@ -84,8 +83,7 @@ int RunServiceEntry(TArgumentMap& arguments, int commandTimeoutSeconds, unsigned
     const std::string clientApplicationName = arguments[3];
     // The thread that answers the host runs as soon as the host posts, even
     // while the codec's threads (which keep the default) fill the processors.
-    ZKPreferQuickWakeUps();
-    StartProcessorShare();
+    StartMainThreadScheduling();
     // Before anything can block: a host that dies never leaves us behind.
     const std::string refused = EnterSandbox();
     if (!refused.empty()) {

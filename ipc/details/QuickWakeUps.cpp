@@ -43,18 +43,19 @@ bool GetAttr(int threadId, TSchedAttr& attr)
 
 }  // namespace
 
-bool ZKPreferQuickWakeUps()
+bool ZKPreferQuickWakeUps(bool quick)
 {
 #ifdef __linux__
     TSchedAttr attr;
     if (!ZKFutexWakeUpsEnabled() || !GetAttr(0, attr) || attr.policy != SCHED_OTHER)
         return false;
     attr.size = sizeof attr;
-    attr.runtime = kShortestSliceNs;
+    attr.runtime = quick ? kShortestSliceNs : 0;
     // Utilisation limits stay as they are without their flags.
     attr.flags = kResetOnFork;
     return syscall(SYS_sched_setattr, 0, &attr, 0) == 0;
 #else
+    (void)quick;
     return false;
 #endif
 }

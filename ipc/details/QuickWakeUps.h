@@ -12,7 +12,8 @@
 // afterwards get the default slice again: a codec's worker threads must not
 // compete on equal terms with the thread that feeds them. Does nothing when
 // wake-ups are off (EVC_NO_FUTEX). Answers whether the kernel took the request.
-bool ZKPreferQuickWakeUps();
+// With quick false, the thread gets the default slice back.
+bool ZKPreferQuickWakeUps(bool quick = true);
 
 // The slice the kernel gives a thread (0: the calling one) in nanoseconds;
 // 0 where it does not say.

@@ -1,4 +1,4 @@
-#include "service/ProcessorShare.h"
+#include "service/MainThreadScheduling.h"
 
 #include "ipc/details/FutexWake.h"
 #include "ipc/details/QuickWakeUps.h"
@@ -18,7 +18,7 @@
 namespace {
 
 // The main thread is let go when it was busy for more than this share of the
-// time over a window of commands.
+// time over a window of CompressFrame commands.
 constexpr double kMostBusyShare = 0.5;
 constexpr int kCommandsPerWindow = 32;
 
@@ -26,7 +26,8 @@ constexpr int kCommandsPerWindow = 32;
 constexpr int kCompressionsBeforeKeeping = 2;
 
 struct TShare {
-    bool active = false;  // a processor was named and may still be kept
+    bool watching = false;  // the main thread has a short slice or a processor
+    bool active = false;    // a processor was named and may still be kept
     bool pinned = false;  // the main thread is kept on it now
     int processor = -1;
     int compressions = 0;
@@ -72,10 +73,41 @@ void FreeOtherThreads()
 }
 #endif
 
+void LetGo()
+{
+#ifdef __linux__
+    if (g_share.pinned)
+        sched_setaffinity(0, sizeof g_share.whole, &g_share.whole);
+#endif
+    g_share.pinned = false;
+    g_share.active = false;
+    g_share.watching = false;
+    ZKPreferQuickWakeUps(false);
+}
+
+// Over each window of CompressFrame commands: whether the main thread was
+// busy for most of it.
+bool MainThreadBusy()
+{
+    const auto now = std::chrono::steady_clock::now();
+    const double cpu = ThreadCpuSeconds();
+    if (g_share.commands == 0) {
+        g_share.windowStart = now;
+        g_share.windowCpu = cpu;
+    }
+    if (++g_share.commands <= kCommandsPerWindow)
+        return false;
+    const double wall = std::chrono::duration<double>(now - g_share.windowStart).count();
+    const bool busy = wall > 0 && (cpu - g_share.windowCpu) / wall > kMostBusyShare;
+    g_share.commands = 0;
+    return busy;
+}
+
 }  // namespace
 
-void StartProcessorShare()
+void StartMainThreadScheduling()
 {
+    g_share.watching = ZKPreferQuickWakeUps();
 #ifdef __linux__
     const char* named = std::getenv("EVC_PROCESSOR");
     if (named == nullptr || *named == '\0' || !ZKFutexWakeUpsEnabled())
@@ -89,10 +121,11 @@ void StartProcessorShare()
         return;
     g_share.processor = static_cast<int>(processor);
     g_share.active = true;
+    g_share.watching = true;
 #endif
 }
 
-void ProcessorShareBeforeCommand(CAExternalVideoProxySharedData::TCommand command)
+void MainThreadBeforeCommand(CAExternalVideoProxySharedData::TCommand command)
 {
 #ifdef __linux__
     if (g_share.pinned && command != CAExternalVideoProxySharedData::kCompressFrame) {
@@ -105,49 +138,32 @@ void ProcessorShareBeforeCommand(CAExternalVideoProxySharedData::TCommand comman
 #endif
 }
 
-void ProcessorShareAfterCommand(CAExternalVideoProxySharedData::TCommand command)
+void MainThreadAfterCommand(CAExternalVideoProxySharedData::TCommand command)
 {
+    if (!g_share.watching || command != CAExternalVideoProxySharedData::kCompressFrame)
+        return;
+    if (MainThreadBusy())
+        return LetGo();
 #ifdef __linux__
-    if (!g_share.active || command != CAExternalVideoProxySharedData::kCompressFrame)
-        return;
-    if (!g_share.pinned) {
-        if (++g_share.compressions < kCompressionsBeforeKeeping)
-            return;
-        cpu_set_t one;
-        CPU_ZERO(&one);
-        CPU_SET(g_share.processor, &one);
-        if (sched_setaffinity(0, sizeof one, &one) != 0) {
-            g_share.active = false;
-            return;
+    if (g_share.pinned) {
+        // Threads started while the main thread was kept inherited its one processor.
+        const nlink_t links = ThreadLinks();
+        if (links != g_share.threadLinks) {
+            FreeOtherThreads();
+            g_share.threadLinks = links;
         }
-        g_share.pinned = true;
-        g_share.threadLinks = ThreadLinks();
-        g_share.commands = 0;
-        g_share.windowStart = std::chrono::steady_clock::now();
-        g_share.windowCpu = ThreadCpuSeconds();
         return;
     }
-    // Threads started while the main thread was kept inherited its one processor.
-    const nlink_t links = ThreadLinks();
-    if (links != g_share.threadLinks) {
-        FreeOtherThreads();
-        g_share.threadLinks = links;
-    }
-    if (++g_share.commands < kCommandsPerWindow)
+    if (!g_share.active || ++g_share.compressions < kCompressionsBeforeKeeping)
         return;
-    const auto now = std::chrono::steady_clock::now();
-    const double cpu = ThreadCpuSeconds();
-    const double wall = std::chrono::duration<double>(now - g_share.windowStart).count();
-    if (wall > 0 && (cpu - g_share.windowCpu) / wall > kMostBusyShare) {
-        sched_setaffinity(0, sizeof g_share.whole, &g_share.whole);
-        g_share.pinned = false;
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(g_share.processor, &one);
+    if (sched_setaffinity(0, sizeof one, &one) != 0) {
         g_share.active = false;
         return;
     }
-    g_share.commands = 0;
-    g_share.windowStart = now;
-    g_share.windowCpu = cpu;
-#else
-    (void)command;
+    g_share.pinned = true;
+    g_share.threadLinks = ThreadLinks();
 #endif
 }
