@@ -28,7 +28,7 @@ constexpr int kCompressionsBeforeKeeping = 2;
 struct TShare {
     bool watching = false;  // the main thread has a short slice or a processor
     bool active = false;    // a processor was named and may still be kept
-    bool pinned = false;  // the main thread is kept on it now
+    bool pinned = false;    // the main thread is kept on it now
     int processor = -1;
     int compressions = 0;
 #ifdef __linux__
