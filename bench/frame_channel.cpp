@@ -24,6 +24,22 @@
 
 namespace {
 
+// A 4:2:0 picture whose three planes lie one after the other from pixels.
+ZKImage_t Yuv420(uint8_t* pixels, uint32_t width, uint32_t height)
+{
+    ZKImage_t image{};
+    image.colorFormat = eColorFormatYUV420Planar;
+    image.width = width;
+    image.height = height;
+    image.rowBytes[0] = width;
+    image.rowBytes[1] = image.rowBytes[2] = width / 2;
+    image.planes[0] = pixels;
+    image.planes[1] = pixels + width * height;
+    image.planes[2] = image.planes[1] + width * height / 4;
+    image.dataSize = width * height * 3 / 2;
+    return image;
+}
+
 constexpr uint32_t kWidth = 1920;
 constexpr uint32_t kHeight = 1080;
 constexpr uint32_t kLuma = kWidth * kHeight;
@@ -49,15 +65,7 @@ struct Fixture {
         descriptors.append(header);
         std::memset(&record, 0, sizeof record);
         ZKImage_t& image = record.image;
-        image.colorFormat = eColorFormatYUV420Planar;
-        image.width = kWidth;
-        image.height = kHeight;
-        image.rowBytes[0] = kWidth;
-        image.rowBytes[1] = image.rowBytes[2] = kWidth / 2;
-        image.planes[0] = pixels.data();
-        image.planes[1] = pixels.data() + kLuma;
-        image.planes[2] = pixels.data() + kLuma + kChroma;
-        image.dataSize = kFrameBytes;
+        image = Yuv420(pixels.data(), kWidth, kHeight);
         image.time = 1001;
         image.timeScale = 30000;
         record.descriptors = &descriptors;
@@ -194,15 +202,7 @@ struct Picture {
     Picture()
     {
         ZKImage_t& image = input.image;
-        image.colorFormat = eColorFormatYUV420Planar;
-        image.width = kWidth;
-        image.height = kHeight;
-        image.rowBytes[0] = kWidth;
-        image.rowBytes[1] = image.rowBytes[2] = kWidth / 2;
-        image.planes[0] = pixels.data();
-        image.planes[1] = pixels.data() + kWidth * kHeight;
-        image.planes[2] = image.planes[1] + kWidth * kHeight / 4;
-        image.dataSize = kPixels;
+        image = Yuv420(pixels.data(), kWidth, kHeight);
         image.time = 40;
         image.timeScale = 1000;
         output = input;
