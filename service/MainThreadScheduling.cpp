@@ -27,9 +27,8 @@ constexpr int kCompressionsBeforeKeeping = 2;
 
 struct TShare {
     bool watching = false;  // the main thread has a short slice or a processor
-    bool active = false;    // a processor was named and may still be kept
-    bool pinned = false;    // the main thread is kept on it now
-    int processor = -1;
+    bool pinned = false;    // the main thread is kept on the processor now
+    int processor = -1;     // named and not let go; -1 for none
     int compressions = 0;
 #ifdef __linux__
     cpu_set_t whole;  // the set the service started with
@@ -80,23 +79,24 @@ void LetGo()
         sched_setaffinity(0, sizeof g_share.whole, &g_share.whole);
 #endif
     g_share.pinned = false;
-    g_share.active = false;
+    g_share.processor = -1;
     g_share.watching = false;
     ZKPreferQuickWakeUps(false);
 }
 
 // Over each window of CompressFrame commands: whether the main thread was
 // busy for most of it.
+// The clocks are read at the window's ends only, not for every picture.
 bool MainThreadBusy()
 {
-    const auto now = std::chrono::steady_clock::now();
-    const double cpu = ThreadCpuSeconds();
     if (g_share.commands == 0) {
-        g_share.windowStart = now;
-        g_share.windowCpu = cpu;
+        g_share.windowStart = std::chrono::steady_clock::now();
+        g_share.windowCpu = ThreadCpuSeconds();
     }
     if (++g_share.commands <= kCommandsPerWindow)
         return false;
+    const auto now = std::chrono::steady_clock::now();
+    const double cpu = ThreadCpuSeconds();
     const double wall = std::chrono::duration<double>(now - g_share.windowStart).count();
     const bool busy = wall > 0 && (cpu - g_share.windowCpu) / wall > kMostBusyShare;
     g_share.commands = 0;
@@ -120,7 +120,6 @@ void StartMainThreadScheduling()
     if (sched_getaffinity(0, sizeof g_share.whole, &g_share.whole) != 0)
         return;
     g_share.processor = static_cast<int>(processor);
-    g_share.active = true;
     g_share.watching = true;
 #endif
 }
@@ -154,13 +153,13 @@ void MainThreadAfterCommand(CAExternalVideoProxySharedData::TCommand command)
         }
         return;
     }
-    if (!g_share.active || ++g_share.compressions < kCompressionsBeforeKeeping)
+    if (g_share.processor < 0 || ++g_share.compressions < kCompressionsBeforeKeeping)
         return;
     cpu_set_t one;
     CPU_ZERO(&one);
     CPU_SET(g_share.processor, &one);
     if (sched_setaffinity(0, sizeof one, &one) != 0) {
-        g_share.active = false;
+        g_share.processor = -1;
         return;
     }
     g_share.pinned = true;
